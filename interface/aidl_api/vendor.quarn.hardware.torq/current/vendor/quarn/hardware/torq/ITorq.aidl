@@ -1,0 +1,35 @@
+///////////////////////////////////////////////////////////////////////////////
+// THIS FILE IS IMMUTABLE. DO NOT EDIT IN ANY CASE.                          //
+///////////////////////////////////////////////////////////////////////////////
+
+// This file is a snapshot of an AIDL file. Do not edit it manually. There are
+// two cases:
+// 1). this is a frozen version file - do not edit this in any case.
+// 2). this is a 'current' file. If you make a backwards compatible change to
+//     the interface (from the latest frozen version), the build system will
+//     prompt you to update this file with `m <name>-update-api`.
+//
+// You must not make a backward incompatible change to any AIDL file built
+// with the aidl_interface module type with versions property set. The module
+// type is used to build AIDL files in a way that they can be used across
+// independently updatable components of the system. If a device is shipped
+// with such a backward incompatible change, it has a high risk of breaking
+// later when a module using the interface is updated, e.g., Mainline modules.
+
+package vendor.quarn.hardware.torq;
+@VintfStability
+interface ITorq {
+  void init();
+  int request(in vendor.quarn.hardware.torq.TorqRequestParcel parcel);
+  int release(in int handle);
+  vendor.quarn.hardware.torq.TorqRequestData[] stateRequest(in vendor.quarn.hardware.torq.TorqRequestParcel parcel);
+  int listeningRegister(in vendor.quarn.hardware.torq.TorqRequestParcel parcel, in vendor.quarn.hardware.torq.ITorqCallback callback);
+  int listeningUnregister(in int handle);
+  String propertyGet(in String name);
+  int propertySet(in String name, in String value);
+  int thermalListeningRegister(in int[] ids, in vendor.quarn.hardware.torq.ITorqCallback callback);
+  int thermalListeningUnregister(in int handle);
+  int notifyEvent(in vendor.quarn.hardware.torq.TorqRequestParcel parcel);
+  int setRelatedSysInfo(in int type, in long value);
+  int ruleCtl(in int ruleId, in int status, in vendor.quarn.hardware.torq.TorqRequestData[] data);
+}

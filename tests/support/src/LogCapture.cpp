@@ -1,0 +1,109 @@
+#include <android/log.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <torq_test/Capture.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+
+namespace torq_test {
+
+namespace {
+
+// liblog replaces a null tag with the process's default tag before any logger sees the line.
+// While a capture is alive the default tag is this marker, so a null tag can be told apart
+// from every real one.
+constexpr char kNullTagMarker[] = "\x1btorq_test:null-tag";
+
+std::mutex g_mutex;
+std::condition_variable g_cv;
+bool g_active = false;
+std::vector<LogLine> g_lines;
+int g_previousMinimum = ANDROID_LOG_DEFAULT;
+
+void captureLogger(const __android_logger_data* data, const char* message) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (!g_active) {
+        // A line that raced with the end of a capture goes where it would have gone.
+        __android_log_stderr_logger(data, message);
+        return;
+    }
+    LogLine line;
+    line.priority = data->priority;
+    line.hasTag = data->tag != nullptr && std::strcmp(data->tag, kNullTagMarker) != 0;
+    line.tag = line.hasTag ? data->tag : "";
+    line.text = message != nullptr ? message : "";
+    g_lines.push_back(std::move(line));
+    g_cv.notify_all();
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_active) {
+            ADD_FAILURE() << "only one LogCapture may be alive at a time";
+        }
+        g_active = true;
+        g_lines.clear();
+    }
+    __android_log_set_default_tag(kNullTagMarker);
+    // On the host liblog drops everything below INFO unless a minimum is set.
+    g_previousMinimum = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    __android_log_set_logger(captureLogger);
+}
+
+LogCapture::~LogCapture() {
+    // The host default: lines go to stderr, the minimum and the default tag are as before.
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(g_previousMinimum);
+    __android_log_set_default_tag(program_invocation_short_name);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_active = false;
+    g_lines.clear();
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_lines;
+}
+
+std::vector<LogLine> LogCapture::linesWithTag(const std::string& tag) const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    std::vector<LogLine> out;
+    for (const auto& l : g_lines) {
+        if (l.hasTag && l.tag == tag) out.push_back(l);
+    }
+    return out;
+}
+
+bool LogCapture::contains(const std::string& text) const {
+    return count(text) > 0;
+}
+
+size_t LogCapture::count(const std::string& text) const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    size_t n = 0;
+    for (const auto& l : g_lines) n += l.text == text ? 1 : 0;
+    return n;
+}
+
+bool LogCapture::waitFor(const std::string& text, int64_t timeoutMs) const {
+    std::unique_lock<std::mutex> lock(g_mutex);
+    return g_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+        for (const auto& l : g_lines) {
+            if (l.text == text) return true;
+        }
+        return false;
+    });
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines.clear();
+}
+
+}  // namespace torq_test
