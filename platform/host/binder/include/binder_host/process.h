@@ -26,6 +26,9 @@ ProcessId createProcess(const std::string& name, size_t maxBinderThreads = 8);
 // The emulated process of the calling thread.
 ProcessId currentProcess();
 
+// Whether the calling thread is a binder thread (of any emulated process).
+bool onBinderThread();
+
 // The name given at creation ("default" for kDefaultProcess); empty for an unknown id.
 std::string processName(ProcessId pid);
 

@@ -1,0 +1,426 @@
+// Emulated processes: binder threads, work queues, killing, draining and the host control API.
+
+#include <android/binder_process.h>
+#include <binder_host/process.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "Internal.h"
+
+namespace binder_host::internal {
+
+thread_local ThreadContext tls;
+
+World& world() {
+    // Never destroyed: binder threads of the default process may still be waiting for work
+    // while static destructors run at exit.
+    static World* instance = [] {
+        auto* w = new World;
+        w->defaultProcess =
+                std::make_shared<Process>(kDefaultProcess, "default", kDefaultProcessMaxThreads);
+        w->processes[kDefaultProcess] = w->defaultProcess;
+        return w;
+    }();
+    return *instance;
+}
+
+Process* currentProcess() {
+    Process* process = tls.process;
+    return process != nullptr ? process : world().defaultProcess.get();
+}
+
+std::shared_ptr<Process> findProcess(ProcessId pid) {
+    World& w = world();
+    std::lock_guard<std::mutex> lock(w.registryMutex);
+    auto it = w.processes.find(pid);
+    return it == w.processes.end() ? nullptr : it->second;
+}
+
+void workStarted() {
+    world().pending.fetch_add(1);
+}
+
+void workFinished() {
+    World& w = world();
+    if (w.pending.fetch_sub(1) == 1 && w.drainWaiters.load() > 0) {
+        std::lock_guard<std::mutex> lock(w.drainMutex);
+        w.drainCv.notify_all();
+    }
+}
+
+void postRelease(AIBinder* node) {
+    node->process->post(Work{Work::kRelease, node});
+}
+
+namespace {
+
+void linkInflight(Process* process, Transaction* txn) {
+    txn->prev = nullptr;
+    txn->next = process->inflight;
+    if (process->inflight != nullptr) process->inflight->prev = txn;
+    process->inflight = txn;
+}
+
+void unlinkInflight(Process* process, Transaction* txn) {
+    if (txn->prev != nullptr) {
+        txn->prev->next = txn->next;
+    } else {
+        process->inflight = txn->next;
+    }
+    if (txn->next != nullptr) txn->next->prev = txn->prev;
+    txn->prev = txn->next = nullptr;
+}
+
+void finishTask(std::shared_ptr<Task>* holder, bool run) {
+    std::shared_ptr<Task> task = std::move(*holder);
+    delete holder;
+    if (run) task->fn();
+    {
+        std::lock_guard<std::mutex> lock(task->mutex);
+        task->done = true;
+    }
+    task->cv.notify_all();
+}
+
+// Work that can no longer reach a binder thread (the process's threads are gone).
+void dropWork(const Work& work) {
+    switch (work.kind) {
+        case Work::kTransaction: {
+            auto* txn = static_cast<Transaction*>(work.item);
+            if (!txn->oneway()) txn->complete(STATUS_DEAD_OBJECT);
+            txn->release();
+            break;
+        }
+        case Work::kRelease:
+            decStrong(static_cast<AIBinder*>(work.item));
+            break;
+        case Work::kDeath:
+            delete static_cast<std::shared_ptr<DeathLink>*>(work.item);
+            break;
+        case Work::kTask:
+            finishTask(static_cast<std::shared_ptr<Task>*>(work.item), false);
+            break;
+    }
+    workFinished();
+}
+
+}  // namespace
+
+Process::Process(ProcessId pid, std::string processName, size_t threadLimit)
+    : id(pid), name(std::move(processName)), maxThreads(std::max<size_t>(1, threadLimit)) {}
+
+bool Process::post(Work work) {
+    std::unique_lock<std::mutex> lock(mutex);
+    if (work.kind != Work::kRelease && !alive.load(std::memory_order_acquire)) return false;
+    workStarted();
+    if (threadsStopped) {
+        lock.unlock();
+        dropWork(work);
+        return true;
+    }
+    if (work.kind == Work::kTransaction) {
+        auto* txn = static_cast<Transaction*>(work.item);
+        if (txn->oneway()) {
+            // Oneway calls to one object are delivered one at a time, in order: later ones wait
+            // on the object until the current one is done.
+            AIBinder* node = txn->node;
+            if (node->asyncActive) {
+                txn->next = nullptr;
+                if (node->asyncTail != nullptr) {
+                    node->asyncTail->next = txn;
+                } else {
+                    node->asyncHead = txn;
+                }
+                node->asyncTail = txn;
+                return true;
+            }
+            node->asyncActive = true;
+        }
+    }
+    queue.push_back(work);
+    queued.store(queue.size(), std::memory_order_release);
+    if (queue.size() > idle && spawned < maxThreads && !stopping) spawnLocked();
+    workCv.notify_one();
+    return true;
+}
+
+void Process::spawnLocked() {
+    ++spawned;
+    threads.emplace_back([this] { workerLoop(); });
+}
+
+void Process::workerLoop() {
+    const ThreadContext saved = tls;
+    tls = ThreadContext{};
+    tls.process = this;
+    tls.binderThread = true;
+
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+        if (queue.empty() && !stopping) {
+            // Poll a little before sleeping; the poller counts as idle, so a poster does not
+            // start another thread for work this one is about to take.
+            ++idle;
+            lock.unlock();
+            pollBriefly([this] { return queued.load(std::memory_order_acquire) != 0; });
+            lock.lock();
+            while (queue.empty() && !stopping) workCv.wait(lock);
+            --idle;
+        }
+        if (queue.empty()) break;  // stopping, and nothing left to do
+        const Work work = queue.front();
+        queue.pop_front();
+        queued.store(queue.size(), std::memory_order_release);
+        const bool live = alive.load(std::memory_order_acquire);
+
+        if (work.kind != Work::kTransaction) {
+            lock.unlock();
+            switch (work.kind) {
+                case Work::kRelease:
+                    decStrong(static_cast<AIBinder*>(work.item));
+                    break;
+                case Work::kDeath: {
+                    auto* link = static_cast<std::shared_ptr<DeathLink>*>(work.item);
+                    if (live) deliverDeath(*link);
+                    delete link;
+                    break;
+                }
+                case Work::kTask:
+                    finishTask(static_cast<std::shared_ptr<Task>*>(work.item), live);
+                    break;
+                case Work::kTransaction:
+                    break;
+            }
+            workFinished();
+            lock.lock();
+            continue;
+        }
+
+        auto* txn = static_cast<Transaction*>(work.item);
+        const bool sync = !txn->oneway();
+        if (live && sync) linkInflight(this, txn);
+        lock.unlock();
+
+        if (live) {
+            serveTransaction(txn);
+        } else if (sync) {
+            txn->complete(STATUS_DEAD_OBJECT);
+        }
+
+        lock.lock();
+        AIBinder* node = txn->node;
+        if (live && sync) unlinkInflight(this, txn);
+        if (!sync) {
+            Transaction* next = node->asyncHead;
+            if (next != nullptr) {
+                node->asyncHead = next->next;
+                if (node->asyncHead == nullptr) node->asyncTail = nullptr;
+                next->next = nullptr;
+                queue.push_back(Work{Work::kTransaction, next});
+                queued.store(queue.size(), std::memory_order_release);
+            } else {
+                node->asyncActive = false;
+            }
+        }
+        txn->node = nullptr;
+        lock.unlock();
+        // Dropped here so that a last reference goes away in the object's own process.
+        decStrong(node);
+        txn->release();
+        workFinished();
+        lock.lock();
+    }
+    lock.unlock();
+    tls = saved;
+}
+
+void Process::shutdownThreads() {
+    std::vector<std::thread> joined;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+        joined.swap(threads);
+    }
+    workCv.notify_all();
+    for (std::thread& thread : joined) thread.join();
+    std::deque<Work> leftover;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        threadsStopped = true;
+        leftover.swap(queue);
+        queued.store(0, std::memory_order_release);
+    }
+    for (const Work& work : leftover) dropWork(work);
+}
+
+}  // namespace binder_host::internal
+
+using namespace binder_host::internal;
+
+namespace binder_host {
+
+ProcessId createProcess(const std::string& name, size_t maxBinderThreads) {
+    World& w = world();
+    std::lock_guard<std::mutex> lock(w.registryMutex);
+    const ProcessId pid = w.nextPid++;
+    w.processes[pid] = std::make_shared<Process>(pid, name, maxBinderThreads);
+    return pid;
+}
+
+ProcessId currentProcess() {
+    return internal::currentProcess()->id;
+}
+
+std::string processName(ProcessId pid) {
+    std::shared_ptr<Process> process = findProcess(pid);
+    return process == nullptr ? std::string() : process->name;
+}
+
+bool onBinderThread() {
+    return tls.binderThread;
+}
+
+bool runInProcess(ProcessId pid, const std::function<void()>& fn) {
+    std::shared_ptr<Process> process = findProcess(pid);
+    if (process == nullptr || !process->alive.load(std::memory_order_acquire)) return false;
+    std::thread thread([&] {
+        tls.process = process.get();
+        fn();
+    });
+    thread.join();
+    return true;
+}
+
+void killProcess(ProcessId pid) {
+    if (pid == kDefaultProcess) return;
+    std::shared_ptr<Process> process = findProcess(pid);
+    if (process == nullptr) return;
+    World& w = world();
+    std::vector<std::shared_ptr<DeathLink>> notices;
+    std::vector<AIBinder*> releases;
+    {
+        std::lock_guard<std::mutex> lock(process->mutex);
+        if (!process->alive.load(std::memory_order_acquire)) return;
+        {
+            std::lock_guard<std::mutex> deathLock(w.deathMutex);
+            process->alive.store(false, std::memory_order_release);
+            collectDeathNoticesLocked(process.get(), &notices);
+            // A dead process hears of no further deaths.
+            const auto held = process->heldLinks;
+            for (const auto& link : held) detachLinkLocked(link);
+        }
+        // Callers waiting on this process, queued or being served, get their answer now; the
+        // binder threads drop the queued work and discard replies that come too late.
+        for (const Work& work : process->queue) {
+            if (work.kind != Work::kTransaction) continue;
+            auto* txn = static_cast<Transaction*>(work.item);
+            if (!txn->oneway()) txn->complete(STATUS_DEAD_OBJECT);
+        }
+        for (Transaction* txn = process->inflight; txn != nullptr; txn = txn->next) {
+            txn->complete(STATUS_DEAD_OBJECT);
+        }
+        // Every reference it held on other processes' objects goes.
+        for (const auto& entry : process->proxies) {
+            if (entry.second->holdsNodeRef.exchange(false, std::memory_order_acq_rel)) {
+                releases.push_back(entry.first);
+            }
+        }
+    }
+    for (AIBinder* node : releases) postRelease(node);
+    for (const auto& link : notices) {
+        auto* item = new std::shared_ptr<DeathLink>(link);
+        if (!link->holder->post(Work{Work::kDeath, item})) delete item;
+    }
+    dropServicesOf(process.get());
+}
+
+bool isAlive(ProcessId pid) {
+    std::shared_ptr<Process> process = findProcess(pid);
+    return process != nullptr && process->alive.load(std::memory_order_acquire);
+}
+
+bool drain(int64_t timeoutMs) {
+    World& w = world();
+    std::unique_lock<std::mutex> lock(w.drainMutex);
+    w.drainWaiters.fetch_add(1);
+    const bool drained = w.drainCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                            [&w] { return w.pending.load() == 0; });
+    w.drainWaiters.fetch_sub(1);
+    return drained;
+}
+
+void reset() {
+    World& w = world();
+    std::vector<ProcessId> others;
+    {
+        std::lock_guard<std::mutex> lock(w.registryMutex);
+        for (const auto& entry : w.processes) {
+            if (entry.first != kDefaultProcess) others.push_back(entry.first);
+        }
+    }
+    for (ProcessId pid : others) killProcess(pid);
+    drain(10000);
+    clearServices();
+    drain(10000);
+
+    std::vector<std::shared_ptr<Process>> dead;
+    {
+        std::lock_guard<std::mutex> lock(w.registryMutex);
+        for (auto it = w.processes.begin(); it != w.processes.end();) {
+            if (it->first != kDefaultProcess) {
+                dead.push_back(it->second);
+                it = w.processes.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+    for (const auto& process : dead) process->shutdownThreads();
+    {
+        std::lock_guard<std::mutex> lock(w.defaultProcess->mutex);
+        w.defaultProcess->maxThreads = kDefaultProcessMaxThreads;
+        w.defaultProcess->poolStarted = false;
+    }
+    drain(10000);
+}
+
+size_t liveBinderCount(ProcessId pid) {
+    std::shared_ptr<Process> process = findProcess(pid);
+    if (process == nullptr) return 0;
+    return static_cast<size_t>(process->liveNodes.load());
+}
+
+}  // namespace binder_host
+
+extern "C" {
+
+void ABinderProcess_startThreadPool(void) {
+    Process* process = binder_host::internal::currentProcess();
+    std::lock_guard<std::mutex> lock(process->mutex);
+    process->poolStarted = true;
+}
+
+bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
+    Process* process = binder_host::internal::currentProcess();
+    std::lock_guard<std::mutex> lock(process->mutex);
+    process->maxThreads = std::max<size_t>(1, numThreads);
+    return true;
+}
+
+bool ABinderProcess_isThreadPoolStarted(void) {
+    Process* process = binder_host::internal::currentProcess();
+    std::lock_guard<std::mutex> lock(process->mutex);
+    return process->poolStarted;
+}
+
+void ABinderProcess_joinThreadPool(void) {
+    std::shared_ptr<Process> process = binder_host::internal::currentProcess()->shared_from_this();
+    {
+        std::lock_guard<std::mutex> lock(process->mutex);
+        process->poolStarted = true;
+    }
+    process->workerLoop();
+}
+
+}  // extern "C"
