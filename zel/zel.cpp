@@ -1,0 +1,542 @@
+// The flat API: exported Zel* entry points over their own cached connection to the Torq HAL.
+//
+// This connection is independent of the torqHalclient one on purpose: it has its own interface
+// pointer, lock and death recipient, so the two front ends never wait on each other.
+
+#include "zel.h"
+
+#include <aidl/vendor/quarn/hardware/torq/ITorq.h>
+#include <aidl/vendor/quarn/hardware/torq/TorqRequestData.h>
+#include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
+#include <android/binder_auto_utils.h>
+#include <android/binder_ibinder.h>
+#include <android/binder_manager.h>
+#include <android/binder_status.h>
+#include <android/log.h>
+#include <cutils/trace.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <stdexcept>
+#include <utility>
+
+// cutils/trace.h only declares these inside its inline helpers; we call them directly so that the
+// section name is formatted only when tracing is on.
+extern "C" void atrace_begin_body(const char* name);
+extern "C" void atrace_end_body();
+
+using ::aidl::vendor::quarn::hardware::torq::ITorq;
+using ::aidl::vendor::quarn::hardware::torq::TorqRequestData;
+using ::aidl::vendor::quarn::hardware::torq::TorqRequestParcel;
+
+namespace {
+
+constexpr char kTorqInstance[] = "vendor.quarn.hardware.torq.ITorq/default";
+constexpr char kLogTag[] = "[ZEL_CLIENT]";
+
+// TorqRequestParcel::kind values sent by the flat API.
+constexpr int32_t kKindResourceState = 0;
+constexpr int32_t kKindResourceAcquire = 1;
+constexpr int32_t kKindEventAcquire = 8;
+constexpr int32_t kKindNotify = 10;
+constexpr int32_t kKindHistory = 11;
+constexpr int32_t kKindPlatformResourceAcquire = 12;
+constexpr int32_t kKindPowerMode = 13;
+
+// Command ids that ZelEventAcquire reserves for the plain resource acquisitions.
+constexpr int32_t kCmdResourceAcquire = -2;
+constexpr int32_t kCmdPlatformResourceAcquire = -3;
+
+}  // namespace
+
+#define ZLOGD(...) __android_log_print(ANDROID_LOG_DEBUG, kLogTag, __VA_ARGS__)
+#define ZLOGI(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
+#define ZLOGE(...) __android_log_print(ANDROID_LOG_ERROR, kLogTag, __VA_ARGS__)
+
+static std::shared_ptr<ITorq> g_zel_hal;
+static std::shared_timed_mutex g_zel_hal_mutex;
+// Replaced at every connect. An older recipient may still be linked to a binder whose death
+// notice is in flight, so it is never deleted.
+static AIBinder_DeathRecipient* g_zel_death_recipient = nullptr;
+
+namespace {
+
+// Drops the cached interface. The proxy is destroyed outside the lock: releasing it talks to the
+// binder runtime and must not keep callers waiting.
+void dropZelHal() {
+    std::shared_ptr<ITorq> dropped;  // outlives the lock
+    std::unique_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+    dropped.swap(g_zel_hal);
+}
+
+void onZelHalDied(void* /* cookie */) {
+    std::shared_ptr<ITorq> dropped;  // outlives the lock
+    std::unique_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+    dropped.swap(g_zel_hal);
+    ZLOGE("Torq HAL Service died");
+}
+
+// Judges the status of a HAL call made under the shared lock (already released). Any failure drops
+// the cached interface so that the next call connects again.
+bool zelCallSucceeded(const ndk::ScopedAStatus& status, const char* step) {
+    if (status.isOk()) {
+        return true;
+    }
+    ZLOGE("%s() failed : torq HAL service not available", step);
+    dropZelHal();
+    return false;
+}
+
+int zel_get_torq_hal_and_link_to_death() {
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal != nullptr) {
+            return 0;
+        }
+    }
+
+    // Deliberately no second look at g_zel_hal here: callers that raced past the check above each
+    // connect, and the last one's interface stays.
+    std::unique_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+    if (!AServiceManager_isDeclared(kTorqInstance)) {
+        const int declared = AServiceManager_isDeclared(kTorqInstance) ? 1 : 0;
+        ZLOGE("Torq is not declared, AServiceManager_isDeclared:%d", declared);
+        return -1;
+    }
+    {
+        ndk::SpAIBinder binder(AServiceManager_checkService(kTorqInstance));
+        g_zel_hal = ITorq::fromBinder(binder);
+    }
+    if (g_zel_hal == nullptr) {
+        ZLOGE("Torq HAL Service not found");
+        return -1;
+    }
+    g_zel_death_recipient = AIBinder_DeathRecipient_new(onZelHalDied);
+    const binder_status_t linked = AIBinder_linkToDeath(g_zel_hal->asBinder().get(),
+                                                        g_zel_death_recipient, g_zel_hal.get());
+    if (linked != STATUS_OK) {
+        g_zel_hal = nullptr;
+        ZLOGE("Unable to link to g_zel_hal death notifications!");
+        return -1;
+    }
+    return 0;
+}
+
+// Runs the connect step of an entry point; logs the failure the way every entry point does.
+bool zelConnect() {
+    const int ret = zel_get_torq_hal_and_link_to_death();
+    if (ret != 0) {
+        ZLOGE("zel_get_torq_hal_and_link_to_death error:%d", ret);
+        return false;
+    }
+    return true;
+}
+
+// A request entry for one caller resource. The value always travels present, as an empty text
+// when the caller gave none.
+void appendResourceRecord(std::vector<TorqRequestData>& records, const ZelClient::Resource& res) {
+    TorqRequestData& record = records.emplace_back();
+    record.id = res.id;
+    if (res.value.has_value()) {
+        record.value = *res.value;
+    } else {
+        record.value.emplace();
+    }
+}
+
+bool alwaysTraceEnabled() {
+    return (atrace_get_enabled_tags() & ATRACE_TAG_ALWAYS) != 0;
+}
+
+// A trace section name in a zero-filled 1024-byte buffer holding at most 1022 characters. Texts
+// are cut at their first NUL, and nothing after such a cut is added, so the name reads exactly as a
+// C-string formatting of the whole description would.
+class TraceName {
+  public:
+    static constexpr size_t kMaxChars = 1022;
+
+    void put(const char* text, size_t size) {
+        if (full_) return;
+        if (const void* nul = std::memchr(text, '\0', size)) {
+            size = static_cast<size_t>(static_cast<const char*>(nul) - text);
+            full_ = true;
+        }
+        if (size > kMaxChars - length_) {
+            size = kMaxChars - length_;
+            full_ = true;
+        }
+        std::memcpy(buffer_ + length_, text, size);
+        length_ += size;
+    }
+    void put(const char* text) { put(text, std::strlen(text)); }
+    void put(const std::string& text) { put(text.data(), text.size()); }
+    void putNumber(int32_t value) {
+        char digits[16];
+        const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+        put(digits, static_cast<size_t>(end - digits));
+    }
+    const char* c_str() const { return buffer_; }
+
+  private:
+    char buffer_[1024] = {};
+    size_t length_ = 0;
+    bool full_ = false;
+};
+
+// Marks a moment in the trace: a section opened and closed at once.
+template <typename FillName>
+void traceMark(FillName fill) {
+    if (alwaysTraceEnabled()) {
+        TraceName name;
+        fill(name);
+        atrace_begin_body(name.c_str());
+    }
+    if (alwaysTraceEnabled()) {
+        atrace_end_body();
+    }
+}
+
+// Stands in for an empty package or identity in logs and trace names.
+const std::string kNone = "none";
+
+const char* orNone(const std::string& text) {
+    return text.empty() ? kNone.c_str() : text.c_str();
+}
+
+}  // namespace
+
+extern "C" {
+
+ZEL_EXPORT int32_t zelInit() {
+    ZLOGE("zelInit enter");
+    if (!zelConnect()) {
+        return -1;
+    }
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            ZLOGE("g_zel_hal is null");
+            return -1;
+        }
+        status = g_zel_hal->init();
+    }
+    return zelCallSucceeded(status, "torq_init") ? 0 : -2;
+}
+
+ZEL_EXPORT int32_t ZelEventAcquire(int32_t cmdId, const std::string& pkg,
+                                   const std::string& identity, int32_t duration,
+                                   const std::vector<ZelClient::Resource>& resources) {
+    traceMark([&](TraceName& name) {
+        name.put("ZelEventAcquire  cmd_id:");
+        name.putNumber(cmdId);
+        name.put(" pkg:");
+        name.put(pkg.empty() ? kNone : pkg);
+        name.put(" identity:");
+        name.put(identity.empty() ? kNone : identity);
+        name.put(" duration:");
+        name.putNumber(duration);
+    });
+    ZLOGI("ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", cmdId, orNone(pkg), orNone(identity));
+
+    int32_t handle = -1;
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        TorqRequestParcel parcel;
+        switch (cmdId) {
+            case kCmdResourceAcquire:
+                parcel.kind = kKindResourceAcquire;
+                break;
+            case kCmdPlatformResourceAcquire:
+                parcel.kind = kKindPlatformResourceAcquire;
+                break;
+            default:
+                parcel.kind = kKindEventAcquire;
+                break;
+        }
+        parcel.identity = identity;
+        parcel.duration = duration;
+        parcel.pkg = pkg;
+        const bool isEvent = parcel.kind == kKindEventAcquire;
+        parcel.data.reserve(resources.size() + (isEvent ? 1 : 0));
+        if (isEvent) {
+            parcel.data.emplace_back().id = cmdId;
+        }
+        for (const ZelClient::Resource& res : resources) {
+            appendResourceRecord(parcel.data, res);
+        }
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        status = g_zel_hal->request(parcel, &handle);
+    }
+    if (!zelCallSucceeded(status, "ZelEventAcquire")) {
+        ZLOGE("torqResCtlRequest error:%d", handle);
+        return -1;
+    }
+    return handle;
+}
+
+ZEL_EXPORT int32_t ZelResAcquire(const std::vector<ZelClient::Resource>& resources,
+                                 int64_t /* reserved */, const std::string& identity,
+                                 int32_t duration) {
+    ZLOGI("ZelResAcquire");
+    return ZelEventAcquire(kCmdResourceAcquire, std::string(), identity, duration, resources);
+}
+
+ZEL_EXPORT int32_t ZelPlatformResAcquire(const std::vector<ZelClient::Resource>& resources,
+                                         int64_t /* reserved */, const std::string& identity,
+                                         const std::string& pkg, int32_t duration) {
+    ZLOGI("ZelPlatformResAcquire");
+    return ZelEventAcquire(kCmdPlatformResourceAcquire, pkg, identity, duration, resources);
+}
+
+ZEL_EXPORT void ZelRelease(int32_t handle) {
+    traceMark([&](TraceName& name) {
+        name.put("ZelRelease: ");
+        name.putNumber(handle);
+    });
+    ZLOGI("ZelRelease, handle:%d", handle);
+    if (!zelConnect()) {
+        return;
+    }
+
+    int32_t out = 0;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            ZLOGE("ZelRelease g_zel_hal is null");
+            return;
+        }
+        status = g_zel_hal->release(handle, &out);
+    }
+    // The HAL's answer carries nothing the caller could act on.
+    zelCallSucceeded(status, "torqResCtlRelease");
+}
+
+ZEL_EXPORT int32_t ZelNotify(int32_t first, int32_t second, const std::vector<int32_t>& values) {
+    ZLOGI("ZelNotify enter");
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    int32_t result = -1;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        TorqRequestParcel parcel;
+        parcel.kind = kKindNotify;
+        // The value texts have never reached the HAL: HALs in the field read one identical entry
+        // per value and expect `extras` absent. They are still produced, as they always were, but
+        // kept apart from the parcel.
+        std::vector<std::optional<std::string>> unsentTexts;
+        unsentTexts.reserve(values.size());
+        const size_t entries = values.empty() ? 1 : values.size();
+        parcel.data.resize(entries);
+        for (TorqRequestData& record : parcel.data) {
+            record.id = first;
+            record.subId = second;
+        }
+        for (int32_t value : values) {
+            unsentTexts.emplace_back(std::to_string(value));
+        }
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        status = g_zel_hal->request(parcel, &result);
+    }
+    return zelCallSucceeded(status, "ZelNotify") ? result : -1;
+}
+
+ZEL_EXPORT int32_t setRelatedSysInfo(int32_t first, int64_t second) {
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    int32_t result = -1;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        status = g_zel_hal->setRelatedSysInfo(first, second, &result);
+    }
+    return zelCallSucceeded(status, "setRelatedSysInfo") ? result : -1;
+}
+
+ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
+                              const std::vector<ZelClient::Resource>& resources) {
+    ZLOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    int32_t result = -1;
+    ndk::ScopedAStatus callStatus;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        std::vector<TorqRequestData> entries;
+        entries.reserve(resources.size());
+        for (const ZelClient::Resource& res : resources) {
+            appendResourceRecord(entries, res);
+        }
+        callStatus = g_zel_hal->ruleCtl(ruleId, status, entries, &result);
+    }
+    return zelCallSucceeded(callStatus, "zelRuleCtl") ? result : -1;
+}
+
+ZEL_EXPORT int32_t ZelMutiResStateRequest(std::vector<ZelClient::Resource>& resources) {
+    ZLOGI("ZelMutiResStateRequest enter");
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    std::vector<TorqRequestData> records;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (resources.empty()) {
+            ZLOGE("input resource is empty, return");
+            return -1;
+        }
+        TorqRequestParcel parcel;
+        parcel.kind = kKindResourceState;
+        // Only the ids: the HAL answers with the current values.
+        parcel.data.resize(resources.size());
+        for (size_t i = 0; i < resources.size(); ++i) {
+            parcel.data[i].id = resources[i].id;
+        }
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        status = g_zel_hal->stateRequest(parcel, &records);
+    }
+    if (!zelCallSucceeded(status, "ZelMutiResStateRequest")) {
+        return -1;
+    }
+    if (records.empty()) {
+        ZLOGE("failed to get resource value");
+        return -1;
+    }
+
+    int32_t filled = 0;
+    for (ZelClient::Resource& res : resources) {
+        auto match = std::find_if(records.begin(), records.end(),
+                                  [&](const TorqRequestData& r) { return r.id == res.id; });
+        if (match == records.end()) {
+            ZLOGI("not match any opcode in zelcore");
+            continue;
+        }
+        if (!match->value.has_value()) {
+            continue;
+        }
+        res.value = *match->value;
+        ZLOGD("get resource value, opcode 0x%08x, value %s", static_cast<uint32_t>(res.id),
+              res.value->c_str());
+        ++filled;
+    }
+    return filled;
+}
+
+ZEL_EXPORT void ZelResStateRequest(int32_t opcode, std::string& value) {
+    ZLOGI("ZelResStateRequest enter");
+    std::vector<ZelClient::Resource> resources(1);
+    resources[0].id = opcode;
+    resources[0].value.emplace();
+    if (ZelMutiResStateRequest(resources) == 1) {
+        // Callers have always received the value as a C string.
+        value.assign(resources[0].value->c_str());
+    }
+}
+
+ZEL_EXPORT int32_t ZelGetHistory(std::string& history) {
+    ZLOGI("zel client ZelGetHistory");
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    std::vector<TorqRequestData> records;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        TorqRequestParcel parcel;
+        parcel.kind = kKindHistory;
+        ZLOGI("zel client hal ZelGetHistory");
+        status = g_zel_hal->stateRequest(parcel, &records);
+    }
+    if (zelCallSucceeded(status, "ZelGetHistory") && !records.empty()) {
+        history = "start:";
+        for (size_t i = 0; i < records.size(); ++i) {
+            if (i != 0) history += ';';
+            if (records[i].extra.has_value()) {
+                history += *records[i].extra;
+            } else {
+                history += "none";
+            }
+        }
+        history += ";end";
+        ZLOGD("get history successful: %s", history.c_str());
+        return 0;
+    }
+    ZLOGE("failed to get history or return vector empty, data vector size %d",
+          static_cast<int>(records.size()));
+    return -1;
+}
+
+ZEL_EXPORT int32_t ZelGetPMStatus(int32_t mode) {
+    ZLOGI("zel client ZelGetPMStatus");
+    if (!zelConnect()) {
+        return -1;
+    }
+
+    std::vector<TorqRequestData> records;
+    ndk::ScopedAStatus status;
+    {
+        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        TorqRequestParcel parcel;
+        parcel.kind = kKindPowerMode;
+        parcel.data.emplace_back().id = mode;
+        ZLOGI("zel client hal ZelGetPMStatus");
+        status = g_zel_hal->stateRequest(parcel, &records);
+    }
+    if (zelCallSucceeded(status, "ZelGetPMStatus") && !records.empty()) {
+        try {
+            // value() throws std::bad_optional_access for an absent value; callers of this
+            // function have always been handed that exception, so it is not caught here.
+            return std::stoi(records[0].value.value());
+        } catch (const std::invalid_argument& e) {
+            std::cout << "Invalid argument exception: " << e.what() << std::endl;
+            return -1;
+        } catch (const std::out_of_range& e) {
+            std::cout << "Out of range exception: " << e.what() << std::endl;
+            return -1;
+        }
+    }
+    ZLOGE("failed to get power mode status, mode %d, data vector size %d", mode,
+          static_cast<int>(records.size()));
+    return -1;
+}
+
+}  // extern "C"
