@@ -1,0 +1,81 @@
+#pragma once
+
+#include <aidl/vendor/quarn/hardware/torq/BnTorqCallback.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "torq_sim/SimModel.h"
+
+namespace torq_sim_test {
+
+using ::aidl::vendor::quarn::hardware::torq::TorqRequestData;
+using ::aidl::vendor::quarn::hardware::torq::TorqRequestParcel;
+
+// A clock the test moves by hand.
+struct ManualClock {
+    std::atomic<int64_t> now{1000};
+    torq_sim::Clock clock() {
+        return [this] { return now.load(); };
+    }
+    void advance(int64_t ms) { now += ms; }
+};
+
+// A callback object that records what it receives.
+class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCallback {
+  public:
+    ::ndk::ScopedAStatus onCallback(const std::vector<TorqRequestData>& data) override {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            calls_.push_back(data);
+        }
+        cv_.notify_all();
+        return ::ndk::ScopedAStatus::ok();
+    }
+    std::vector<std::vector<TorqRequestData>> calls() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return calls_;
+    }
+    bool waitFor(size_t n, int64_t timeoutMs = 5000) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                            [&] { return calls_.size() >= n; });
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable cv_;
+    std::vector<std::vector<TorqRequestData>> calls_;
+};
+
+inline TorqRequestData idEntry(int32_t id, std::optional<std::string> value = std::nullopt) {
+    TorqRequestData d;
+    d.id = id;
+    d.value = std::move(value);
+    return d;
+}
+
+inline TorqRequestData pathEntry(const std::string& path,
+                                 std::optional<std::string> value = std::nullopt) {
+    TorqRequestData d;
+    d.path = path;
+    d.value = std::move(value);
+    return d;
+}
+
+inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data,
+                                int64_t duration = 0) {
+    TorqRequestParcel p;
+    p.kind = kind;
+    p.data = std::move(data);
+    p.duration = duration;
+    return p;
+}
+
+}  // namespace torq_sim_test

@@ -1,0 +1,54 @@
+#pragma once
+
+// Where torqctl's HAL comes from: the reference simulator in an emulated process (host only), or
+// a HAL declared on the system. Only the simulator lets torqctl see what the HAL received and
+// kill or restart it.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "torq_sim/Journal.h"
+#include "torq_sim/SimModel.h"
+
+namespace torqctl {
+
+class Backend {
+  public:
+    virtual ~Backend() = default;
+
+    virtual std::string description() const = 0;
+    // True when the HAL is the simulator (journal, dump output, kill/restart available).
+    virtual bool simulated() const = 0;
+    // False after kill-hal until the HAL is back.
+    virtual bool halUp() const = 0;
+
+    virtual uint64_t journalMark() const { return 0; }
+    virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }
+    virtual std::vector<std::string> takeDumpOutput() { return {}; }
+    virtual bool killHal(std::string* error) {
+        *error = "kill-hal needs the simulator";
+        return false;
+    }
+    virtual bool restartHal(std::string* error) {
+        *error = "restart-hal needs the simulator";
+        return false;
+    }
+    // Runs `fn` on the simulator's model; false when there is none (or it is dead).
+    virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
+        return false;
+    }
+    // Tears the simulator down before exit (kills its process).
+    virtual void shutdown() {}
+};
+
+// A declared HAL, checked to be running, or null with `error` set.
+std::unique_ptr<Backend> openDeclaredHal(std::string* error);
+
+// The platform's choice: a declared HAL if there is one; otherwise, unless `noSim`, the embedded
+// simulator where the platform has one (host). Null with `error` set when neither works.
+std::unique_ptr<Backend> openBackend(bool noSim, std::string* error);
+
+}  // namespace torqctl

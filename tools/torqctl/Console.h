@@ -1,0 +1,138 @@
+#pragma once
+
+// Runs torqctl commands against the library's three front ends and reports each call. A console
+// lives for one torqctl run: in a shell it remembers the handles it obtained (so releases go to
+// the front end that made them and unknown handles are refused) and keeps listeners alive.
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <istream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Backend.h"
+#include "CommandParser.h"
+#include "LogHook.h"
+#include "Output.h"
+
+namespace torqctl {
+
+// Exit statuses.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;  // the library reported a failure
+constexpr int kExitUsage = 2;   // bad input
+constexpr int kExitNoHal = 3;   // no usable HAL for this command
+
+class CallbackSink;
+
+class Console {
+  public:
+    Console(Output& out, Backend& backend, bool shellMode);
+    ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+
+    // Runs one parsed command; returns its exit status.
+    int execute(const Command& command);
+    // Parses and runs one shell line (errors reported as for a shell).
+    int run(const std::string& line);
+    // Reads commands line by line until the end of `in`. The status of the last failing line,
+    // or 0 when all worked.
+    int runShell(std::istream& in, bool interactive);
+
+    // Reports of the last execute().
+    const std::vector<Report>& reports() const { return reports_; }
+    Output& output() { return out_; }
+    Backend& backend() { return backend_; }
+
+    // Callback events received so far, in arrival order.
+    std::vector<CallbackEvent> callbacks() const;
+    // Waits until at least `count` callbacks have arrived in total.
+    bool waitForCallbacks(size_t count, int64_t timeoutMs) const;
+    // Log lines written by the library so far (kept whether or not they are shown).
+    void onLog(const LogLine& line, bool show);
+    size_t countLog(const std::string& message) const;
+    bool waitForLog(const std::string& message, size_t count, int64_t timeoutMs) const;
+
+    // Handles this run obtained and still holds.
+    bool holds(int32_t handle) const { return handles_.count(handle) != 0; }
+
+    // Unregisters what is still registered and waits for a pending restart.
+    void finish();
+
+    // Called by callback objects (binder threads).
+    void deliver(const CallbackEvent& event);
+
+  private:
+    enum class Origin { kWrapper, kZel, kHalclient, kSa, kListener, kThermalListener };
+
+    int dispatch(const Command& c);
+    bool halclientUsable();
+    int usageError(const std::string& message);
+    int noHal(const std::string& message);
+    void begin();
+    void releaseHeld();
+    void finishReport(Report& report);
+    int status() const;
+    void remember(int32_t handle, Origin origin);
+    void forget(int32_t handle);
+    void holdListener(int32_t handle, std::shared_ptr<CallbackSink> sink);
+    void listenFor(int64_t ms);
+    void awaitAnswer(const std::shared_ptr<CallbackSink>& sink);
+
+    int actions(const Command& c);
+    int acquire(const Command& c);
+    int acquireId(const Command& c);
+    int resAcquire(const Command& c);
+    int release(const Command& c);
+    int resCtl(const Command& c);
+    int resCtlPath(const Command& c);
+    int saCtl(const Command& c);
+    int state(const Command& c);
+    int statePath(const Command& c);
+    int listen(const Command& c);
+    int unlisten(const Command& c);
+    int thermal(const Command& c);
+    int thermalListen(const Command& c);
+    int thermalUnlisten(const Command& c);
+    int doUnlisten(int32_t handle, bool thermal);
+    int notify(const Command& c);
+    int zelNotify(const Command& c);
+    int rule(const Command& c);
+    int sysInfo(const Command& c);
+    int history(const Command& c);
+    int pm(const Command& c);
+    int dump(const Command& c);
+    int prop(const Command& c);
+    int init(const Command& c);
+    int journal(const Command& c);
+    int killHal(const Command& c);
+    int restartHal(const Command& c);
+
+    Output& out_;
+    Backend& backend_;
+    const bool shellMode_;
+    std::vector<Report> reports_;
+    uint64_t halMark_ = 0;
+
+    std::map<int32_t, Origin> handles_;
+    std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;
+
+    mutable std::mutex eventsMutex_;
+    mutable std::condition_variable eventsCv_;
+    std::vector<CallbackEvent> events_;
+    bool callInProgress_ = false;
+    std::vector<CallbackEvent> held_;
+    std::vector<LogLine> logLines_;
+
+    // restart-hal --after: the thread is only touched by the thread running commands.
+    std::thread restartThread_;
+    std::atomic<bool> restartPending_{false};
+};
+
+}  // namespace torqctl

@@ -1,0 +1,66 @@
+// HOST ONLY: the embedded simulator as torqctl's HAL.
+
+#include <android/binder_manager.h>
+
+#include "Backend.h"
+#include "torq_sim/SimHost.h"
+
+namespace torqctl {
+
+namespace {
+
+class SimBackend : public Backend {
+  public:
+    bool start() { return host_.start(); }
+
+    std::string description() const override {
+        return "reference simulator (emulated process " + std::to_string(host_.pid()) + ")";
+    }
+    bool simulated() const override { return true; }
+    bool halUp() const override { return host_.alive(); }
+    uint64_t journalMark() const override { return host_.journal()->mark(); }
+    std::vector<torq_sim::JournalEntry> journalSince(uint64_t mark) const override {
+        return host_.journal()->since(mark);
+    }
+    std::vector<std::string> takeDumpOutput() override { return host_.takeDumpOutput(); }
+    bool killHal(std::string* error) override {
+        if (!host_.alive()) {
+            *error = "the HAL is not running";
+            return false;
+        }
+        host_.kill();
+        return true;
+    }
+    bool restartHal(std::string* error) override {
+        if (!host_.restart()) {
+            *error = "the simulator could not register the HAL";
+            return false;
+        }
+        return true;
+    }
+    bool inspect(const std::function<void(const torq_sim::SimModel&)>& fn) const override {
+        return host_.inspect(fn);
+    }
+    void shutdown() override { host_.kill(); }
+
+  private:
+    torq_sim::SimHost host_;
+};
+
+}  // namespace
+
+std::unique_ptr<Backend> openBackend(bool noSim, std::string* error) {
+    if (noSim || AServiceManager_isDeclared(torq_sim::kTorqInstance)) {
+        std::unique_ptr<Backend> declared = openDeclaredHal(error);
+        if (declared == nullptr && noSim) *error += "; drop --no-sim to use the simulator";
+        return declared;
+    }
+    auto sim = std::make_unique<SimBackend>();
+    if (!sim->start()) {
+        *error = "the simulator could not register the HAL";
+        return nullptr;
+    }
+    return sim;
+}
+
+}  // namespace torqctl

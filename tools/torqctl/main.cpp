@@ -1,0 +1,99 @@
+// torqctl: drives the Torq HAL through libquarn-zel-client's front ends and shows what each call
+// returned and what the HAL received. See docs/torqctl.md.
+
+#include <android/binder_process.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Backend.h"
+#include "CommandParser.h"
+#include "Console.h"
+#include "LogHook.h"
+#include "Output.h"
+#include "Tour.h"
+
+using namespace torqctl;
+
+namespace {
+
+std::atomic<Console*> gConsole{nullptr};
+// Cleared before torqctl takes its embedded HAL down, whose death the library would log.
+std::atomic<bool> gLogOpen{true};
+
+int runCommand(const ParseResult& parsed, Output& out) {
+    const Command& c = parsed.command;
+    if (c.verb == Verb::kHelp || c.help) {
+        out.raw(c.help ? commandUsage(c.verb) : (c.topic.empty() ? usage() : commandUsage(c.topic)));
+        return kExitOk;
+    }
+    std::ifstream file;
+    if (c.verb == Verb::kShell && !c.name.empty()) {
+        file.open(c.name);
+        if (!file) {
+            out.error("cannot read " + c.name);
+            return kExitUsage;
+        }
+    }
+
+    // Binder threads carry the HAL's callbacks and death notices to us.
+    ABinderProcess_setThreadPoolMaxThreadCount(4);
+    ABinderProcess_startThreadPool();
+
+    std::string error;
+    std::unique_ptr<Backend> backend = openBackend(parsed.global.noSim, &error);
+    if (backend == nullptr) {
+        out.error(error);
+        return kExitNoHal;
+    }
+    int status;
+    {
+        Console console(out, *backend, c.verb == Verb::kShell || c.verb == Verb::kTour);
+        gConsole = &console;
+        if (c.verb == Verb::kShell) {
+            status = file.is_open() ? console.runShell(file, false)
+                                    : console.runShell(std::cin, isatty(STDIN_FILENO) != 0);
+        } else if (c.verb == Verb::kTour) {
+            status = runTour(console);
+        } else {
+            status = console.execute(c);
+        }
+        console.finish();
+        gConsole = nullptr;
+        // The HAL goes before the console: callback objects the library still holds point to
+        // it, and a dead HAL calls nobody.
+        gLogOpen = false;
+        backend->shutdown();
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+    if (!parsed.ok) {
+        fprintf(stderr, "torqctl: %s\n", parsed.error.c_str());
+        return kExitUsage;
+    }
+    static Output out(parsed.global.json);
+    const bool showLog = parsed.global.log;
+    // liblog prints to stderr by default on a host: keep the library's lines for --log (and for
+    // the tour's checks) and out of the normal output.
+    installLogHook([showLog](const LogLine& line) {
+        if (!gLogOpen) return;
+        if (Console* console = gConsole.load()) {
+            console->onLog(line, showLog);
+        } else if (showLog) {
+            out.log(line);
+        }
+    });
+    const int status = runCommand(parsed, out);
+    installLogHook([](const LogLine&) {});
+    return status;
+}
