@@ -22,8 +22,7 @@ build: deps
 	@cmake --build $(BUILD) -j $(JOBS)
 
 run: build
-	@if [ -x $(BUILD)/tools/torqctl/torqctl ]; then $(BUILD)/tools/torqctl/torqctl tour; \
-	else $(BUILD)/tests/support/torq_smoke; fi
+	@$(BUILD)/tools/torqctl/torqctl tour
 
 test: build
 	@cd $(BUILD) && ctest $(CTEST_FLAGS) -j $(JOBS)
