@@ -32,11 +32,14 @@ ZEL_EXPORT int ZelNotifyWapper(std::string name, int src, int type, int param, i
 }  // extern "C"
 
 // Opcode tables of the resource-list builders, indexed by position in the notification text.
-ZEL_EXPORT extern uint32_t opCodeTargetLoad[3];
-ZEL_EXPORT extern uint32_t opCodeAdpXpuCoreBoost[4];
-ZEL_EXPORT extern uint32_t opCodeAdpXpuCoreLimit[4];
-ZEL_EXPORT extern uint32_t opCodeAdpXpuFreqBoost[4];
-ZEL_EXPORT extern uint32_t opCodeAdpXpuFreqLimit[4];
+// They lie back to back, so only the element alignment holds: the explicit alignment keeps
+// compilers that give 16-byte arrays a 16-byte alignment (x86-64) from assuming more.
+#define ZEL_OPCODE_TABLE_ALIGN __attribute__((aligned(alignof(uint32_t))))
+ZEL_EXPORT extern uint32_t opCodeTargetLoad[3] ZEL_OPCODE_TABLE_ALIGN;
+ZEL_EXPORT extern uint32_t opCodeAdpXpuCoreBoost[4] ZEL_OPCODE_TABLE_ALIGN;
+ZEL_EXPORT extern uint32_t opCodeAdpXpuCoreLimit[4] ZEL_OPCODE_TABLE_ALIGN;
+ZEL_EXPORT extern uint32_t opCodeAdpXpuFreqBoost[4] ZEL_OPCODE_TABLE_ALIGN;
+ZEL_EXPORT extern uint32_t opCodeAdpXpuFreqLimit[4] ZEL_OPCODE_TABLE_ALIGN;
 
 // A resource with this opcode and (always engaged) value.
 ZEL_EXPORT ZelClient::Resource ZelResourceInfo(int opcode, std::string value);
