@@ -19,12 +19,6 @@
 
 #include "ZelWrapper.h"
 
-// The flat API replaces its death recipient at every connect and never deletes the old one; these
-// tests reconnect once per HAL they start, so LeakSanitizer would report each of those.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:zel_get_torq_hal_and_link_to_death\n";
-}
-
 namespace {
 
 using torq_test::Answer;
