@@ -121,10 +121,17 @@ TEST_F(RequestTest, RequestWithCallbackRegistersClientBeforeSending) {
                                      "I torq client torqSACtlRequest add to request_callbacks"));
     EXPECT_EQ(requestCallbacks(), registered + 2);
 
-    // A failed transaction leaves its client registered: no answer will ever remove it.
+    // A failed transaction leaves its client registered: no answer will ever remove it. The same
+    // holds for every request form that takes a callback.
     hal().answerOnce("request", refused());
     EXPECT_EQ(torqResCtlRequest(1, 2, r, 3, 0, 5, cb), -1);
-    EXPECT_EQ(requestCallbacks(), registered + 3);
+    hal().answerOnce("request", refused());
+    EXPECT_EQ(torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb), -1);
+    hal().answerOnce("request", refused());
+    EXPECT_EQ(torq_resctl_request_with_callback_by_path(1, 2, {"/p"}, {"1"}, 3, 0, 5,
+                                                        std::make_shared<PathCallback>()),
+              -1);
+    EXPECT_EQ(requestCallbacks(), registered + 5);
 }
 
 TEST_F(RequestTest, SaControlSendsOneIdWithoutValue) {

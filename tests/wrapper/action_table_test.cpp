@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -45,6 +47,27 @@ TEST(ActionTable, EntriesSitAtTheirEventIds) {
     };
     for (const auto& [index, name] : expected) {
         EXPECT_EQ(gActionList[index], name) << "index " << index;
+    }
+}
+
+// Every letter of every name counts: callers send the names as they stand. One digest per block of
+// ten ids (FNV-1a over the names, each followed by '\n') says which block changed.
+TEST(ActionTable, EveryBlockOfTenNamesIsUnchanged) {
+    ASSERT_EQ(gActionList.size(), 199u);
+    const uint32_t expected[] = {
+            0xdc1035c3, 0x13d3d2c8, 0xe262f272, 0x3e04dd69, 0x93e64a08, 0x8bedcda9, 0x0bfac6eb,
+            0xab763874, 0xdb21a78d, 0x0ee7fdf3, 0x761b3de4, 0x2485636f, 0x22d12777, 0xc025f135,
+            0x94fbc93b, 0x26afc910, 0x97e43511, 0x529e875c, 0xa53d4846, 0xd453bea5,
+    };
+    for (size_t block = 0; block < std::size(expected); ++block) {
+        uint32_t digest = 0x811c9dc5;
+        const size_t end = std::min(gActionList.size(), (block + 1) * 10);
+        for (size_t i = block * 10; i < end; ++i) {
+            for (unsigned char c : gActionList[i] + '\n') {
+                digest = (digest ^ c) * 0x01000193u;
+            }
+        }
+        EXPECT_EQ(digest, expected[block]) << "ids " << block * 10 << " to " << end - 1;
     }
 }
 

@@ -3,15 +3,48 @@
 
 #include <aidl/vendor/quarn/hardware/torq/BnTorq.h>
 #include <android/binder_manager.h>
+#include <dlfcn.h>
 
 #include <atomic>
 #include <climits>
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ZelTest.h"
+
+namespace zel_test {
+namespace {
+
+// Answers that AServiceManager_isDeclared hands out before it asks the service manager again, and
+// how often it was asked. A test cannot make the real service manager change its answer between two
+// questions asked back to back.
+std::mutex gDeclaredMutex;
+std::deque<bool> gScriptedDeclared;
+int gDeclaredQueries = 0;
+
+}  // namespace
+}  // namespace zel_test
+
+// Interposes the binder runtime's function for the library (which calls it through the PLT); it
+// forwards to the real one unless a test scripted the answers.
+extern "C" bool AServiceManager_isDeclared(const char* instance) {
+    {
+        std::lock_guard<std::mutex> lock(zel_test::gDeclaredMutex);
+        ++zel_test::gDeclaredQueries;
+        if (!zel_test::gScriptedDeclared.empty()) {
+            const bool answer = zel_test::gScriptedDeclared.front();
+            zel_test::gScriptedDeclared.pop_front();
+            return answer;
+        }
+    }
+    using IsDeclared = bool (*)(const char*);
+    static const auto real = reinterpret_cast<IsDeclared>(dlsym(RTLD_NEXT, __func__));
+    return real(instance);
+}
 
 namespace zel_test {
 namespace {
@@ -213,6 +246,31 @@ INSTANTIATE_TEST_SUITE_P(AllEntryPoints, ZelEntryPointTest,
                          });
 
 class ZelConnectionTest : public ZelTest {};
+
+// The instance may become declared between the two questions: the line reports the second answer,
+// and the connection attempt still fails.
+TEST_F(ZelConnectionTest, UndeclaredInstanceIsAskedTwiceAndTheSecondAnswerLogged) {
+    FakeTorqHal& hal = startHal();
+    {
+        std::lock_guard<std::mutex> lock(gDeclaredMutex);
+        gScriptedDeclared = {false, true};
+        gDeclaredQueries = 0;
+    }
+
+    EXPECT_EQ(-1, ZelEventAcquire(1, "p", "i", 5, {}));
+
+    EXPECT_THAT(zelLog(), ElementsAre(info("ZelEventAcquire, cmdid:1, pkg:p, identity:i"),
+                                      error("Torq is not declared, AServiceManager_isDeclared:1"),
+                                      kConnectError));
+    EXPECT_EQ(0u, hal.count("request"));
+    {
+        std::lock_guard<std::mutex> lock(gDeclaredMutex);
+        EXPECT_EQ(2, gDeclaredQueries);
+        EXPECT_TRUE(gScriptedDeclared.empty());
+    }
+    // Nothing was cached: the next call asks again and gets through.
+    EXPECT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
+}
 
 TEST_F(ZelConnectionTest, DeclaredButUnregisteredHalIsNotWaitedFor) {
     declare();

@@ -152,6 +152,21 @@ TEST_F(ZelAcquireTest, NoTraceSectionUnlessTheAlwaysTagIsOn) {
     EXPECT_EQ(2u, hal.count("release"));
 }
 
+// The mark records the request itself, so it is made before (and whether or not) a HAL is reached.
+TEST_F(ZelAcquireTest, TraceMarksAreMadeWithoutAHal) {
+    EXPECT_EQ(-1, ZelEventAcquire(2, "p", "i", 3, {}));
+    ZelRelease(8);
+
+    const std::vector<TraceEvent> events = trace_.events();
+    ASSERT_EQ(4u, events.size());
+    EXPECT_EQ(TraceEvent::kBegin, events[0].kind);
+    EXPECT_EQ("ZelEventAcquire  cmd_id:2 pkg:p identity:i duration:3", events[0].name);
+    EXPECT_EQ(TraceEvent::kEnd, events[1].kind);
+    EXPECT_EQ(TraceEvent::kBegin, events[2].kind);
+    EXPECT_EQ("ZelRelease: 8", events[2].name);
+    EXPECT_EQ(TraceEvent::kEnd, events[3].kind);
+}
+
 TEST_F(ZelAcquireTest, ReleaseSendsTheHandle) {
     FakeTorqHal& hal = startHal();
 
