@@ -231,7 +231,6 @@ TEST_F(ConnectionTest, RacingFirstCallsConnectOnce) {
         SCOPED_TRACE(round);
         hal_.reset();
         binder_host::reset();
-        log_.clear();
         std::vector<std::thread> threads;
         // Without a declared HAL every call fails at once and the callers cycle through the
         // connect path, most of the time queued for the exclusive lock after finding the cache
@@ -246,17 +245,19 @@ TEST_F(ConnectionTest, RacingFirstCallsConnectOnce) {
         // Declared but not registered: the next caller waits in waitForService, holding the
         // exclusive lock, while the others queue behind it.
         binder_host::declareInstance(torq_test::kTorqInstance);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        // From here on only what happens once the waiting caller has connected.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        // From here on only what happens once the waiting caller has connected. (A caller that
+        // found the instance undeclared just before it was declared may still be writing its
+        // "not declared" line, with either answer: those lines say nothing about the race.)
         log_.clear();
         startHal();
         for (auto& t : threads) t.join();
 
+        // One connection served everyone: each caller made exactly its one successful request.
         EXPECT_EQ(hal().count("request"), static_cast<size_t>(kThreads));
         std::vector<std::string> got = lines();
         losers = std::count(got.begin(), got.end(), kNotDeclared1);
         EXPECT_LE(losers, static_cast<size_t>(kThreads - 1));
-        EXPECT_EQ(std::count(got.begin(), got.end(), kNotDeclared0), 0);
     }
     EXPECT_GE(losers, 1u);
 }
