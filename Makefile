@@ -1,7 +1,8 @@
 # Entry points. Each target installs what is missing first, so both work on a fresh machine.
 #   make run    - build and run the main job: torqctl's tour on the embedded reference HAL
 #   make test   - build and run every test
-# More: make build, make test-asan, make test-tsan, make test-libcxx, make bench, make format, make clean
+# More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench, make format,
+#       make clean
 
 BUILD       ?= build
 JOBS        ?= $(shell nproc)
@@ -10,7 +11,7 @@ CTEST_FLAGS ?= --output-on-failure --timeout 600
 
 configure = cmake -S . -B $(1) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(2) $(CMAKE_FLAGS) >/dev/null
 
-.PHONY: all deps build run test test-asan test-tsan test-libcxx bench format clean
+.PHONY: all deps build run test test-asan test-tsan test-libcxx fuzz bench format clean
 
 all: build
 
@@ -27,16 +28,44 @@ run: build
 test: build
 	@cd $(BUILD) && ctest $(CTEST_FLAGS) -j $(JOBS)
 
-# Sanitizer builds use clang, as the device does.
+# Sanitizer builds use clang, as the device does. Any report fails the test that made it: ASan,
+# UBSan (built with -fno-sanitize-recover) and TSan stop at the first report, LeakSanitizer fails
+# the exit code. The findings the library keeps on purpose are suppressed in one place,
+# tests/support/src/sanitizer_suppressions.cpp.
+ASAN_ENV = ASAN_OPTIONS=halt_on_error=1:detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+# TSan waits a second at every exit by default (to catch races with threads still running); with
+# one process per test that second was most of the run, so it waits 50 ms.
+TSAN_ENV = TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:atexit_sleep_ms=50
+
 test-asan: deps
 	@$(call configure,$(BUILD)-asan,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_SANITIZE_ADDRESS=ON -DZEL_BUILD_BENCHMARKS=OFF)
 	@cmake --build $(BUILD)-asan -j $(JOBS)
-	@cd $(BUILD)-asan && ctest $(CTEST_FLAGS) -j $(JOBS)
+	@cd $(BUILD)-asan && $(ASAN_ENV) ctest $(CTEST_FLAGS) -j $(JOBS)
 
 test-tsan: deps
 	@$(call configure,$(BUILD)-tsan,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_SANITIZE_THREAD=ON -DZEL_BUILD_BENCHMARKS=OFF)
 	@cmake --build $(BUILD)-tsan -j $(JOBS)
-	@cd $(BUILD)-tsan && ctest $(CTEST_FLAGS) -j $(JOBS)
+	@cd $(BUILD)-tsan && $(TSAN_ENV) ctest $(CTEST_FLAGS) -j $(JOBS)
+
+# libFuzzer (clang, with ASan and UBSan): builds the fuzz targets and runs each for FUZZ_SECONDS,
+# starting from its checked-in corpus (fuzz/corpus/<target>); what it finds goes to
+# $(BUILD)-fuzz/corpus (new inputs) and $(BUILD)-fuzz/crashes (failing ones), never into the tree.
+FUZZ_SECONDS ?= 20
+FUZZ_TARGETS ?= string_utils callback_client parcelables torqctl_parser
+
+fuzz: deps
+	@$(call configure,$(BUILD)-fuzz,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_SANITIZE_ADDRESS=ON -DZEL_BUILD_FUZZERS=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCHMARKS=OFF)
+	@cmake --build $(BUILD)-fuzz -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+	@mkdir -p $(BUILD)-fuzz/crashes
+	@for t in $(FUZZ_TARGETS); do \
+	    mkdir -p $(BUILD)-fuzz/corpus/$$t; \
+	    echo "fuzz_$$t: $(FUZZ_SECONDS) s"; \
+	    $(ASAN_ENV) $(BUILD)-fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -timeout=10 \
+	        -print_final_stats=1 -artifact_prefix=$(BUILD)-fuzz/crashes/$$t- \
+	        $(BUILD)-fuzz/corpus/$$t fuzz/corpus/$$t > $(BUILD)-fuzz/fuzz_$$t.log 2>&1 \
+	        || { tail -n 60 $(BUILD)-fuzz/fuzz_$$t.log; exit 1; }; \
+	    grep -E "stat::(number_of_executed_units|new_units_added):" $(BUILD)-fuzz/fuzz_$$t.log; \
+	done
 
 test-libcxx: deps
 	@$(call configure,$(BUILD)-libcxx,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_USE_LIBCXX=ON -DZEL_BUILD_BENCHMARKS=OFF)
@@ -50,4 +79,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-libcxx
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-libcxx $(BUILD)-fuzz
