@@ -147,7 +147,12 @@ void serveTransaction(Transaction* txn) {
     txn->reply.pos = 0;
 
     tls = saved;
-    if (!txn->oneway()) txn->complete(status);
+    // A process killed while it served the call sends no reply, as nothing else leaves it: the
+    // caller gets STATUS_DEAD_OBJECT even if the kill has not reached this transaction yet.
+    if (!txn->oneway()) {
+        const bool alive = node->process->alive.load(std::memory_order_acquire);
+        txn->complete(alive ? status : STATUS_DEAD_OBJECT);
+    }
 }
 
 // --- Death links -----------------------------------------------------------------------------
@@ -412,13 +417,14 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         return STATUS_OK;
     }
 
-    pollBriefly([txn] { return txn->finished.load(std::memory_order_acquire); });
-    binder_status_t status;
-    {
+    // A reply seen while polling is taken without the mutex: the binder thread may still hold it
+    // while it wakes us, and blocking on it would put this thread to sleep after all. The status
+    // is set once, before `finished`, and never changes afterwards.
+    if (!pollBriefly([txn] { return txn->finished.load(std::memory_order_acquire); })) {
         std::unique_lock<std::mutex> lock(txn->mutex);
         txn->cv.wait(lock, [txn] { return txn->done; });
-        status = txn->status;
     }
+    const binder_status_t status = txn->status;
     if (status == STATUS_OK) {
         // The binder thread is done with the reply; it moves over the same way.
         auto* reply = new AParcel(std::move(txn->reply));

@@ -543,7 +543,9 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
     if (parcel == nullptr || status == nullptr) return STATUS_UNEXPECTED_NULL;
     constexpr int32_t kHasReplyHeader = -128;
     PositionGuard guard(parcel);
-    auto result = std::make_unique<AStatus>();
+    // Read into a local: a successful reply (nearly all of them) then allocates nothing.
+    AStatus header;
+    AStatus* const result = &header;
     binder_status_t err = parcel->readRaw(&result->exception, sizeof(result->exception));
     if (err != STATUS_OK) return err;
     if (result->exception == kHasReplyHeader) {
@@ -592,7 +594,7 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
             }
         }
     }
-    *status = result.release();
+    *status = header.exception == EX_NONE ? AStatus_newOk() : new AStatus(std::move(header));
     return guard.commit(STATUS_OK);
 }
 

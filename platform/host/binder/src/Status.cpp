@@ -166,7 +166,8 @@ AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, co
 
 AStatus* AStatus_fromStatus(binder_status_t status) {
     status = pruneStatus(status);
-    if (status == STATUS_OK) return make(EX_NONE, 0, nullptr);
+    // Every proxy call ends here on success: hand out the shared object rather than allocate.
+    if (status == STATUS_OK) return gOk;
     return make(EX_TRANSACTION_FAILED, status, nullptr);
 }
 
