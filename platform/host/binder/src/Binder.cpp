@@ -394,8 +394,11 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         return STATUS_DEAD_OBJECT;
     }
 
+    // The transaction keeps the object alive until it has been served. The sender's reference
+    // may already be gone when its process is being killed under it: then the object may be on
+    // its way to destruction, and must not be brought back for this call.
+    if (!tryIncStrong(node)) return STATUS_DEAD_OBJECT;
     auto* txn = new Transaction;
-    incStrong(node);
     txn->node = node;
     txn->code = code;
     txn->flags = flags;
@@ -448,7 +451,7 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
     // The dump runs in the object's process, like any call.
     auto task = std::make_shared<Task>();
     binder_status_t status = STATUS_DEAD_OBJECT;
-    incStrong(node);
+    if (!tryIncStrong(node)) return STATUS_DEAD_OBJECT;
     task->fn = [&status, node, clazz, fd, args, numArgs] {
         status = clazz->onDump(node, fd, args, numArgs);
     };
