@@ -420,14 +420,13 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         return STATUS_OK;
     }
 
-    // A reply seen while polling is taken without the mutex: the binder thread may still hold it
-    // while it wakes us, and blocking on it would put this thread to sleep after all. The status
-    // is set once, before `finished`, and never changes afterwards.
-    if (!pollBriefly([txn] { return txn->finished.load(std::memory_order_acquire); })) {
+    pollBriefly([txn] { return txn->finished.load(std::memory_order_acquire); });
+    binder_status_t status;
+    {
         std::unique_lock<std::mutex> lock(txn->mutex);
         txn->cv.wait(lock, [txn] { return txn->done; });
+        status = txn->status;
     }
-    const binder_status_t status = txn->status;
     if (status == STATUS_OK) {
         // The binder thread is done with the reply; it moves over the same way.
         auto* reply = new AParcel(std::move(txn->reply));

@@ -141,8 +141,6 @@ bool Process::post(Work work) {
     queue.push_back(work);
     queued.store(queue.size(), std::memory_order_release);
     if (queue.size() > idle && spawned < maxThreads && !stopping) spawnLocked();
-    // Woken with the mutex still held, a binder thread would block on it straight away.
-    lock.unlock();
     workCv.notify_one();
     return true;
 }

@@ -1,0 +1,632 @@
+// What the library adds to a HAL call.
+//
+// Each front-end call is measured against the bare transaction it makes: the same ITorq method
+// called directly on a proxy with a request built beforehand. Both reach the same HAL, which
+// answers at once from its own emulated process, so the difference is the library's own work:
+// the log lines (formatted, then dropped by a silent logger), the connection check, the lock,
+// building the request and reading the answer.
+//
+// Usage: zel_bench [--zel_quick] [--zel_enforce] [Google Benchmark flags]
+//   --zel_quick    one short repetition of each case; the table is printed without verdicts (for
+//                  CI: it shows that every case runs and sends what its floor sends).
+//   --zel_enforce  exit with status 1 when a target is missed.
+// The exit status is 2 when something broke: a case lost the HAL, or a front end did not send the
+// request its floor sends.
+
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+#include <binder_host/process.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AllocationCounter.h"
+#include "BenchHal.h"
+#include "Latency.h"
+#include "Report.h"
+#include "ZelClient.h"
+#include "ZelWrapper.h"
+#include "torqHalclient.h"
+#include "zel.h"
+
+namespace zel_bench {
+namespace {
+
+// --- Workloads ---------------------------------------------------------------------------------
+// Typical requests: a few resources with short values, a package name and an identity.
+
+constexpr int32_t kDuration = 3000;
+constexpr int32_t kTag = 7;
+const std::string kPackage = "com.example.camera";
+const std::string kIdentity = "bench";
+
+struct Res {
+    int32_t id;
+    const char* value;
+};
+const Res kResources[] = {{0x010108A0, "1000"}, {0x01010B10, "2"}, {0x01020050, "1800000"}};
+const char* const kPaths[] = {"/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq",
+                              "/sys/devices/system/cpu/cpufreq/policy4/scaling_min_freq",
+                              "/dev/cpuctl/top-app/cpu.uclamp.min"};
+const char* const kPathValues[] = {"1200000", "1800000", "512"};
+
+// Wrapper: the first and the last named action, and two notifications with data.
+const std::string kFirstAction = "VARDEX_ACTION_LAUNCH";
+constexpr int32_t kFirstActionId = 0;
+const std::string kLastAction = "VARDEX_ACTION_CAMERA_APS_INNER_THDR_CAPTURE_L1";
+constexpr int32_t kLastActionId = 198;
+const std::string kTargetLoadData = "l-80,m-60,b-40";
+const Res kTargetLoadEntries[] = {{0x010108A0, "80"}, {0x010108B0, "60"}, {0x010108C0, "40"}};
+const std::string kGameAdpData =
+        "2,2,1,1;4,4,2,2;1800000,2000000,2200000,900000;"
+        "1200000,1400000,1600000,600000";
+const Res kGameAdpEntries[] = {
+        {0x01010B10, "2"},       {0x01010B20, "2"},       {0x01010B30, "1"},
+        {0x01020070, "1"},       {0x01010B90, "4"},       {0x01010BA0, "4"},
+        {0x01010BB0, "2"},       {0x01020080, "2"},       {0x01010010, "1800000"},
+        {0x01010020, "2000000"}, {0x01010030, "2200000"}, {0x01020050, "900000"},
+        {0x010100A0, "1200000"}, {0x010100B0, "1400000"}, {0x010100C0, "1600000"},
+        {0x01020060, "600000"}};
+
+template <size_t N>
+std::vector<TorqRequestData> idRecords(const Res (&resources)[N]) {
+    std::vector<TorqRequestData> data;
+    for (const Res& r : resources) {
+        TorqRequestData d;
+        d.id = r.id;
+        d.value = r.value;
+        data.push_back(d);
+    }
+    return data;
+}
+
+// What the state query answers: the current value of each resource.
+std::vector<TorqRequestData> stateAnswer() {
+    return idRecords(kResources);
+}
+
+// --- The bare requests, built once -------------------------------------------------------------
+
+struct Floors {
+    TorqRequestParcel resCtl;           // torqResCtlRequest(duration, 3 resources, tag)
+    TorqRequestParcel state;            // torqResStateRequest(3 ids, tag, out)
+    TorqRequestParcel byPath;           // torq_resctl_request_by_path(-1, duration, 3 paths, ...)
+    TorqRequestParcel event;            // ZelEventAcquire(11, package, identity, duration, {})
+    TorqRequestParcel firstAction;      // ZelEventAcquireWrapper(first action, ...)
+    TorqRequestParcel lastAction;       // ZelEventAcquireWrapper(last action, ...)
+    std::vector<TorqRequestData> rule;  // zelRuleCtl(130, 1, 3 resources)
+    std::vector<TorqRequestData> targetLoad;  // ZelNotifyWapper(src 130, type 1, data)
+    std::vector<TorqRequestData> gameAdp;     // ZelNotifyWapper(src 9000, type 1, data)
+};
+
+constexpr int32_t kEventId = 11;  // ACTION_CAMERA_OPEN
+
+TorqRequestParcel eventParcel(int32_t eventId, const std::string& pkg) {
+    TorqRequestParcel p;
+    p.kind = 8;
+    TorqRequestData d;
+    d.id = eventId;
+    p.data.push_back(d);
+    p.pkg = pkg;
+    p.identity = kIdentity;
+    p.duration = kDuration;
+    return p;
+}
+
+Floors buildFloors() {
+    Floors f;
+    f.resCtl.kind = 1;
+    f.resCtl.data = idRecords(kResources);
+    f.resCtl.flag = false;
+    f.resCtl.option = -1;
+    f.resCtl.tag = kTag;
+    f.resCtl.duration = kDuration;
+    f.resCtl.param = -1;
+
+    f.state.tag = kTag;
+    for (const Res& r : kResources) {
+        TorqRequestData d;
+        d.id = r.id;
+        d.value = "";  // ids only: the value travels present and empty
+        f.state.data.push_back(d);
+    }
+
+    f.byPath.kind = 1;
+    f.byPath.option = -1;
+    f.byPath.tag = kTag;
+    f.byPath.duration = kDuration;
+    f.byPath.param = -1;
+    f.byPath.extras = std::vector<std::optional<std::string>>{"zdbdebug"};
+    for (size_t i = 0; i < std::size(kPaths); ++i) {
+        TorqRequestData d;
+        d.path = kPaths[i];
+        d.value = kPathValues[i];
+        f.byPath.data.push_back(d);
+    }
+
+    f.event = eventParcel(kEventId, kPackage);
+    f.firstAction = eventParcel(kFirstActionId, kPackage);
+    f.lastAction = eventParcel(kLastActionId, kPackage);
+    f.rule = idRecords(kResources);
+    f.targetLoad = idRecords(kTargetLoadEntries);
+    f.gameAdp = idRecords(kGameAdpEntries);
+    return f;
+}
+
+// --- The cases ---------------------------------------------------------------------------------
+
+// One call; true when it got the answer the HAL gives.
+using Call = std::function<bool()>;
+
+struct Case {
+    std::string name;
+    Call call;
+    // Whether the HAL must see the same thing from this case as from `sameAs`.
+    std::string sameAs;
+    // The caller's own work between two calls, left out of the call's time (optional).
+    std::function<void()> between;
+};
+
+struct Inputs {
+    std::list<ZelClient::Resource> resources;
+    std::list<ZelClient::Resource> stateIds;
+    std::list<ZelClient::Resource> stateOut;
+    std::vector<std::string> paths;
+    std::vector<std::string> pathValues;
+    std::vector<ZelClient::Resource> ruleResources;
+};
+
+Inputs buildInputs() {
+    Inputs in;
+    for (const Res& r : kResources) {
+        in.resources.push_back(ZelClient::Resource{r.id, std::string(r.value)});
+        in.stateIds.push_back(ZelClient::Resource{r.id, std::nullopt});
+        in.ruleResources.push_back(ZelClient::Resource{r.id, std::string(r.value)});
+    }
+    in.paths.assign(std::begin(kPaths), std::end(kPaths));
+    in.pathValues.assign(std::begin(kPathValues), std::end(kPathValues));
+    return in;
+}
+
+bool isOk(const ndk::ScopedAStatus& status) {
+    return status.isOk();
+}
+
+std::vector<Case> buildCases(const std::shared_ptr<ITorq>& hal, const Floors& f, Inputs& in) {
+    std::vector<Case> cases;
+    auto add = [&](std::string name, Call call, std::string sameAs = "",
+                   std::function<void()> between = nullptr) {
+        cases.push_back(
+                Case{std::move(name), std::move(call), std::move(sameAs), std::move(between)});
+    };
+    auto request = [hal](const TorqRequestParcel& parcel) {
+        return [hal, &parcel] {
+            int32_t handle = -1;
+            return isOk(hal->request(parcel, &handle)) && handle == kHandle;
+        };
+    };
+    auto ruleCtl = [hal](int32_t rule, int32_t status, const std::vector<TorqRequestData>& data) {
+        return [hal, rule, status, &data] {
+            int32_t result = -1;
+            return isOk(hal->ruleCtl(rule, status, data, &result)) && result == kResult;
+        };
+    };
+
+    // The bare transactions.
+    add("ITorq::request/resctl", request(f.resCtl));
+    add("ITorq::stateRequest", [hal, &f] {
+        std::vector<TorqRequestData> out;
+        return isOk(hal->stateRequest(f.state, &out)) && out.size() == std::size(kResources);
+    });
+    add("ITorq::request/by_path", request(f.byPath));
+    add("ITorq::request/event", request(f.event));
+    add("ITorq::request/first_action", request(f.firstAction));
+    add("ITorq::request/last_action", request(f.lastAction));
+    add("ITorq::ruleCtl/rule", ruleCtl(130, 1, f.rule));
+    add("ITorq::ruleCtl/target_load", ruleCtl(130, 1, f.targetLoad));
+    add("ITorq::ruleCtl/game_adp", ruleCtl(9000, 1, f.gameAdp));
+    add("ITorq::release", [hal] {
+        int32_t result = -1;
+        return isOk(hal->release(kHandle, &result)) && result == kResult;
+    });
+
+    // The front ends.
+    add(
+            "torqResCtlRequest/3_resources",
+            [&in] {
+                return torqHalclient::torqResCtlRequest(kDuration, in.resources, kTag) == kHandle;
+            },
+            "ITorq::request/resctl");
+    add(
+            "torqResStateRequest/3_ids",
+            [&in] {
+                return torqHalclient::torqResStateRequest(in.stateIds, kTag, in.stateOut) ==
+                       static_cast<int32_t>(std::size(kResources));
+            },
+            "ITorq::stateRequest",
+            // The values handed back are the caller's; emptying the list is not part of the call.
+            [&in] { in.stateOut.clear(); });
+    add(
+            "torq_resctl_request_by_path/3_paths",
+            [&in] {
+                return torqHalclient::torq_resctl_request_by_path(
+                               -1, kDuration, in.paths, in.pathValues, -1, 0, kTag) == kHandle;
+            },
+            "ITorq::request/by_path");
+    add(
+            "torqResCtlRelease",
+            [] { return torqHalclient::torqResCtlRelease(kHandle) == kResult; }, "ITorq::release");
+    add(
+            "ZelEventAcquire/event_11",
+            [] { return ZelEventAcquire(kEventId, kPackage, kIdentity, kDuration, {}) == kHandle; },
+            "ITorq::request/event");
+    add(
+            "zelRuleCtl/3_resources",
+            [&in] { return zelRuleCtl(130, 1, in.ruleResources) == kResult; },
+            "ITorq::ruleCtl/rule");
+    add(
+            "ZelRelease",
+            [] {
+                ZelRelease(kHandle);
+                return true;  // nothing comes back; the HAL's call count tells whether it arrived
+            },
+            "ITorq::release");
+    add(
+            "ZelEventAcquireWrapper/first_action",
+            [] {
+                return ZelEventAcquireWrapper(kFirstAction, kPackage, kIdentity, kDuration) ==
+                       kHandle;
+            },
+            "ITorq::request/first_action");
+    add(
+            "ZelEventAcquireWrapper/last_action",
+            [] {
+                return ZelEventAcquireWrapper(kLastAction, kPackage, kIdentity, kDuration) ==
+                       kHandle;
+            },
+            "ITorq::request/last_action");
+    add(
+            "ZelNotifyWapper/src_130",
+            [] { return ZelNotifyWapper("bench", 130, 1, 0, 0, 0, kTargetLoadData) == 0; },
+            "ITorq::ruleCtl/target_load");
+    add(
+            "ZelNotifyWapper/src_9000",
+            [] { return ZelNotifyWapper("bench", 9000, 1, 0, 0, 0, kGameAdpData) == 0; },
+            "ITorq::ruleCtl/game_adp");
+    return cases;
+}
+
+std::vector<Comparison> comparisons() {
+    constexpr double kFrontEnd = 1.15;
+    constexpr double kLookup = 1.05;
+    return {
+            {"torqResCtlRequest, 3 resources", "torqResCtlRequest/3_resources",
+             "ITorq::request/resctl", kFrontEnd, false},
+            {"torqResStateRequest, 3 ids", "torqResStateRequest/3_ids", "ITorq::stateRequest",
+             kFrontEnd, false},
+            {"torq_resctl_request_by_path, 3 paths", "torq_resctl_request_by_path/3_paths",
+             "ITorq::request/by_path", kFrontEnd, false},
+            {"torqResCtlRelease (connection fast path)", "torqResCtlRelease", "ITorq::release",
+             kFrontEnd, true},
+            {"ZelEventAcquire", "ZelEventAcquire/event_11", "ITorq::request/event", kFrontEnd,
+             false},
+            {"zelRuleCtl, 3 resources", "zelRuleCtl/3_resources", "ITorq::ruleCtl/rule", kFrontEnd,
+             false},
+            {"ZelRelease (connection fast path)", "ZelRelease", "ITorq::release", kFrontEnd, true},
+            {"ZelEventAcquireWrapper, first action", "ZelEventAcquireWrapper/first_action",
+             "ITorq::request/first_action", kFrontEnd, false},
+            {"ZelEventAcquireWrapper, last action", "ZelEventAcquireWrapper/last_action",
+             "ITorq::request/last_action", kFrontEnd, false},
+            {"ZelEventAcquireWrapper, last vs first", "ZelEventAcquireWrapper/last_action",
+             "ZelEventAcquireWrapper/first_action", kLookup, false},
+            {"ZelNotifyWapper, src 130 + data", "ZelNotifyWapper/src_130",
+             "ITorq::ruleCtl/target_load", kFrontEnd, false},
+            {"ZelNotifyWapper, src 9000 + data", "ZelNotifyWapper/src_9000",
+             "ITorq::ruleCtl/game_adp", kFrontEnd, false},
+    };
+}
+
+// --- Parts of the library's own share ----------------------------------------------------------
+// Local work the front ends must do on every call, measured alone: formatting the log lines they
+// are required to write, and the notification builders of the wrapper.
+
+struct Part {
+    std::string name;
+    std::function<void()> work;
+};
+
+std::vector<Part> buildParts() {
+    return {
+            {"part/log line, no argument",
+             [] {
+                 __android_log_print(ANDROID_LOG_INFO, "TORQFramework-lib-vendor",
+                                     "torq client torqResCtlRequest");
+             }},
+            {"part/log line, ZelEventAcquire",
+             [] {
+                 __android_log_print(ANDROID_LOG_INFO, "[ZEL_CLIENT]",
+                                     "ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", kEventId,
+                                     kPackage.c_str(), kIdentity.c_str());
+             }},
+            {"part/log line, ZelEventAcquireWrapper",
+             [] {
+                 __android_log_print(ANDROID_LOG_INFO, "[ZEL_CLIENT_WRAPPER]",
+                                     "[%s] eventId:%s, scene:%s, identity:%s, timeout:%d",
+                                     "ZelEventAcquireWrapper", kFirstAction.c_str(),
+                                     kPackage.c_str(), kIdentity.c_str(), kDuration);
+             }},
+            {"part/getTargetLoadList, 3 items",
+             [] { benchmark::DoNotOptimize(getTargetLoadList(kTargetLoadData)); }},
+            {"part/getGameAdpList, 16 items",
+             [] { benchmark::DoNotOptimize(getGameAdpList(kGameAdpData)); }},
+    };
+}
+
+// The mean of many runs: these take tens of nanoseconds, too little to time one by one.
+void measurePart(benchmark::State& state, const std::function<void()>* work) {
+    const uint64_t allocationsBefore = allocationsOnThisThread();
+    const Clock::time_point start = Clock::now();
+    for (auto _ : state) (*work)();
+    const Clock::time_point end = Clock::now();
+    const uint64_t allocations = allocationsOnThisThread() - allocationsBefore;
+    state.counters[kAllocationsCounter] = benchmark::Counter(static_cast<double>(allocations),
+                                                             benchmark::Counter::kAvgIterations);
+    state.counters[kMedianCounter] =
+            static_cast<double>(nanosBetween(start, end)) / static_cast<double>(state.iterations());
+}
+
+// --- Checks before measuring -------------------------------------------------------------------
+
+std::string describe(const std::vector<SeenCall>& calls) {
+    std::string text;
+    for (const SeenCall& c : calls) {
+        text += "    " + c.method;
+        if (c.method == "ruleCtl") {
+            text += " rule " + std::to_string(c.ruleId) + " status " + std::to_string(c.status);
+            for (const TorqRequestData& d : c.entries) text += " " + d.toString();
+        } else if (c.method == "release") {
+            text += " handle " + std::to_string(c.handle);
+        } else {
+            text += " " + c.parcel.toString();
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+bool sameCalls(const std::vector<SeenCall>& a, const std::vector<SeenCall>& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (a[i].method != b[i].method || a[i].parcel != b[i].parcel ||
+            a[i].handle != b[i].handle || a[i].ruleId != b[i].ruleId ||
+            a[i].status != b[i].status || a[i].entries != b[i].entries) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Every case must get its answer, reach the HAL exactly once, and send the HAL exactly what its
+// bare transaction sends; otherwise the two timings would not measure the same request.
+bool checkCases(BenchHal& hal, const std::vector<Case>& cases) {
+    bool ok = true;
+    std::map<std::string, std::vector<SeenCall>> seen;
+    for (const Case& c : cases) {
+        hal.startCapture();
+        const bool answered = c.call();
+        seen[c.name] = hal.stopCapture();
+        if (c.between) c.between();
+        if (!answered) {
+            std::cerr << "zel_bench: " << c.name << " did not get the HAL's answer\n";
+            ok = false;
+        } else if (seen[c.name].size() != 1) {
+            std::cerr << "zel_bench: " << c.name << " made " << seen[c.name].size()
+                      << " HAL calls instead of 1:\n"
+                      << describe(seen[c.name]);
+            ok = false;
+        }
+    }
+    for (const Case& c : cases) {
+        if (c.sameAs.empty()) continue;
+        if (!sameCalls(seen[c.name], seen[c.sameAs])) {
+            std::cerr << "zel_bench: " << c.name << " and " << c.sameAs
+                      << " do not send the same request\n  " << c.name << ":\n"
+                      << describe(seen[c.name]) << "  " << c.sameAs << ":\n"
+                      << describe(seen[c.sameAs]);
+            ok = false;
+        }
+    }
+    return ok;
+}
+
+// --- Measuring ---------------------------------------------------------------------------------
+
+// Subtracted from every per-call latency: the two clock reads around the call.
+double g_timerOverheadNs = 0;
+
+void measure(benchmark::State& state, BenchHal* hal, const Case* c) {
+    LatencyHistogram latencies;  // allocated before counting starts
+    uint64_t failures = 0;
+    const uint64_t halCallsBefore = hal->callCount();
+    const uint64_t allocationsBefore = allocationsOnThisThread();
+    for (auto _ : state) {
+        const Clock::time_point start = Clock::now();
+        const bool answered = c->call();
+        const Clock::time_point end = Clock::now();
+        latencies.add(nanosBetween(start, end));
+        if (!answered) ++failures;
+        if (c->between) c->between();
+    }
+    const uint64_t allocations = allocationsOnThisThread() - allocationsBefore;
+    const uint64_t halCalls = hal->callCount() - halCallsBefore;
+    state.counters[kAllocationsCounter] = benchmark::Counter(static_cast<double>(allocations),
+                                                             benchmark::Counter::kAvgIterations);
+    state.counters[kMedianCounter] = latencies.quantileNs(0.5) - g_timerOverheadNs;
+    if (failures != 0) {
+        state.SkipWithError("a call did not get the HAL's answer");
+    } else if (halCalls != static_cast<uint64_t>(state.iterations())) {
+        state.SkipWithError("not exactly one HAL call per call");
+    }
+}
+
+// --- The machine -------------------------------------------------------------------------------
+
+std::string cpuModel() {
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(cpuinfo, line)) {
+        if (line.rfind("model name", 0) == 0) {
+            const size_t colon = line.find(':');
+            if (colon != std::string::npos) return line.substr(colon + 2);
+        }
+    }
+    return "unknown";
+}
+
+struct Load {
+    double one = 0, five = 0, fifteen = 0;
+};
+
+Load loadAverage() {
+    Load load;
+    std::ifstream loadavg("/proc/loadavg");
+    loadavg >> load.one >> load.five >> load.fifteen;
+    return load;
+}
+
+std::string describe(const Load& load) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.2f %.2f %.2f", load.one, load.five, load.fifteen);
+    return text;
+}
+
+void silentLogger(const __android_logger_data* /*data*/, const char* /*message*/) {}
+
+}  // namespace
+}  // namespace zel_bench
+
+int main(int argc, char** argv) {
+    using namespace zel_bench;
+
+    bool quick = false;
+    bool enforce = false;
+    std::vector<std::string> args = {argv[0]};
+    std::vector<std::string> user;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--zel_quick") == 0) {
+            quick = true;
+        } else if (std::strcmp(argv[i], "--zel_enforce") == 0) {
+            enforce = true;
+        } else {
+            user.push_back(argv[i]);
+        }
+    }
+    // Defaults first, so that flags given on the command line win.
+    if (quick) {
+        args.insert(args.end(), {"--benchmark_min_time=0.002", "--benchmark_repetitions=1"});
+    } else {
+        // Repetitions in random order spread the machine's noise over all cases alike; the
+        // medians then compare like with like.
+        args.insert(args.end(), {"--benchmark_min_time=0.025", "--benchmark_repetitions=40",
+                                 "--benchmark_enable_random_interleaving=true"});
+    }
+    args.insert(args.end(), user.begin(), user.end());
+    std::vector<char*> argvOut;
+    for (std::string& a : args) argvOut.push_back(a.data());
+    argvOut.push_back(nullptr);
+    int argcOut = static_cast<int>(args.size());
+    benchmark::Initialize(&argcOut, argvOut.data());
+    if (benchmark::ReportUnrecognizedArguments(argcOut, argvOut.data())) return 2;
+
+    // The lines are formatted as on a device (INFO and above) and then dropped.
+    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+    __android_log_set_logger(silentLogger);
+
+    const unsigned cpus = std::thread::hardware_concurrency();
+    const Load before = loadAverage();
+    if (!quick && before.one > 0.5 * cpus) {
+        std::cerr << "zel_bench: load average " << describe(before) << " on " << cpus
+                  << " CPUs: the machine is busy, expect noisy timings\n";
+    }
+
+    int status = 0;
+    {
+        BenchHal hal(stateAnswer());
+        std::shared_ptr<ITorq> proxy = connectProxy();
+        if (proxy == nullptr) {
+            std::cerr << "zel_bench: no HAL proxy\n";
+            return 2;
+        }
+        const Floors floors = buildFloors();
+        Inputs inputs = buildInputs();
+        const std::vector<Case> cases = buildCases(proxy, floors, inputs);
+
+        g_timerOverheadNs = timerOverheadNs();
+
+        // The first calls connect the front ends; the checks make them.
+        if (!checkCases(hal, cases)) return 2;
+
+        for (const Case& c : cases) {
+            benchmark::RegisterBenchmark(c.name.c_str(), measure, &hal, &c)
+                    ->Unit(benchmark::kMicrosecond)
+                    ->UseRealTime();
+        }
+        const std::vector<Part> parts = buildParts();
+        for (const Part& p : parts) {
+            benchmark::RegisterBenchmark(p.name.c_str(), measurePart, &p.work)
+                    ->Unit(benchmark::kNanosecond);
+        }
+        CollectingReporter reporter;
+        benchmark::RunSpecifiedBenchmarks(&reporter);
+
+        const Load after = loadAverage();
+        std::cout << "\nmachine: " << cpus << " CPUs, " << cpuModel() << "; load average "
+                  << describe(before) << " before, " << describe(after) << " after\n"
+                  << "median: of the per-call medians of the undisturbed repetitions (reps: "
+                     "undisturbed/all; a repetition is disturbed when its median call is over "
+                  << kDisturbedFactor
+                  << "x the fastest repetition's); iqr: their interquartile range, % of the "
+                     "median; ratio = median / floor median\n";
+        if (allocationCountingEnabled()) {
+            std::cout << "allocs: operator new calls per call on the caller's thread; own = "
+                         "allocs beyond the floor's\n";
+        }
+        std::cout << "\n";
+        const std::map<std::string, Measured> results = reporter.results();
+        std::vector<std::string> partNames;
+        for (const Part& p : parts) partNames.push_back(p.name);
+        const Verdict verdict =
+                printTable(std::cout, comparisons(), results, !quick, allocationCountingEnabled());
+        if (!quick) {
+            std::cout << "\n"
+                      << verdict.passed << " target(s) met, " << verdict.failed << " missed";
+            if (verdict.noisy > 0) {
+                std::cout << ", " << verdict.noisy
+                          << " not judged (too few undisturbed repetitions: run again on a quiet "
+                             "machine)";
+            }
+            if (verdict.notRun > 0) std::cout << ", " << verdict.notRun << " not run";
+            std::cout << "\n";
+            if (verdict.failed > 0 && enforce) status = 1;
+        }
+        std::cout << "\nparts of the own share (mean ns per run, median over the repetitions):\n";
+        printParts(std::cout, partNames, results, allocationCountingEnabled());
+        for (const auto& [name, m] : results) {
+            if (m.failed) status = 2;  // something broke, in any mode
+        }
+    }
+    // Every process but this one goes; death notices reach the front ends before exit.
+    binder_host::reset();
+    benchmark::Shutdown();
+    return status;
+}
