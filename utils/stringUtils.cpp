@@ -2,12 +2,14 @@
 
 #include <stdexcept>
 
+#include "StringPieces.h"
+
 namespace stringUtils {
 
 const char* WHITESPACE = " \n\r\t";
 
 bool contains(std::string text, std::string part) {
-    return text.find(part) != std::string::npos;
+    return pieces::contains(text, part);
 }
 
 bool equals(std::string a, std::string b) {
@@ -29,37 +31,23 @@ std::string valueOf(int32_t value) {
 }
 
 std::string trimLeft(const std::string& text, const char* chars) {
-    if (chars == nullptr || *chars == '\0') return text;
-    const size_t first = text.find_first_not_of(chars);
-    return first == std::string::npos ? std::string() : text.substr(first);
+    return std::string(pieces::trimLeft(text, pieces::byteSet(chars)));
 }
 
 std::string trimRight(const std::string& text, const char* chars) {
-    if (chars == nullptr || *chars == '\0') return text;
-    const size_t last = text.find_last_not_of(chars);
-    return last == std::string::npos ? std::string() : text.substr(0, last + 1);
+    return std::string(pieces::trimRight(text, pieces::byteSet(chars)));
 }
 
 std::string trim(const std::string& text, const char* chars) {
-    return trimRight(trimLeft(text, chars), chars);
+    return std::string(pieces::trim(text, pieces::byteSet(chars)));
 }
 
 std::vector<std::string> split(const std::string& text, std::string delimiters) {
     std::vector<std::string> tokens;
-    if (delimiters.empty()) {
-        if (!text.empty()) tokens.push_back(text);
-        return tokens;
-    }
-    size_t start = text.find_first_not_of(delimiters);
-    while (start != std::string::npos) {
-        const size_t end = text.find_first_of(delimiters, start);
-        if (end == std::string::npos) {
-            tokens.push_back(text.substr(start));
-            break;
-        }
-        tokens.push_back(text.substr(start, end - start));
-        start = text.find_first_not_of(delimiters, end);
-    }
+    pieces::forEachPiece(text, delimiters, [&](std::string_view piece) {
+        tokens.emplace_back(piece);
+        return true;
+    });
     return tokens;
 }
 

@@ -1,8 +1,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
+#include "../utils/StringPieces.h"
 #include "ZelWrapper.h"
 #include "stringUtils.h"
 #include "zel.h"
@@ -31,6 +33,8 @@ ZEL_OPCODE_TABLE uint32_t opCodeAdpXpuFreqLimit[4] = {0x010100A0, 0x010100B0, 0x
 
 namespace {
 
+namespace pieces = stringUtils::pieces;
+
 constexpr int kOpcodeGameMode = 0x01011040;  // colocation, game-upgrade level and clearing
 constexpr int kOpcodeGameUpgradeText = 0x010115B0;
 constexpr int kOpcodeGroupMigrateFrom = 0x01010FB0;
@@ -39,6 +43,14 @@ constexpr int kOpcodeGroupMigrateTo = 0x01010FC0;
 // Opcodes are 32-bit patterns; the resource id carries them as int32.
 int opcodeAt(const uint32_t* table, size_t index) {
     return static_cast<int>(table[index]);
+}
+
+// Appends (opcode, value) in place: what push_back(ZelResourceInfo(opcode, value)) gives, without
+// the temporaries.
+void appendResource(std::vector<ZelClient::Resource>& out, int opcode, std::string_view value) {
+    ZelClient::Resource& resource = out.emplace_back();
+    resource.id = opcode;
+    resource.value.emplace(value);
 }
 
 }  // namespace
@@ -50,52 +62,58 @@ ZelClient::Resource ZelResourceInfo(int opcode, std::string value) {
     return resource;
 }
 
+// The builders parse over views into the caller's text, so that the only allocations are the
+// result list and values too long for the small-string buffer.
+
 std::vector<ZelClient::Resource> getTargetLoadList(std::string list) {
     std::vector<ZelClient::Resource> out;
     if (list.empty()) return out;
     const size_t slots = std::size(opCodeTargetLoad);
-    const std::vector<std::string> items = stringUtils::split(list, ",");
+    out.reserve(slots);
     // A '-' anywhere switches the whole text to the "name-value" form.
-    if (stringUtils::contains(list, "-")) {
-        for (size_t i = 0; i < items.size() && i < slots; ++i) {
-            std::vector<std::string> pair = stringUtils::split(items[i], "-");
-            // An item without a value still takes its position.
-            if (pair.size() < 2) continue;
-            out.push_back(ZelResourceInfo(opcodeAt(opCodeTargetLoad, i), std::move(pair[1])));
-        }
-    } else {
-        for (size_t i = 0; i < items.size() && i < slots; ++i) {
-            if (items[i] == "-1") continue;
-            out.push_back(ZelResourceInfo(opcodeAt(opCodeTargetLoad, i), items[i]));
-        }
-    }
+    const bool paired = pieces::contains(list, "-");
+    size_t i = 0;
+    pieces::forEachPiece(list, ",", [&](std::string_view item) {
+        if (i >= slots) return false;
+        std::string_view value = item;
+        // An item without a value still takes its position.
+        const bool usable = paired ? pieces::pieceAt(item, "-", 1, &value) : item != "-1";
+        if (usable) appendResource(out, opcodeAt(opCodeTargetLoad, i), value);
+        ++i;
+        return true;
+    });
     return out;
 }
 
 std::vector<ZelClient::Resource> getColocationList(std::string list) {
     std::vector<ZelClient::Resource> out;
-    if (!stringUtils::contains(list, ":")) return out;
-    for (const std::string& item : stringUtils::split(list, ",")) {
-        std::vector<std::string> keyValue = stringUtils::split(item, ":");
-        if (keyValue.size() < 2) continue;
-        const std::string& key = keyValue[0];
-        std::string& value = keyValue[1];
-        if (stringUtils::equals(key, "colocation")) {
-            out.push_back(ZelResourceInfo(kOpcodeGameMode, std::move(value)));
-        } else if (stringUtils::equals(key, "groupmigrate")) {
-            if (!stringUtils::contains(value, "-")) continue;
-            const std::vector<std::string> groups = stringUtils::split(value, "-");
-            if (groups.size() < 2) continue;
+    if (!pieces::contains(list, ":")) return out;
+    pieces::forEachPiece(list, ",", [&](std::string_view item) {
+        std::string_view key;
+        std::string_view value;
+        if (!pieces::pieceAt(item, ":", 0, &key) || !pieces::pieceAt(item, ":", 1, &value)) {
+            return true;
+        }
+        if (key == "colocation") {
+            appendResource(out, kOpcodeGameMode, value);
+        } else if (key == "groupmigrate") {
+            std::string_view first;
+            std::string_view second;
+            if (!pieces::contains(value, "-") || !pieces::pieceAt(value, "-", 0, &first) ||
+                !pieces::pieceAt(value, "-", 1, &second)) {
+                return true;
+            }
             // An unreadable number counts as 0. -1 never names a group; with '-' as the
             // separator it cannot actually come out of the split.
-            const int from = stringUtils::parseInt(groups[0]);
-            const int to = stringUtils::parseInt(groups[1]);
+            const int from = stringUtils::parseInt(std::string(first));
+            const int to = stringUtils::parseInt(std::string(second));
             if (from > to && from != -1 && to != -1) {
                 out.push_back(ZelResourceInfo(kOpcodeGroupMigrateFrom, std::to_string(from)));
                 out.push_back(ZelResourceInfo(kOpcodeGroupMigrateTo, std::to_string(to)));
             }
         }
-    }
+        return true;
+    });
     return out;
 }
 
@@ -112,16 +130,25 @@ std::vector<ZelClient::Resource> getGameAdpList(std::string list) {
             {opCodeAdpXpuFreqBoost, std::size(opCodeAdpXpuFreqBoost)},
             {opCodeAdpXpuFreqLimit, std::size(opCodeAdpXpuFreqLimit)},
     };
-    const std::vector<std::string> groups = stringUtils::split(list, ";");
-    for (size_t g = 0; g < groups.size() && g < std::size(tables); ++g) {
+    size_t slots = 0;
+    for (const Table& table : tables) slots += table.size;
+    out.reserve(slots);
+    // Read once: the set is a global the caller may point elsewhere.
+    const std::string_view blanks = pieces::byteSet(stringUtils::WHITESPACE);
+    size_t g = 0;
+    pieces::forEachPiece(list, ";", [&](std::string_view group) {
+        if (g >= std::size(tables)) return false;
+        const Table& table = tables[g++];
         // A group counts only when a ',' stands in it, even around a single value ("7,").
-        if (!stringUtils::contains(groups[g], ",")) continue;
-        const std::vector<std::string> values = stringUtils::split(groups[g], ",");
-        for (size_t j = 0; j < values.size() && j < tables[g].size; ++j) {
-            out.push_back(ZelResourceInfo(opcodeAt(tables[g].opcodes, j),
-                                          stringUtils::trim(values[j], stringUtils::WHITESPACE)));
-        }
-    }
+        if (!pieces::contains(group, ",")) return true;
+        size_t j = 0;
+        pieces::forEachPiece(group, ",", [&](std::string_view value) {
+            if (j >= table.size) return false;
+            appendResource(out, opcodeAt(table.opcodes, j++), pieces::trim(value, blanks));
+            return true;
+        });
+        return true;
+    });
     return out;
 }
 

@@ -3,10 +3,11 @@
 #include <android/log.h>
 
 #include <cstdint>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
-#include "stringUtils.h"
+#include "../utils/StringPieces.h"
 #include "zel.h"
 
 namespace {
@@ -258,13 +259,15 @@ std::vector<std::string> gActionList = {
 namespace {
 
 // Name -> first index in gActionList, so that resolving a name costs the same wherever it stands.
-// Defined after gActionList in this file, so it is built after it and destroyed before it.
-// emplace keeps the first index of a repeated name: a duplicate's later id is unreachable by name.
-const std::unordered_map<std::string, int> gActionIndex = [] {
-    std::unordered_map<std::string, int> index;
-    index.reserve(gActionList.size());
-    for (size_t i = 0; i < gActionList.size(); ++i) {
-        index.emplace(gActionList[i], static_cast<int>(i));
+// The keys view into a private copy of the names taken at load time (defined after gActionList in
+// this file, so built after it and destroyed before it); emplace keeps the first index of a
+// repeated name: a duplicate's later id is unreachable by name.
+const std::vector<std::string> gActionNames = gActionList;
+const std::unordered_map<std::string_view, int> gActionIndex = [] {
+    std::unordered_map<std::string_view, int> index;
+    index.reserve(gActionNames.size());
+    for (size_t i = 0; i < gActionNames.size(); ++i) {
+        index.emplace(gActionNames[i], static_cast<int>(i));
     }
     return index;
 }();
@@ -273,8 +276,8 @@ const std::unordered_map<std::string, int> gActionIndex = [] {
 // first seven bytes are always the ones cut off: a prefix that is not in front leaves a remainder
 // that names no action.
 int resolveEventId(const std::string& eventId) {
-    if (!stringUtils::contains(eventId, kEventPrefix)) return -1;
-    const auto it = gActionIndex.find(eventId.substr(kEventPrefixLength));
+    if (!stringUtils::pieces::contains(eventId, kEventPrefix)) return -1;
+    const auto it = gActionIndex.find(std::string_view(eventId).substr(kEventPrefixLength));
     return it == gActionIndex.end() ? -1 : it->second;
 }
 
@@ -385,11 +388,11 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
                 zelRuleCtl(src, 0, list);
             } else if (type == 1 && !data.empty()) {
                 if (src == 130) {
-                    list = getTargetLoadList(data);
+                    list = getTargetLoadList(std::move(data));
                 } else if (src == 131) {
-                    list = getColocationList(data);
+                    list = getColocationList(std::move(data));
                 } else {
-                    list = getGameAdpList(data);
+                    list = getGameAdpList(std::move(data));
                 }
                 zelRuleCtl(src, 1, list);
             }
