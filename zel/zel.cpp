@@ -61,6 +61,7 @@ constexpr int32_t kCmdPlatformResourceAcquire = -3;
 
 static std::shared_ptr<ITorq> g_zel_hal;
 static std::shared_timed_mutex g_zel_hal_mutex;
+using ZelSharedLock = std::shared_lock<std::shared_timed_mutex>;
 // Replaced at every connect. An older recipient may still be linked to a binder whose death
 // notice is in flight, so it is never deleted.
 static AIBinder_DeathRecipient* g_zel_death_recipient = nullptr;
@@ -135,6 +136,19 @@ bool zelConnect() {
         ZLOGE("zel_get_torq_hal_and_link_to_death error:%d", ret);
         return false;
     }
+    return true;
+}
+
+// Connects if needed and returns with the interface lock held shared, so that a connected
+// caller takes the lock once. False, with the lock not held and the failure logged, when there is
+// no connection. The interface may still be gone once the lock is taken after connecting: callers
+// test g_zel_hal under the lock as before.
+bool zelConnectAndLock(ZelSharedLock& lock) {
+    lock.lock();
+    if (g_zel_hal != nullptr) return true;
+    lock.unlock();
+    if (!zelConnect()) return false;
+    lock.lock();
     return true;
 }
 
@@ -215,12 +229,13 @@ extern "C" {
 
 ZEL_EXPORT int32_t zelInit() {
     ZLOGE("zelInit enter");
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             ZLOGE("g_zel_hal is null");
             return -1;
@@ -246,13 +261,14 @@ ZEL_EXPORT int32_t ZelEventAcquire(int32_t cmdId, const std::string& pkg,
     ZLOGI("ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", cmdId, orNone(pkg), orNone(identity));
 
     int32_t handle = -1;
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         TorqRequestParcel parcel;
         switch (cmdId) {
             case kCmdResourceAcquire:
@@ -308,14 +324,15 @@ ZEL_EXPORT void ZelRelease(int32_t handle) {
         name.putNumber(handle);
     });
     ZLOGI("ZelRelease, handle:%d", handle);
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return;
     }
 
     int32_t out = 0;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             ZLOGE("ZelRelease g_zel_hal is null");
             return;
@@ -328,14 +345,15 @@ ZEL_EXPORT void ZelRelease(int32_t handle) {
 
 ZEL_EXPORT int32_t ZelNotify(int32_t first, int32_t second, const std::vector<int32_t>& values) {
     ZLOGI("ZelNotify enter");
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     int32_t result = -1;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         TorqRequestParcel parcel;
         parcel.kind = kKindNotify;
         // The value texts have never reached the HAL: HALs in the field read one identical entry
@@ -361,14 +379,15 @@ ZEL_EXPORT int32_t ZelNotify(int32_t first, int32_t second, const std::vector<in
 }
 
 ZEL_EXPORT int32_t setRelatedSysInfo(int32_t first, int64_t second) {
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     int32_t result = -1;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             return -1;
         }
@@ -380,14 +399,15 @@ ZEL_EXPORT int32_t setRelatedSysInfo(int32_t first, int64_t second) {
 ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
                               const std::vector<ZelClient::Resource>& resources) {
     ZLOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     int32_t result = -1;
     ndk::ScopedAStatus callStatus;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             return -1;
         }
@@ -403,14 +423,15 @@ ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
 
 ZEL_EXPORT int32_t ZelMutiResStateRequest(std::vector<ZelClient::Resource>& resources) {
     ZLOGI("ZelMutiResStateRequest enter");
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     std::vector<TorqRequestData> records;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (resources.empty()) {
             ZLOGE("input resource is empty, return");
             return -1;
@@ -467,14 +488,15 @@ ZEL_EXPORT void ZelResStateRequest(int32_t opcode, std::string& value) {
 
 ZEL_EXPORT int32_t ZelGetHistory(std::string& history) {
     ZLOGI("zel client ZelGetHistory");
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     std::vector<TorqRequestData> records;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             return -1;
         }
@@ -504,14 +526,15 @@ ZEL_EXPORT int32_t ZelGetHistory(std::string& history) {
 
 ZEL_EXPORT int32_t ZelGetPMStatus(int32_t mode) {
     ZLOGI("zel client ZelGetPMStatus");
-    if (!zelConnect()) {
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
         return -1;
     }
 
     std::vector<TorqRequestData> records;
     ndk::ScopedAStatus status;
     {
-        std::shared_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
+        ZelSharedLock lock(std::move(connected));
         if (g_zel_hal == nullptr) {
             return -1;
         }
