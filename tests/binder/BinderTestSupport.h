@@ -28,50 +28,43 @@ using Handler =
 struct Service {
     Handler handler;
     std::atomic<int>* destroyed = nullptr;
-    binder_host::ProcessId destroyedIn = 0;
 };
+
+inline binder_status_t noop(AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
+    return STATUS_OK;
+}
 
 inline constexpr const char* kDescriptor = "test.binder.IService";
 
-inline void* serviceCreate(void* args) {
-    return args;
-}
-
-inline void serviceDestroy(void* userData) {
-    auto* service = static_cast<Service*>(userData);
-    service->destroyedIn = binder_host::currentProcess();
-    if (service->destroyed != nullptr) service->destroyed->fetch_add(1);
-    delete service;
-}
-
-inline binder_status_t serviceTransact(AIBinder* binder, transaction_code_t code, const AParcel* in,
-                                       AParcel* out) {
-    auto* service = static_cast<Service*>(AIBinder_getUserData(binder));
-    if (!service->handler) return STATUS_UNKNOWN_TRANSACTION;
-    return service->handler(binder, code, in, out);
-}
-
 inline AIBinder_Class* serviceClass() {
-    static AIBinder_Class* clazz =
-            AIBinder_Class_define(kDescriptor, serviceCreate, serviceDestroy, serviceTransact);
+    static AIBinder_Class* clazz = AIBinder_Class_define(
+            kDescriptor, [](void* args) { return args; },
+            [](void* userData) {
+                auto* service = static_cast<Service*>(userData);
+                if (service->destroyed != nullptr) service->destroyed->fetch_add(1);
+                delete service;
+            },
+            [](AIBinder* binder, transaction_code_t code, const AParcel* in,
+               AParcel* out) -> binder_status_t {
+                auto* service = static_cast<Service*>(AIBinder_getUserData(binder));
+                if (!service->handler) return STATUS_UNKNOWN_TRANSACTION;
+                return service->handler(binder, code, in, out);
+            });
     return clazz;
 }
 
 // A new local binder of the calling thread's process.
 inline ndk::SpAIBinder makeBinder(Handler handler, std::atomic<int>* destroyed = nullptr) {
-    auto* service = new Service{std::move(handler), destroyed};
-    return ndk::SpAIBinder(AIBinder_new(serviceClass(), service));
+    return ndk::SpAIBinder(AIBinder_new(serviceClass(), new Service{std::move(handler), destroyed}));
 }
 
 // Creates a binder inside `pid` and registers it as `instance`; the registration is then the
 // only reference.
-inline void startService(binder_host::ProcessId pid, const std::string& instance, Handler handler,
-                         std::atomic<int>* destroyed = nullptr) {
-    bool ok = binder_host::runInProcess(pid, [&] {
-        ndk::SpAIBinder binder = makeBinder(std::move(handler), destroyed);
+inline void startService(binder_host::ProcessId pid, const std::string& instance, Handler handler) {
+    ASSERT_TRUE(binder_host::runInProcess(pid, [&] {
+        ndk::SpAIBinder binder = makeBinder(std::move(handler));
         ASSERT_EQ(EX_NONE, AServiceManager_addService(binder.get(), instance.c_str()));
-    });
-    ASSERT_TRUE(ok);
+    }));
 }
 
 // The calling process's handle for a registered service, associated with the test class.
@@ -98,23 +91,28 @@ inline binder_status_t call(const ndk::SpAIBinder& binder, transaction_code_t co
     return status;
 }
 
+// A call whose request and reply are one int32 each (the reply is 0 when the call failed).
+inline int32_t callForInt(const ndk::SpAIBinder& binder, transaction_code_t code, int32_t arg = 0,
+                          binder_status_t* status = nullptr) {
+    int32_t value = 0;
+    const binder_status_t result = call(
+            binder, code, [arg](AParcel* in) { AParcel_writeInt32(in, arg); },
+            [&](const AParcel* out) { AParcel_readInt32(out, &value); });
+    if (status != nullptr) *status = result;
+    return value;
+}
+
 // A one-shot event a test thread can wait on.
 class Latch {
   public:
     void open() {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mOpen = true;
-        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = true;
         mCv.notify_all();
     }
     bool wait(std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
         std::unique_lock<std::mutex> lock(mMutex);
         return mCv.wait_for(lock, timeout, [this] { return mOpen; });
-    }
-    bool isOpen() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mOpen;
     }
 
   private:
