@@ -5,9 +5,16 @@
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
+#include <string>
 #include <thread>
+#include <vector>
 
-#include "TraceLogProbe.h"
+// TraceLogProbe.cpp, a shared library of its own.
+extern "C" {
+void probe_trace_section(const char* name);  // the client library's pattern
+void probe_atrace(uint64_t tag, const char* name);
+void probe_log(int priority, const char* tag, const char* text);
+}
 
 namespace {
 
@@ -16,80 +23,68 @@ using torq_test::LogLine;
 using torq_test::TraceCapture;
 using torq_test::TraceEvent;
 
-TEST(LogCaptureTest, RecordsEveryPriorityTagAndNullTag) {
-    LogCapture capture;
-    probe_log(ANDROID_LOG_INFO, "TORQFramework-lib-vendor", "torq client torq_init");
-    probe_log(ANDROID_LOG_DEBUG, "[ZEL_CLIENT]", "debug line ");
-    probe_log(ANDROID_LOG_VERBOSE, "[ZEL_CLIENT]", "verbose line");
-    probe_log(ANDROID_LOG_ERROR, nullptr, "no tag");
-    probe_log(ANDROID_LOG_INFO, "", "empty tag");
+TEST(LogCaptureTest, RecordsWholeLinesOfEveryPriorityAndTagUntilDestroyed) {
+    const int minimum = __android_log_get_minimum_priority();
+    {
+        LogCapture capture;
+        probe_log(ANDROID_LOG_INFO, "TORQFramework-lib-vendor", "torq client torq_init");
+        probe_log(ANDROID_LOG_VERBOSE, "[ZEL_CLIENT]", "verbose line ");
+        probe_log(ANDROID_LOG_ERROR, nullptr, "no tag");
+        probe_log(ANDROID_LOG_INFO, "", "empty tag");
+        EXPECT_EQ(capture.lines(),
+                  (std::vector<LogLine>{
+                          {ANDROID_LOG_INFO, true, "TORQFramework-lib-vendor",
+                           "torq client torq_init"},
+                          {ANDROID_LOG_VERBOSE, true, "[ZEL_CLIENT]", "verbose line "},
+                          {ANDROID_LOG_ERROR, false, "", "no tag"},
+                          {ANDROID_LOG_INFO, true, "", "empty tag"},
+                  }));
+        EXPECT_EQ(capture.linesWithTag("[ZEL_CLIENT]").size(), 1u);
+        EXPECT_FALSE(capture.contains("no"));  // whole lines only
+        EXPECT_EQ(capture.count("verbose line "), 1u);
+        EXPECT_EQ(capture.count("verbose line"), 0u);
+        capture.clear();
+        EXPECT_TRUE(capture.lines().empty());
 
-    std::vector<LogLine> lines = capture.lines();
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[0], (LogLine{ANDROID_LOG_INFO, true, "TORQFramework-lib-vendor",
-                                 "torq client torq_init"}));
-    EXPECT_EQ(lines[1], (LogLine{ANDROID_LOG_DEBUG, true, "[ZEL_CLIENT]", "debug line "}));
-    EXPECT_EQ(lines[2].priority, ANDROID_LOG_VERBOSE);
-    EXPECT_EQ(lines[3], (LogLine{ANDROID_LOG_ERROR, false, "", "no tag"}));
-    EXPECT_EQ(lines[4], (LogLine{ANDROID_LOG_INFO, true, "", "empty tag"}));
-
-    EXPECT_EQ(capture.linesWithTag("[ZEL_CLIENT]").size(), 2u);
-    EXPECT_TRUE(capture.contains("no tag"));
-    EXPECT_FALSE(capture.contains("no"));  // whole lines only
-    EXPECT_EQ(capture.count("debug line "), 1u);
-    EXPECT_EQ(capture.count("debug line"), 0u);
-    capture.clear();
-    EXPECT_TRUE(capture.lines().empty());
-}
-
-TEST(LogCaptureTest, WaitForSeesLinesFromOtherThreads) {
-    LogCapture capture;
-    EXPECT_FALSE(capture.waitFor("late", 20));
-    std::thread writer([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        probe_log(ANDROID_LOG_INFO, "T", "late");
-    });
-    EXPECT_TRUE(capture.waitFor("late"));
-    writer.join();
-}
-
-TEST(LogCaptureTest, RestoresTheDefaultsAfterwards) {
-    int minimum = __android_log_get_minimum_priority();
-    { LogCapture capture; }
+        EXPECT_FALSE(capture.waitFor("late", 20));
+        std::thread writer([] { probe_log(ANDROID_LOG_INFO, "T", "late"); });
+        EXPECT_TRUE(capture.waitFor("late"));
+        writer.join();
+    }
     EXPECT_EQ(__android_log_get_minimum_priority(), minimum);
-    // A new capture starts empty and still sees lines.
-    LogCapture capture;
-    EXPECT_TRUE(capture.lines().empty());
+    LogCapture again;  // starts empty and still sees lines
+    EXPECT_TRUE(again.lines().empty());
     probe_log(ANDROID_LOG_WARN, "T", "again");
-    EXPECT_TRUE(capture.contains("again"));
+    EXPECT_TRUE(again.contains("again"));
 }
 
-TEST(TraceCaptureTest, SeesSectionsOfASharedLibrary) {
-    TraceCapture capture;  // ATRACE_TAG_ALWAYS only
-    probe_trace_section("ZelEventAcquire");
-    probe_atrace(ATRACE_TAG_ALWAYS, "second");
-    probe_atrace(ATRACE_TAG_GRAPHICS, "not enabled");
-    std::vector<TraceEvent> events = capture.events();
-    ASSERT_EQ(events.size(), 4u);
-    EXPECT_EQ(events[0].kind, TraceEvent::kBegin);
-    EXPECT_EQ(events[0].name, "ZelEventAcquire");
-    EXPECT_EQ(events[1].kind, TraceEvent::kEnd);
-    EXPECT_EQ(events[1].name, "");
-    EXPECT_EQ(events[2].name, "second");
-    EXPECT_EQ(events[3].kind, TraceEvent::kEnd);
-
-    capture.clear();
-    capture.setEnabledTags(0);
-    probe_trace_section("off");
-    EXPECT_TRUE(capture.events().empty());
-    capture.setEnabledTags(ATRACE_TAG_ALWAYS | ATRACE_TAG_GRAPHICS);
-    probe_atrace(ATRACE_TAG_GRAPHICS, "graphics");
-    ASSERT_EQ(capture.events().size(), 2u);
-    EXPECT_EQ(capture.events()[0].name, "graphics");
+// "B:name" for a begin, "E" for an end.
+std::vector<std::string> describe(const std::vector<TraceEvent>& events) {
+    std::vector<std::string> out;
+    for (const TraceEvent& e : events) {
+        out.push_back(e.kind == TraceEvent::kBegin ? "B:" + e.name : "E" + e.name);
+    }
+    return out;
 }
 
-TEST(TraceCaptureTest, OutsideACaptureTracingIsOffAsOnTheHost) {
-    { TraceCapture capture(ATRACE_TAG_ALWAYS); }
+TEST(TraceCaptureTest, SeesSectionsOfASharedLibraryWhileTheirTagIsEnabled) {
+    {
+        TraceCapture capture;  // ATRACE_TAG_ALWAYS only
+        probe_trace_section("ZelEventAcquire");
+        probe_atrace(ATRACE_TAG_ALWAYS, "second");
+        probe_atrace(ATRACE_TAG_GRAPHICS, "not enabled");
+        EXPECT_EQ(describe(capture.events()),
+                  (std::vector<std::string>{"B:ZelEventAcquire", "E", "B:second", "E"}));
+
+        capture.clear();
+        capture.setEnabledTags(0);
+        probe_trace_section("off");
+        EXPECT_TRUE(capture.events().empty());
+        capture.setEnabledTags(ATRACE_TAG_ALWAYS | ATRACE_TAG_GRAPHICS);
+        probe_atrace(ATRACE_TAG_GRAPHICS, "graphics");
+        EXPECT_EQ(describe(capture.events()), (std::vector<std::string>{"B:graphics", "E"}));
+    }
+    // Outside a capture tracing is off, as on a host without a trace daemon.
     EXPECT_EQ(atrace_get_enabled_tags() & ATRACE_TAG_ALWAYS, 0u);
     probe_trace_section("nobody listens");
     TraceCapture capture;

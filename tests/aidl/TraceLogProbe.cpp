@@ -5,8 +5,6 @@
 #include <android/log.h>
 #include <cutils/trace.h>
 
-#include "TraceLogProbe.h"
-
 extern "C" {
 
 // cutils/trace.h declares these only inside its inline helpers.
