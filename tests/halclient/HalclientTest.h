@@ -1,7 +1,7 @@
 #pragma once
 
 // Shared fixture of the torqHalclient tests: a clean binder world, a fake HAL in its own process,
-// log capture, and caller callbacks that record what reaches them and on which thread.
+// log capture, and a caller callback that records what reaches it and on which thread.
 
 #include <android/binder_status.h>
 #include <android/log.h>
@@ -12,7 +12,6 @@
 #include <torq_test/Capture.h>
 #include <torq_test/FakeTorqHal.h>
 
-#include <condition_variable>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -27,9 +26,6 @@ namespace aidl::vendor::quarn::hardware::torq {
 inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
     *os << p.toString();
 }
-inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
-    *os << d.toString();
-}
 }  // namespace aidl::vendor::quarn::hardware::torq
 
 namespace halclient_test {
@@ -38,14 +34,12 @@ using torq_test::Answer;
 using torq_test::FakeTorqHal;
 using torq_test::idRecord;
 using torq_test::pathRecord;
-using torq_test::RecordedCall;
 using torq_test::TorqRequestData;
 using torq_test::TorqRequestParcel;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
+using Strings = std::vector<std::string>;
 
-inline constexpr char kRequestTag[] = "TORQFramework-lib-vendor";
-inline constexpr char kCallbackTag[] = "TorqFramework-lib-vendor";
 inline constexpr char kNotDeclared0[] = "E Torq is not declared, AServiceManager_isDeclared:0";
 inline constexpr char kNotDeclared1[] = "E Torq is not declared, AServiceManager_isDeclared:1";
 
@@ -79,96 +73,69 @@ inline Answer records(std::vector<TorqRequestData> recs) {
     return a;
 }
 
-// The parcel a request starts from: every field at its default.
-inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data = {}) {
+// A parcel with every field at its default but these. (The fake HAL records parcels without
+// their callback.)
+inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data, int32_t tag = 0,
+                                bool marked = false) {
     TorqRequestParcel p;
     p.kind = kind;
     p.data = std::move(data);
-    return p;
-}
-inline TorqRequestParcel marked(TorqRequestParcel p) {
-    p.extras = std::vector<std::optional<std::string>>{std::string("zdbdebug")};
-    return p;
-}
-// The callback travels as a binder; compare the rest field by field.
-inline TorqRequestParcel withoutCallback(TorqRequestParcel p) {
-    p.callback = nullptr;
+    p.tag = tag;
+    if (marked) p.extras = std::vector<std::optional<std::string>>{std::string("zdbdebug")};
     return p;
 }
 
-// Where and with what a caller callback ran.
+// What reached a caller callback, and on which thread.
 struct Delivery {
     Pairs resources;
-    std::vector<std::string> values, paths;
-    binder_host::ProcessId process = 0;
+    Strings values, paths;
     std::thread::id thread;
 };
 
-class Recorder {
+// A caller callback of either kind.
+class Recorder : public IClientCallback, public IClientCallbackByPath {
   public:
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        record(pairs(resources), {}, {});
+    }
+    void onCallback(Strings values, Strings paths) override {
+        record({}, std::move(values), std::move(paths));
+    }
     std::vector<Delivery> deliveries() const {
         std::lock_guard<std::mutex> guard(mutex_);
         return deliveries_;
     }
-    size_t count() const {
-        std::lock_guard<std::mutex> guard(mutex_);
-        return deliveries_.size();
-    }
+    size_t count() const { return deliveries().size(); }
 
-  protected:
-    void record(Delivery d) {
-        d.process = binder_host::currentProcess();
-        d.thread = std::this_thread::get_id();
+  private:
+    void record(Pairs resources, Strings values, Strings paths) {
+        Delivery d{std::move(resources), std::move(values), std::move(paths),
+                   std::this_thread::get_id()};
         std::lock_guard<std::mutex> guard(mutex_);
         deliveries_.push_back(std::move(d));
     }
-
-  private:
     mutable std::mutex mutex_;
     std::vector<Delivery> deliveries_;
 };
 
-class IdCallback : public IClientCallback, public Recorder {
-  public:
-    void onCallback(std::list<ZelClient::Resource> resources) override {
-        Delivery d;
-        d.resources = pairs(resources);
-        record(std::move(d));
-    }
-};
-
-class PathCallback : public IClientCallbackByPath, public Recorder {
-  public:
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        Delivery d;
-        d.values = std::move(values);
-        d.paths = std::move(paths);
-        record(std::move(d));
-    }
-};
-
+// Every test starts disconnected (killing the previous test's HAL fired the death notice, which
+// reset drains) with a fresh fake HAL.
 class HalclientTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        // The library's cached interface outlives a test. Killing the previous test's HAL fires
-        // the death notice (reset drains), which clears it, so every test starts disconnected.
         binder_host::reset();
+        hal_ = std::make_unique<FakeTorqHal>();
         log_.clear();
     }
     void TearDown() override {
         hal_.reset();
         binder_host::reset();
     }
-
-    FakeTorqHal& startHal() {
-        hal_ = std::make_unique<FakeTorqHal>();
-        return *hal_;
-    }
     FakeTorqHal& hal() { return *hal_; }
 
     // The lines of one tag as "<level letter> <text>".
-    std::vector<std::string> lines(const char* tag = kRequestTag) const {
-        std::vector<std::string> out;
+    Strings lines(const char* tag = "TORQFramework-lib-vendor") const {
+        Strings out;
         for (const auto& l : log_.linesWithTag(tag)) {
             char level = l.priority == ANDROID_LOG_ERROR  ? 'E'
                          : l.priority == ANDROID_LOG_INFO ? 'I'
@@ -177,17 +144,22 @@ class HalclientTest : public ::testing::Test {
         }
         return out;
     }
-    std::vector<std::string> callbackLines() const { return lines(kCallbackTag); }
+    Strings callbackLines() const { return lines("TorqFramework-lib-vendor"); }
 
     static size_t requestCallbacks() {
         std::lock_guard<std::mutex> guard(request_callback_mutex);
         return request_callbacks.size();
     }
-    static void undeclare() { binder_host::undeclareInstance(torq_test::kTorqInstance); }
     static void drain() { ASSERT_TRUE(binder_host::drain()); }
+    // The HAL answers the callback it received `index`-th; returns once it was delivered.
+    void answer(size_t index, const std::vector<TorqRequestData>& data) {
+        ASSERT_TRUE(hal().invokeCallback(index, data).isOk());
+        drain();
+    }
 
     torq_test::LogCapture log_;
     std::unique_ptr<FakeTorqHal> hal_;
+    std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };
 
 }  // namespace halclient_test

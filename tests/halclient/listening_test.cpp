@@ -1,8 +1,11 @@
-// Listening registrations (id, thermal, path), state queries, thermal notify and the path forms
-// of resource control.
+// Listening registrations (id, thermal, path) and the callback client: how the HAL's answers
+// reach the caller, the request and listening registries, the client's lifetime, and the
+// registries under concurrent use.
 
-#include <map>
+#include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "HalclientTest.h"
 
@@ -10,12 +13,13 @@ namespace halclient_test {
 namespace {
 
 using namespace torqHalclient;
+using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using ::testing::Not;
 
 constexpr char kRegistered[] = "I A callback has been registered to Torq HAL ";
 constexpr char kDuplicate[] = "E Same callback interface registered already";
-constexpr char kNotRegistered[] = "E The callback was not registered before";
+constexpr char kEntry[] = "I torq client torqResListeningUnRegister";
 
 std::string unregistered(int32_t handle) {
     return "I a callback has been unregistered to Torq HAL handle " + std::to_string(handle);
@@ -25,32 +29,22 @@ std::string unregistered(int32_t handle) {
 // its own so that nothing left behind by a failed test can match.
 class ListeningTest : public HalclientTest {
   protected:
-    void SetUp() override {
-        HalclientTest::SetUp();
-        startHal();
-    }
     int32_t registerIds(Resources r, int32_t handle) {
         hal().setAnswer("listeningRegister", result(handle));
         return torqResListeningRegister(r, 0, cb_);
     }
-    std::shared_ptr<IdCallback> cb_ = std::make_shared<IdCallback>();
-    std::shared_ptr<PathCallback> pathCb_ = std::make_shared<PathCallback>();
 };
 
 TEST_F(ListeningTest, IdRegistrationSendsParcelAndRefusesTheSameIdList) {
-    hal().setAnswer("listeningRegister", result(501));
     Resources r = res({{0x10, std::nullopt}, {0x20, "2"}});
-    EXPECT_EQ(torqResListeningRegister(r, 6, cb_), 501);
-    RecordedCall call = hal().last("listeningRegister");
-    EXPECT_TRUE(call.hasCallback);
-    TorqRequestParcel expected = parcel(0, {idRecord(0x10, ""), idRecord(0x20, "2")});
-    expected.tag = 6;
-    EXPECT_EQ(call.parcel, expected);
+    EXPECT_EQ(registerIds(r, 501), 501);
+    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {idRecord(0x10, ""), idRecord(0x20, "2")}));
 
-    Resources same = res({{0x10, "9"}, {0x20, std::nullopt}});
-    EXPECT_EQ(registerIds(same, 502), -1);
-    Resources reversed = res({{0x20, "2"}, {0x10, ""}});
-    EXPECT_EQ(registerIds(reversed, 503), 503);
+    // Only the ids count, in their order.
+    EXPECT_EQ(registerIds(res({{0x10, "9"}, {0x20, std::nullopt}}), 502), -1);
+    EXPECT_EQ(registerIds(res({{0x20, "2"}, {0x10, ""}}), 503), 503);
     EXPECT_EQ(hal().count("listeningRegister"), 2u);
 
     hal().setAnswer("listeningUnregister", result(0));
@@ -61,92 +55,75 @@ TEST_F(ListeningTest, IdRegistrationSendsParcelAndRefusesTheSameIdList) {
     EXPECT_EQ(hal().count("listeningUnregister"), 3u);
     EXPECT_THAT(lines(),
                 ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
-                            kDuplicate, "I torqResListeningRegister", kRegistered,
-                            "I torq client torqResListeningUnRegister", unregistered(501),
-                            "I torq client torqResListeningUnRegister", unregistered(503),
-                            "I torq client torqResListeningUnRegister", kNotRegistered));
-    // Gone from the registry: the same list registers again.
-    EXPECT_EQ(registerIds(r, 504), 504);
-    EXPECT_EQ(torqResListeningUnRegister(504), 0);
-}
-
-TEST_F(ListeningTest, FailedRegistrationKeepsNothingAndUnregisterRemovesDespiteBadStatus) {
-    Resources r = res({{0x30, "1"}});
+                            kDuplicate, "I torqResListeningRegister", kRegistered, kEntry,
+                            unregistered(501), kEntry, unregistered(503), kEntry,
+                            "E The callback was not registered before"));
+    // Gone from the registry: the same list registers again, unless the HAL refuses it.
     hal().answerOnce("listeningRegister", refused());
-    EXPECT_EQ(registerIds(r, 601), -1);
-    EXPECT_EQ(registerIds(r, 602), 602);  // no group was kept by the failure
+    EXPECT_EQ(registerIds(r, 504), -1);
+    EXPECT_EQ(registerIds(r, 505), 505);
 
+    // The registration goes even when the HAL refuses to let go of it.
     hal().setAnswer("listeningUnregister", refused());
     log_.clear();
-    EXPECT_EQ(torqResListeningUnRegister(602), -1);
-    EXPECT_THAT(
-            lines(),
-            ElementsAre("I torq client torqResListeningUnRegister", unregistered(602),
-                        "E torqResListeningUnRegister() failed: torq HAL service not available"));
+    EXPECT_EQ(torqResListeningUnRegister(505), -1);
+    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(505),
+                                     "E torqResListeningUnRegister() failed: torq HAL service not "
+                                     "available"));
+    EXPECT_EQ(registerIds(r, 506), 506);
     hal().setDefaultAnswers();
-    EXPECT_EQ(registerIds(r, 603), 603);
-    EXPECT_EQ(torqResListeningUnRegister(603), 1);
+    EXPECT_EQ(torqResListeningUnRegister(506), 1);
 }
 
 TEST_F(ListeningTest, ThermalGroupsAppendWithoutCheckAndLeaveOnlyThroughResUnregister) {
     hal().setAnswer("thermalListeningRegister", result(701));
     EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);
     EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);  // no duplicate check
-    RecordedCall call = hal().last("thermalListeningRegister");
-    EXPECT_EQ(call.ids, (std::vector<int32_t>{3, 1}));
-    EXPECT_TRUE(call.hasCallback);
+    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
+    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
 
     hal().setAnswer("thermalListeningUnregister", result(4));
     EXPECT_EQ(torqThermalListeningUnregister(701), 4);
     EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 701);
     // Still registered: an id list equal to the thermal ids counts as a duplicate.
     EXPECT_EQ(registerIds(res({{3, "a"}, {1, "b"}}), 702), -1);
-    EXPECT_THAT(lines(), ElementsAre("I torqThermalListeningRegister",
-                                     "I subsys's callback has been registered to Torq HAL",
-                                     "I torqThermalListeningRegister",
-                                     "I subsys's callback has been registered to Torq HAL",
+    const char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
+    EXPECT_THAT(lines(), ElementsAre("I torqThermalListeningRegister", kSubsys,
+                                     "I torqThermalListeningRegister", kSubsys,
                                      "I torq client torqThermalListeningUnregister",
                                      "I subsys's callback has been unRegistered to Torq HAL",
                                      "I torqResListeningRegister", kDuplicate));
 
     log_.clear();
     EXPECT_EQ(torqResListeningUnRegister(701), 1);
-    EXPECT_THAT(lines(), ElementsAre("I torq client torqResListeningUnRegister", unregistered(701),
-                                     unregistered(701)));
+    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(701), unregistered(701)));
     EXPECT_EQ(registerIds(res({{3, "a"}, {1, "b"}}), 703), 703);
     EXPECT_EQ(torqResListeningUnRegister(703), 1);
-}
 
-TEST_F(ListeningTest, EmptyIdAndPathListsMatchEachOther) {
+    // An empty thermal list blocks the empty id and path lists alike.
     hal().setAnswer("thermalListeningRegister", result(801));
     ASSERT_EQ(torqThermalListeningRegister({}, cb_), 801);
-    Resources none;
-    EXPECT_EQ(registerIds(none, 802), -1);
-    EXPECT_EQ(torq_res_listening_register_by_path({}, 0, pathCb_), -1);
-    EXPECT_EQ(torq_res_listening_register_map_by_path({}, 0, pathCb_), -1);
-    EXPECT_EQ(hal().count("listeningRegister"), 0u);
+    EXPECT_EQ(registerIds({}, 802), -1);
+    EXPECT_EQ(torq_res_listening_register_by_path({}, 0, cb_), -1);
+    EXPECT_EQ(torq_res_listening_register_map_by_path({}, 0, cb_), -1);
     EXPECT_EQ(torqResListeningUnRegister(801), 1);
 }
 
 TEST_F(ListeningTest, PathRegistrationsSendMarkedPathEntries) {
     hal().setAnswer("listeningRegister", result(901));
-    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, pathCb_), 901);
-    TorqRequestParcel expected =
-            marked(parcel(0, {pathRecord("/b", std::nullopt), pathRecord("/a", std::nullopt)}));
-    expected.tag = 4;
-    EXPECT_EQ(hal().last("listeningRegister").parcel, expected);
+    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, cb_), 901);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {pathRecord("/b", std::nullopt), pathRecord("/a", std::nullopt)}, 4, true));
     EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
 
-    // The map form registers its keys in key order: {"/a", "/b"} is a different list.
+    // The map form registers its keys in key order: {"/a", "/b"} is a different list ...
     hal().setAnswer("listeningRegister", result(902));
-    std::map<std::string, std::string> m{{"/b", "2"}, {"/a", "1"}};
-    EXPECT_EQ(torq_res_listening_register_map_by_path(m, 5, pathCb_), 902);
-    expected = marked(parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}));
-    expected.tag = 5;
-    EXPECT_EQ(hal().last("listeningRegister").parcel, expected);
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 902);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}, 5, true));
     // ... which is now taken, by either form.
-    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 0, pathCb_), -1);
-    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", ""}, {"/a", ""}}, 0, pathCb_), -1);
+    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 0, cb_), -1);
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", ""}, {"/a", ""}}, 0, cb_), -1);
     EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_listening_register", kRegistered,
                                      "I torq client torq_res_listening_register_map", kRegistered,
                                      "I torq client torq_res_listening_register", kDuplicate,
@@ -155,114 +132,182 @@ TEST_F(ListeningTest, PathRegistrationsSendMarkedPathEntries) {
     EXPECT_EQ(torqResListeningUnRegister(902), 1);
 }
 
-TEST_F(ListeningTest, StateRequestAppendsHalRecordsToOutput) {
-    hal().setAnswer("stateRequest",
-                    records({idRecord(0x99, "1,2"), idRecord(0x10), pathRecord("/x", "p")}));
-    Resources query = res({{0x10, std::nullopt}, {0x20, "5"}});
-    Resources out = res({{0x1, "old"}});
-    EXPECT_EQ(torqResStateRequest(query, 3, out), 4);
-    TorqRequestParcel expected = parcel(0, {idRecord(0x10, ""), idRecord(0x20, "5")});
-    expected.tag = 3;
-    EXPECT_EQ(hal().last("stateRequest").parcel, expected);
-    EXPECT_EQ(pairs(out), (Pairs{{0x1, "old"}, {0x99, "1,2"}, {0x10, ""}, {0, "p"}}));
-    EXPECT_THAT(lines(), ElementsAre("I torq client torqResStateRequest",
-                                     "I torq client hal torqResStateRequest",
-                                     "I torq client torqResStateRequest size 4"));
+constexpr char kDestroyed[] = "I ndk backend ~TorqCallbackClient";
+constexpr char kCalled0[] =
+        "I TorqCallback::onCallback call IClientCallback onCallback is_register 0";
+constexpr char kFound[] = "I callback is found in request_callbacks";
 
-    hal().setAnswer("stateRequest", records({}));
-    EXPECT_EQ(torqResStateRequest(query, 3, out), -1);
-    hal().setAnswer("stateRequest", refused());
-    EXPECT_EQ(torqResStateRequest(query, 3, out), -1);
-    EXPECT_EQ(out.size(), 4u);
+std::string retired(size_t before, size_t after) {
+    return "I TorqCallback::onCallback request callback called , remove from request_callbacks , "
+           "request_callbacks size before " +
+           std::to_string(before) + " after " + std::to_string(after);
 }
 
-TEST_F(ListeningTest, ThermalNotifySendsLevelsAndReportsAcceptance) {
-    Resources levels = res({{1, "3"}, {2, "0"}});
-    hal().setAnswer("request", result(6));
-    EXPECT_EQ(torqThermalNotify(levels, 8), 0);
-    TorqRequestParcel expected = parcel(7, {idRecord(1, "3"), idRecord(2, "0")});
-    expected.tag = 8;
-    EXPECT_EQ(hal().last("request").parcel, expected);
-    hal().setAnswer("request", result(0));
-    EXPECT_EQ(torqThermalNotify(levels, 8), -1);
-    EXPECT_THAT(lines(),
-                ElementsAre("I torq client torqThermalNotify", "I torq client torqThermalNotify"));
-}
-
-TEST_F(ListeningTest, PathControlForwardsArgumentsAndChecksSizes) {
-    hal().setAnswer("request", result(31));
-    const std::vector<std::string> paths{"/p1", "/p2"}, values{"1", ""};
-    EXPECT_EQ(torq_resctl_request_by_path(4, INT64_C(1) << 40, paths, values, 6, 1, 7), 31);
-    TorqRequestParcel expected = marked(parcel(1, {pathRecord("/p1", "1"), pathRecord("/p2", "")}));
-    expected.param = 4;
-    expected.duration = INT64_C(1) << 40;
-    expected.option = 6;
-    expected.flag = true;
-    expected.tag = 7;
-    EXPECT_EQ(hal().last("request").parcel, expected);
-    EXPECT_FALSE(hal().last("request").hasCallback);
-    EXPECT_EQ(torq_resctl_request_by_path(4, 5, paths, values, 6, 0, 7), 31);
-    EXPECT_FALSE(hal().last("request").parcel.flag);
-
+TEST_F(ListeningTest, RequestClientIsAnsweredOnBinderThreadAndLeavesRegistryOnce) {
+    // A hook someone else installed: the next client the library makes takes its own back.
+    std::atomic<int> foreignCalls{0};
+    ::aidl::vendor::quarn::hardware::torq::BnTorqCallback::logFunc = [&foreignCalls](const auto&) {
+        foreignCalls++;
+    };
     size_t registered = requestCallbacks();
-    EXPECT_EQ(torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3, 7, pathCb_), 31);
-    EXPECT_TRUE(hal().last("request").hasCallback);
-    expected.duration = 5;
-    expected.flag = false;
-    EXPECT_EQ(withoutCallback(hal().last("request").parcel), expected);
-    EXPECT_EQ(requestCallbacks(), registered + 1);
-
+    Resources r = res({{0x1, "1"}});
+    ASSERT_EQ(torqResCtlRequest(-1, 100, r, -1, -1, 0, cb_), 1);
+    ASSERT_EQ(requestCallbacks(), registered + 1);
+    ASSERT_EQ(hal().callbackCount(), 1u);
     log_.clear();
-    const std::vector<std::string> one{"1"};
-    EXPECT_EQ(torq_resctl_request_by_path(4, 5, paths, one, 6, 1, 7), -1);
-    EXPECT_EQ(torq_resctl_request_with_callback_by_path(4, 5, paths, one, 6, 1, 7, pathCb_), -1);
-    EXPECT_EQ(hal().count("request"), 3u);
-    EXPECT_EQ(requestCallbacks(), registered + 1);
-    EXPECT_THAT(
-            lines(),
-            ElementsAre(
-                    "I torq client torq_resctl_request",
-                    "E torq_resctl_request ERROR: size unmatched for paths and value ",
-                    "I torq client torq_resctl_request_with_callback",
-                    "E torq client torq_resctl_request ERROR: size unmatched for id and value "));
+
+    answer(0, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
+    std::vector<Delivery> got = cb_->deliveries();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].resources, (Pairs{{0x010108a0, "1200"}, {0x2, ""}}));
+    EXPECT_NE(got[0].thread, std::this_thread::get_id());
+    EXPECT_EQ(requestCallbacks(), registered);
+    EXPECT_THAT(callbackLines(),
+                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x10108a0 res_Value 1200 "
+                            "is_register 0",
+                            "I TorqCallbackClient::onCallback res_Id 0x2 is_register 0", kCalled0,
+                            kFound, retired(registered + 1, registered)));
+    // The transaction log goes out untagged.
+    EXPECT_EQ(foreignCalls.load(), 0);
+    const torq_test::LogLine transaction{ANDROID_LOG_INFO, false, "",
+                                         "BnTorqCallback::logFunc NDK BACKEND method_name "
+                                         "onCallback exception_code 0 exception_message  "
+                                         "transaction_error 0 service_specific_error_code 0"};
+    EXPECT_THAT(log_.lines(), Contains(transaction).Times(1));
+
+    // A second answer still reaches the caller, but the client is no longer registered.
+    log_.clear();
+    answer(0, {idRecord(0x3, "x")});
+    EXPECT_EQ(cb_->count(), 2u);
+    EXPECT_THAT(callbackLines(),
+                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x3 res_Value x is_register 0",
+                            kCalled0, "E callback not found in request_callbacks",
+                            retired(registered, registered)));
+
+    // Only the HAL holds the client now: when it lets go, the client goes.
+    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
+    hal().dropCallbacks();
+    drain();
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed));
 }
 
-TEST_F(ListeningTest, PathStateQueriesFillOutputs) {
-    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
-                                             pathRecord("/y", std::nullopt)}));
-    const std::vector<std::string> paths{"/a", "/b", "/c"};
-    std::vector<std::string> out{"kept"};
-    // Values that do not match the paths are dropped: only the paths are asked.
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2"}, 2, out), 4);
-    TorqRequestParcel expected =
-            marked(parcel(0, {pathRecord("/a", std::nullopt), pathRecord("/b", std::nullopt),
-                              pathRecord("/c", std::nullopt)}));
-    expected.tag = 2;
-    EXPECT_EQ(hal().last("stateRequest").parcel, expected);
-    EXPECT_EQ(out, (std::vector<std::string>{"kept", "9", "8", ""}));
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2", "3"}, 2, out), 7);
-    expected.data = {pathRecord("/a", "1"), pathRecord("/b", "2"), pathRecord("/c", "3")};
-    EXPECT_EQ(hal().last("stateRequest").parcel, expected);
-
-    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
-                                             pathRecord("/z", "10"), pathRecord("/y", "")}));
-    std::map<std::string, std::string> map{{"/q", "1"}}, mapOut{{"/old", "o"}};
+// SA and path clients leave the registry too, also when the answer is empty or there is no caller
+// callback to call.
+TEST_F(ListeningTest, EveryRequestClientIsRetiredByItsFirstAnswer) {
+    size_t registered = requestCallbacks();
+    ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, cb_), 1);
+    ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, std::shared_ptr<IClientCallback>()), 1);
+    ASSERT_GE(torq_resctl_request_with_callback_by_path(0, 0, {"/a"}, {"1"}, 0, 0, 0, cb_), 1);
+    ASSERT_EQ(requestCallbacks(), registered + 3);
     log_.clear();
-    EXPECT_EQ(torq_res_state_request_map_by_path(map, 3, mapOut), 3);
-    expected = marked(parcel(0, {pathRecord("/q", "1")}));
-    expected.tag = 3;
-    EXPECT_EQ(hal().last("stateRequest").parcel, expected);
-    EXPECT_EQ(mapOut, (std::map<std::string, std::string>{{"/old", "o"}, {"/y", ""}, {"/z", "10"}}));
-    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_state_request_map",
-                                     "E res_Path: /z, res_Value:9", "E res_Path: /z, res_Value:10",
-                                     "E res_Path: /y, res_Value:",
-                                     "I torq client torq_res_state_request_map size 3"));
+    answer(0, {});
+    answer(1, {idRecord(0x4, "4")});
+    // Path answers arrive as values, then paths; an absent field as an empty text.
+    answer(2,
+           {pathRecord("/a", "1"), pathRecord("/b", std::nullopt), pathRecord(std::nullopt, "3")});
+    EXPECT_EQ(requestCallbacks(), registered);
+    std::vector<Delivery> got = cb_->deliveries();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].values, (Strings{"1", "", "3"}));
+    EXPECT_EQ(got[0].paths, (Strings{"/a", "/b", ""}));
+    EXPECT_NE(got[0].thread, std::this_thread::get_id());
+    EXPECT_THAT(callbackLines(),
+                ElementsAre(kFound, retired(registered + 3, registered + 2),
+                            "I TorqCallbackClient::onCallback res_Id 0x4 res_Value 4 is_register 0",
+                            kFound, retired(registered + 2, registered + 1),
+                            "I TorqCallbackClient::onCallback res_Id /a res_Value 1 is_register 0",
+                            kCalled0, kFound, retired(registered + 1, registered)));
+}
 
-    hal().setAnswer("stateRequest", records({}));
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {}, 2, out), -1);
-    EXPECT_EQ(torq_res_state_request_map_by_path(map, 3, mapOut), -1);
-    EXPECT_EQ(out.size(), 7u);
-    EXPECT_EQ(mapOut.size(), 3u);
+TEST_F(ListeningTest, ListeningClientsStayUntilUnregisteredThenGoWithTheHalsReference) {
+    size_t registered = requestCallbacks();
+    hal().setAnswer("listeningRegister", result(1001));
+    Resources r = res({{0x41, "1"}});
+    ASSERT_EQ(torqResListeningRegister(r, 0, cb_), 1001);
+    hal().setAnswer("listeningRegister", result(1002));
+    ASSERT_EQ(torq_res_listening_register_by_path({"/l"}, 0, cb_), 1002);
+    log_.clear();
+    for (int i = 0; i < 2; ++i) {
+        answer(0, {idRecord(0x41, std::to_string(i))});
+        answer(1, {pathRecord("/l", std::to_string(i))});
+    }
+    std::vector<Delivery> got = cb_->deliveries();
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_EQ(got[2].resources, (Pairs{{0x41, "1"}}));
+    EXPECT_EQ(got[3].values, (Strings{"1"}));
+    EXPECT_EQ(requestCallbacks(), registered);
+    EXPECT_THAT(callbackLines(),
+                Contains("I TorqCallbackClient::onCallback res_Id /l res_Value 1 is_register 1"));
+    for (const std::string& line : callbackLines()) {
+        EXPECT_EQ(line.find("request_callbacks"), std::string::npos) << line;
+    }
+
+    // The registry still owns both clients: the HAL letting go destroys nothing.
+    hal().dropCallbacks();
+    drain();
+    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
+    EXPECT_EQ(torqResListeningUnRegister(1001), 1);
+    EXPECT_EQ(torqResListeningUnRegister(1002), 1);
+    drain();
+    Strings after = callbackLines();
+    EXPECT_EQ(std::count(after.begin(), after.end(), kDestroyed), 2);
+}
+
+// Many callers register, answer and unregister at once; every request is answered exactly once
+// and every registry ends where it started.
+TEST_F(ListeningTest, RegistriesStayConsistentUnderConcurrentUse) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 25;
+    torq_init();  // connected once, before the callers start
+    size_t registered = requestCallbacks();
+    std::vector<std::shared_ptr<Recorder>> requestCbs;
+    for (int i = 0; i < kThreads; ++i) requestCbs.push_back(std::make_shared<Recorder>());
+
+    std::atomic<int> running{kThreads};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < kThreads; ++t) {
+        callers.emplace_back([&, t] {
+            for (int i = 0; i < kRounds; ++i) {
+                Resources r = res({{0x100 + t, "1"}});
+                if (torqResCtlRequest(0, 0, r, 0, 0, 0, requestCbs[t]) < 1) ++failures;
+                int32_t id = 0x10000 + t * 1000 + i;
+                Resources listen = res({{id, "1"}});
+                int32_t h = torqResListeningRegister(listen, 0, cb_);
+                int32_t hp = torq_res_listening_register_by_path({std::to_string(id)}, 0, cb_);
+                if (h < 1 || hp < 1) ++failures;
+                if (torqResListeningUnRegister(h) != 1 || torqResListeningUnRegister(hp) != 1) {
+                    ++failures;
+                }
+            }
+            --running;
+        });
+    }
+    // The HAL answers every callback it was given once, while the callers keep going.
+    size_t next = 0;
+    auto answerNew = [&] {
+        for (size_t n = hal().callbackCount(); next < n; ++next) {
+            ASSERT_TRUE(hal().invokeCallback(next, {idRecord(0x5, "5")}).isOk());
+        }
+    };
+    while (running > 0) {
+        answerNew();
+        std::this_thread::yield();
+    }
+    for (auto& t : callers) t.join();
+    answerNew();
+    drain();
+
+    EXPECT_EQ(failures, 0);
+    for (const auto& cb : requestCbs) EXPECT_EQ(cb->count(), static_cast<size_t>(kRounds));
+    EXPECT_EQ(requestCallbacks(), registered);
+    // Every listening group is gone again: the same lists register anew.
+    Resources listen = res({{0x10000, "1"}});
+    int32_t h = torqResListeningRegister(listen, 0, cb_);
+    EXPECT_GE(h, 1);
+    EXPECT_EQ(torqResListeningUnRegister(h), 1);
+    // Nobody connected again meanwhile.
+    EXPECT_THAT(lines(), Not(Contains(kNotDeclared1)));
 }
 
 }  // namespace

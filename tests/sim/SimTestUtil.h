@@ -8,15 +8,23 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "torq_sim/SimModel.h"
 
+namespace aidl::vendor::quarn::hardware::torq {
+inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
+    *os << d.toString();
+}
+}  // namespace aidl::vendor::quarn::hardware::torq
+
 namespace torq_sim_test {
 
 using ::aidl::vendor::quarn::hardware::torq::TorqRequestData;
 using ::aidl::vendor::quarn::hardware::torq::TorqRequestParcel;
+using Records = std::vector<TorqRequestData>;
 
 // A clock the test moves by hand.
 struct ManualClock {
@@ -30,7 +38,7 @@ struct ManualClock {
 // A callback object that records what it receives.
 class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCallback {
   public:
-    ::ndk::ScopedAStatus onCallback(const std::vector<TorqRequestData>& data) override {
+    ::ndk::ScopedAStatus onCallback(const Records& data) override {
         {
             std::lock_guard<std::mutex> lock(mutex_);
             calls_.push_back(data);
@@ -38,7 +46,7 @@ class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCa
         cv_.notify_all();
         return ::ndk::ScopedAStatus::ok();
     }
-    std::vector<std::vector<TorqRequestData>> calls() const {
+    std::vector<Records> calls() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return calls_;
     }
@@ -51,7 +59,7 @@ class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCa
   private:
     mutable std::mutex mutex_;
     mutable std::condition_variable cv_;
-    std::vector<std::vector<TorqRequestData>> calls_;
+    std::vector<Records> calls_;
 };
 
 inline TorqRequestData idEntry(int32_t id, std::optional<std::string> value = std::nullopt) {
@@ -69,8 +77,7 @@ inline TorqRequestData pathEntry(const std::string& path,
     return d;
 }
 
-inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data,
-                                int64_t duration = 0) {
+inline TorqRequestParcel parcel(int32_t kind, Records data, int64_t duration = 0) {
     TorqRequestParcel p;
     p.kind = kind;
     p.data = std::move(data);

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "SimTestUtil.h"
@@ -12,8 +15,7 @@
 namespace torq_sim_test {
 namespace {
 
-using torq_sim::Delivery;
-using torq_sim::SimModel;
+using namespace torq_sim;
 
 constexpr int32_t kLoad0 = 0x010108A0;  // default "80"
 constexpr int32_t kLoad1 = 0x010108B0;  // default "85"
@@ -26,72 +28,102 @@ class ModelTest : public ::testing::Test {
 
     int32_t set(int32_t id, const std::string& value, int64_t duration = 0,
                 const std::shared_ptr<RecordingCallback>& cb = nullptr) {
-        TorqRequestParcel p = parcel(torq_sim::kKindResourceControl, {idEntry(id, value)}, duration);
+        TorqRequestParcel p = parcel(kKindResourceControl, {idEntry(id, value)}, duration);
         p.callback = cb;
         return model.request(p);
     }
-
-    int32_t listen(std::vector<TorqRequestData> what) {
-        return model.listeningRegister(parcel(0, std::move(what)), callback);
+    int32_t listen(Records what, const std::shared_ptr<RecordingCallback>& cb = nullptr) {
+        return model.listeningRegister(parcel(0, std::move(what)), cb ? cb : callback);
     }
+    Records state(int32_t kind, Records what) {
+        return model.stateRequest(parcel(kind, std::move(what)));
+    }
+    // The callbacks the model asked for since the last look: (handle, records) each.
+    using Sent = std::vector<std::pair<int32_t, Records>>;
+    static Sent summary(const std::vector<Delivery>& deliveries) {
+        Sent out;
+        for (const Delivery& d : deliveries) out.emplace_back(d.handle, d.records);
+        return out;
+    }
+    Sent sent() { return summary(model.takeDeliveries()); }
 
     ManualClock clock;
     SimModel model;
     std::shared_ptr<RecordingCallback> callback = ::ndk::SharedRefBase::make<RecordingCallback>();
 };
 
-TEST_F(ModelTest, HandlesCountUpFromOneAndRefusalsTakeNone) {
+TEST_F(ModelTest, HandlesCountUpAcrossKindsAndRefusedRequestsTakeNoneAndChangeNothing) {
     EXPECT_EQ(set(kLoad0, "50"), 1);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindSaControl, {idEntry(7)})), 2);
-    EXPECT_EQ(listen({idEntry(kLoad0)}), 3);
-    EXPECT_EQ(model.request(parcel(99, {})), torq_sim::kRejected);
-    EXPECT_EQ(set(kLoad0, ""), torq_sim::kRejected);
+    EXPECT_EQ(model.request(parcel(kKindSaControl, {idEntry(7)})), 2);
+    EXPECT_EQ(listen({idEntry(kLoad1)}), 3);
     EXPECT_EQ(model.thermalListeningRegister({}, callback), 4);
+
+    const std::vector<TorqRequestParcel> refused = {
+            // One entry without a value refuses the whole request.
+            parcel(kKindResourceControl, {idEntry(kLoad1, "1"), idEntry(kLoad0, "")}),
+            parcel(kKindResourceControl, {idEntry(kLoad1)}),
+            // Event ids index the client's action table.
+            parcel(kKindEventAcquire, {idEntry(199)}),
+            parcel(kKindEventAcquire, {idEntry(-1)}),
+            parcel(kKindEventAcquire, {}),
+            parcel(kKindCommand, {idEntry(9)}),
+            parcel(kKindCommand, {}),
+            parcel(kKindThermalNotify, {idEntry(1)}),  // a thermal id without a level
+            parcel(kKindState, {idEntry(kLoad1, "1")}),
+            parcel(kKindHistory, {}),
+            parcel(99, {}),
+    };
+    for (size_t i = 0; i < refused.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(model.request(refused[i]), kRejected);
+    }
+    EXPECT_EQ(model.value(kLoad1), "85");
+    EXPECT_FALSE(model.thermalLevel(1).has_value());
+    EXPECT_EQ(model.activeCount(), 2u);
+    EXPECT_TRUE(sent().empty());
+    EXPECT_TRUE(model.takeDumpOutput().empty());
+    // An entry that names nothing carries nothing; the request stands.
+    EXPECT_EQ(model.request(parcel(kKindResourceControl, {idEntry(0, "")})), 5);
 }
 
 TEST_F(ModelTest, NewestActiveRequestWinsAndReleaseFallsBack) {
     const int32_t older = set(kLoad0, "50");
-    const int32_t newer = set(kLoad0, "60");
+    // Within one request the last entry wins.
+    const int32_t newer =
+            model.request(parcel(kKindResourceControl, {idEntry(kLoad0, "1"), idEntry(kLoad1, "2"),
+                                                        idEntry(kLoad0, "60")}));
     EXPECT_EQ(model.value(kLoad0), "60");
+    EXPECT_EQ(model.value(kLoad1), "2");
 
-    // Releasing the older one leaves the newer in force.
-    EXPECT_EQ(model.release(older), torq_sim::kResultOk);
+    EXPECT_EQ(model.release(older), kResultOk);
     EXPECT_EQ(model.value(kLoad0), "60");
-
-    const int32_t third = set(kLoad0, "70");
-    EXPECT_EQ(model.release(third), torq_sim::kResultOk);
+    EXPECT_EQ(model.release(set(kLoad0, "70")), kResultOk);
     EXPECT_EQ(model.value(kLoad0), "60");
-    EXPECT_EQ(model.release(newer), torq_sim::kResultOk);
+    EXPECT_EQ(model.release(newer), kResultOk);
     EXPECT_EQ(model.value(kLoad0), "80");  // the catalog default
 
-    EXPECT_EQ(model.release(newer), torq_sim::kRejected);
-    EXPECT_EQ(model.release(12345), torq_sim::kRejected);
+    EXPECT_EQ(model.release(newer), kRejected);
+    EXPECT_EQ(model.release(12345), kRejected);
 }
 
-TEST_F(ModelTest, LastEntryOfOneRequestWinsWithinIt) {
-    model.request(parcel(torq_sim::kKindResourceControl,
-                         {idEntry(kLoad0, "1"), idEntry(kLoad1, "2"), idEntry(kLoad0, "3")}));
-    EXPECT_EQ(model.value(kLoad0), "3");
-    EXPECT_EQ(model.value(kLoad1), "2");
-}
-
-TEST_F(ModelTest, TimedRequestsExpireOnTheInjectedClock) {
+TEST_F(ModelTest, TimedRequestsExpireOnTheClockAndListenersHearIt) {
+    const int32_t l = listen({idEntry(kLoad0)});
     const int32_t forever = set(kLoad0, "55");
     const int32_t timed = set(kLoad0, "99", 1000);
     set(kLoad1, "1", -5);  // negative: until released, like 0
+    sent();
     EXPECT_EQ(model.nextDeadline(), clock.now + 1000);
 
     clock.advance(999);
     model.tick();
-    EXPECT_EQ(model.value(kLoad0), "99");
     EXPECT_TRUE(model.isActive(timed));
-
     clock.advance(1);
-    model.tick();
-    EXPECT_EQ(model.value(kLoad0), "55");
+    // Every call first expires what is due.
+    EXPECT_EQ(state(kKindState, {idEntry(kLoad0)}), Records{idEntry(kLoad0, "55")});
     EXPECT_FALSE(model.isActive(timed));
-    EXPECT_EQ(model.release(timed), torq_sim::kRejected);
+    EXPECT_EQ(model.release(timed), kRejected);
     EXPECT_FALSE(model.nextDeadline().has_value());
+    EXPECT_EQ(sent(), (Sent{{l, {idEntry(kLoad0, "55")}}}));
 
     clock.advance(1000000000);
     model.tick();
@@ -99,329 +131,187 @@ TEST_F(ModelTest, TimedRequestsExpireOnTheInjectedClock) {
     EXPECT_EQ(model.value(kLoad1), "1");
 }
 
-TEST_F(ModelTest, ExpiryHappensAtTheNextCallEvenWithoutTick) {
-    set(kLoad0, "99", 10);
-    clock.advance(10);
-    const auto records = model.stateRequest(parcel(torq_sim::kKindState, {idEntry(kLoad0)}));
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].value, "80");
-}
-
 TEST_F(ModelTest, StateAnswersByIdAndByPathOverOneResource) {
-    EXPECT_GT(model.request(parcel(torq_sim::kKindResourceControl, {pathEntry(kLoad0Path, "42")})),
-              0);
+    ASSERT_GT(model.request(parcel(kKindResourceControl, {pathEntry(kLoad0Path, "42")})), 0);
+    const int32_t other = model.request(
+            parcel(kKindResourceControl, {idEntry(kUnknown, "7"), pathEntry("/sys/x/y", "on")}));
     EXPECT_EQ(model.value(kLoad0), "42");
-
-    const auto records = model.stateRequest(
-            parcel(torq_sim::kKindState, {idEntry(kLoad0), pathEntry(kLoad0Path), idEntry(kUnknown),
-                                          pathEntry("/no/such"), TorqRequestData{}}));
-    ASSERT_EQ(records.size(), 4u);  // the entry naming nothing gets no record
-    EXPECT_EQ(records[0].id, kLoad0);
-    EXPECT_EQ(records[0].value, "42");
-    EXPECT_EQ(records[1].id, 0);
-    EXPECT_EQ(records[1].path, kLoad0Path);
-    EXPECT_EQ(records[1].value, "42");
-    EXPECT_EQ(records[2].id, kUnknown);
-    EXPECT_FALSE(records[2].value.has_value());  // not catalogued, never set
-    EXPECT_EQ(records[3].path, "/no/such");
-    EXPECT_FALSE(records[3].value.has_value());
-}
-
-TEST_F(ModelTest, UncataloguedResourcesFallBackToNoValue) {
-    const int32_t h = set(kUnknown, "7");
-    EXPECT_EQ(model.value(kUnknown), "7");
-    const int32_t p =
-            model.request(parcel(torq_sim::kKindResourceControl, {pathEntry("/sys/x/y", "on")}));
     EXPECT_EQ(model.valueAtPath("/sys/x/y"), "on");
-    model.release(h);
-    model.release(p);
+    // Answered as asked; the entry naming nothing gets no record.
+    EXPECT_EQ(state(kKindState, {idEntry(kLoad0), pathEntry(kLoad0Path), idEntry(kUnknown),
+                                 pathEntry("/no/such"), TorqRequestData{}}),
+              (Records{idEntry(kLoad0, "42"), pathEntry(kLoad0Path, "42"), idEntry(kUnknown, "7"),
+                       pathEntry("/no/such")}));
+
+    // What the catalog does not know falls back to no value at all.
+    model.release(other);
     EXPECT_FALSE(model.value(kUnknown).has_value());
     EXPECT_FALSE(model.valueAtPath("/sys/x/y").has_value());
-}
-
-TEST_F(ModelTest, RequestsWithAnEmptyValueAreRefusedWhole) {
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindResourceControl,
-                                   {idEntry(kLoad1, "1"), idEntry(kLoad0, "")})),
-              torq_sim::kRejected);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindResourceControl, {idEntry(kLoad0)})),
-              torq_sim::kRejected);
-    EXPECT_EQ(model.value(kLoad1), "85");
-    EXPECT_EQ(model.activeCount(), 0u);
-    // An entry that names nothing carries nothing; the request stands.
-    EXPECT_GT(model.request(parcel(torq_sim::kKindResourceControl, {idEntry(0, "")})), 0);
+    // Only state, history and power mode queries have answers.
+    EXPECT_TRUE(state(kKindResourceControl, {idEntry(kLoad0)}).empty());
 }
 
 TEST_F(ModelTest, ListenersHearOnlyChangesOfWhatTheyWatch) {
     const int32_t byId = listen({idEntry(kLoad0), idEntry(kLoad1)});
     const int32_t byPath = listen({pathEntry(kLoad0Path)});
-    ASSERT_GT(byId, 0);
-    ASSERT_GT(byPath, 0);
+    auto other = ::ndk::SharedRefBase::make<RecordingCallback>();
+    const int32_t third = listen({idEntry(kLoad0)}, other);
 
-    set(kLoad0, "80");  // the default: nothing changes
-    EXPECT_TRUE(model.takeDeliveries().empty());
-
-    const int32_t h = set(kLoad0, "51");
-    auto d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 2u);
-    EXPECT_EQ(d[0].handle, byId);
-    EXPECT_EQ(d[0].reason, Delivery::Reason::kListener);
-    ASSERT_EQ(d[0].records.size(), 1u);  // kLoad1 did not change
-    EXPECT_EQ(d[0].records[0].id, kLoad0);
-    EXPECT_EQ(d[0].records[0].value, "51");
-    EXPECT_EQ(d[1].handle, byPath);
-    ASSERT_EQ(d[1].records.size(), 1u);
-    EXPECT_EQ(d[1].records[0].id, 0);
-    EXPECT_EQ(d[1].records[0].path, kLoad0Path);
-    EXPECT_EQ(d[1].records[0].value, "51");
-
+    set(kLoad0, "80");   // the default: nothing changes
     set(kUnknown, "1");  // watched by nobody
-    EXPECT_TRUE(model.takeDeliveries().empty());
-
-    EXPECT_EQ(model.listeningUnregister(byPath), torq_sim::kResultOk);
-    model.release(h);
-    d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0].handle, byId);
-    EXPECT_EQ(d[0].records[0].value, "80");
-
-    EXPECT_EQ(model.listeningUnregister(byPath), torq_sim::kRejected);
-    EXPECT_EQ(model.listeningRegister(parcel(0, {idEntry(kLoad0)}), nullptr), torq_sim::kRejected);
-    EXPECT_EQ(listen({}), torq_sim::kRejected);
-}
-
-TEST_F(ModelTest, ExpiryIsReportedToListeners) {
-    const int32_t l = listen({idEntry(kLoad1)});
-    set(kLoad1, "10", 50);
-    model.takeDeliveries();
-    clock.advance(50);
-    model.tick();
+    EXPECT_TRUE(sent().empty());
+    const int32_t h = set(kLoad0, "51");
+    // One record per changed watched resource (kLoad1 did not change), addressed as registered.
     auto d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0].handle, l);
-    EXPECT_EQ(d[0].records[0].value, "85");
+    ASSERT_EQ(summary(d), (Sent{{byId, {idEntry(kLoad0, "51")}},
+                                {byPath, {pathEntry(kLoad0Path, "51")}},
+                                {third, {idEntry(kLoad0, "51")}}}));
+    EXPECT_EQ(d[2].callback, other);
+
+    EXPECT_EQ(model.listeningUnregister(byPath), kResultOk);
+    EXPECT_EQ(model.listeningUnregister(byPath), kRejected);
+    model.release(h);
+    EXPECT_EQ(sent(), (Sent{{byId, {idEntry(kLoad0, "80")}}, {third, {idEntry(kLoad0, "80")}}}));
+
+    // A callback that cannot be reached any more loses its listeners, thermal ones too.
+    model.thermalListeningRegister({}, callback);
+    model.forgetCallback(callback);
+    EXPECT_EQ(model.listenerCount(), 1u);
+    set(kLoad0, "1");
+    EXPECT_EQ(sent(), (Sent{{third, {idEntry(kLoad0, "1")}}}));
+
+    EXPECT_EQ(model.listeningRegister(parcel(0, {idEntry(kLoad0)}), nullptr), kRejected);
+    EXPECT_EQ(listen({}), kRejected);
 }
 
 TEST_F(ModelTest, RequestCallbackIsAnsweredOnceWhenApplied) {
-    auto answer = ::ndk::SharedRefBase::make<RecordingCallback>();
-    const int32_t h = set(kLoad0, "66", 0, answer);
-    auto d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0].reason, Delivery::Reason::kRequestAnswer);
-    EXPECT_EQ(d[0].handle, h);
-    EXPECT_EQ(d[0].callback, answer);
-    ASSERT_EQ(d[0].records.size(), 1u);
-    EXPECT_EQ(d[0].records[0].id, kLoad0);
-    EXPECT_EQ(d[0].records[0].value, "66");
-
+    // An SA control is answered with its id; a refused request is not answered.
+    const int32_t h = set(kLoad0, "66", 0, callback);
+    TorqRequestParcel sa = parcel(kKindSaControl, {idEntry(9)});
+    sa.callback = callback;
+    const int32_t saHandle = model.request(sa);
+    set(kLoad0, "", 0, callback);
+    EXPECT_EQ(sent(), (Sent{{h, {idEntry(kLoad0, "66")}}, {saHandle, {idEntry(9, "1")}}}));
+    // Once: later changes to what it set call nobody.
     set(kLoad0, "67");
     model.release(h);
-    EXPECT_TRUE(model.takeDeliveries().empty());
-
-    TorqRequestParcel sa = parcel(torq_sim::kKindSaControl, {idEntry(9)});
-    sa.callback = answer;
-    model.request(sa);
-    d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0].records[0].id, 9);
-    EXPECT_EQ(d[0].records[0].value, "1");
-
-    set(kLoad0, "", 0, answer);  // refused: not applied, not answered
-    EXPECT_TRUE(model.takeDeliveries().empty());
+    EXPECT_TRUE(sent().empty());
 }
 
 TEST_F(ModelTest, EventsApplyTheirCatalogSettingsPlusTheirOwn) {
-    TorqRequestParcel camera =
-            parcel(torq_sim::kKindEventAcquire, {idEntry(11), idEntry(kLoad1, "33")});
-    camera.pkg = "scene";
-    const int32_t h = model.request(camera);
-    ASSERT_GT(h, 0);
-    const torq_sim::EventEntry* entry = torq_sim::findEvent(11);
-    ASSERT_NE(entry, nullptr);
-    for (const auto& [opcode, value] : entry->settings) EXPECT_EQ(model.value(opcode), value);
+    const EventEntry* camera = findEvent(11);
+    ASSERT_NE(camera, nullptr);
+    const int32_t h =
+            model.request(parcel(kKindEventAcquire, {idEntry(11), idEntry(kLoad1, "33")}));
+    for (const auto& [opcode, value] : camera->settings) EXPECT_EQ(model.value(opcode), value);
     EXPECT_EQ(model.value(kLoad1), "33");
     model.release(h);
-    for (const auto& [opcode, value] : entry->settings) {
-        EXPECT_EQ(model.value(opcode), torq_sim::findResource(opcode)->defaultValue);
+    for (const auto& [opcode, value] : camera->settings) {
+        EXPECT_EQ(model.value(opcode), findResource(opcode)->defaultValue);
     }
-
-    EXPECT_GT(model.request(parcel(torq_sim::kKindEventAcquire, {idEntry(3)})), 0);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindEventAcquire, {idEntry(199)})),
-              torq_sim::kRejected);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindEventAcquire, {idEntry(-1)})),
-              torq_sim::kRejected);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindEventAcquire, {})), torq_sim::kRejected);
-
-    EXPECT_GT(model.request(parcel(torq_sim::kKindPlatformAcquire, {idEntry(kLoad0, "12")})), 0);
+    // Other ids in range apply only their own entries; kind 12 is a plain resource request.
+    EXPECT_GT(model.request(parcel(kKindEventAcquire, {idEntry(3), idEntry(kLoad0, "5")})), 0);
+    EXPECT_EQ(model.value(kLoad0), "5");
+    EXPECT_GT(model.request(parcel(kKindPlatformAcquire, {idEntry(kLoad0, "12")})), 0);
     EXPECT_EQ(model.value(kLoad0), "12");
 }
 
-TEST_F(ModelTest, HistoryIsRecordedOnlyWhileSwitchedOn) {
-    auto history = [&] { return model.stateRequest(parcel(torq_sim::kKindHistory, {})); };
+TEST_F(ModelTest, HistoryIsRecordedOnlyWhileSwitchedOnAndKeepsTheNewest) {
     set(kLoad0, "1");
-    EXPECT_TRUE(history().empty());
-
-    EXPECT_GT(model.request(parcel(torq_sim::kKindCommand, {idEntry(10)})), 0);
+    EXPECT_TRUE(state(kKindHistory, {}).empty());
+    model.request(parcel(kKindCommand, {idEntry(10)}));
     set(kLoad0, "2");
     model.ruleCtl(200, 3, {});
-    EXPECT_GT(model.request(parcel(torq_sim::kKindCommand, {idEntry(11)})), 0);
+    model.request(parcel(kKindCommand, {idEntry(11)}));
     set(kLoad0, "3");
-
-    const auto records = history();
-    ASSERT_EQ(records.size(), 4u);
-    for (size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].id, static_cast<int32_t>(i + 1));
-        ASSERT_TRUE(records[i].extra.has_value());
-        EXPECT_FALSE(records[i].value.has_value());
+    // One record per text: id 1, 2, ... and the text in `extra`, no value.
+    std::vector<std::string> texts;
+    for (const auto& r : state(kKindHistory, {})) {
+        texts.push_back(std::to_string(r.id) + (r.value ? " value " : " ") + r.extra.value_or("-"));
     }
-    EXPECT_NE(records[0].extra->find("history recording on"), std::string::npos);
-    EXPECT_NE(records[1].extra->find("0x010108a0=2"), std::string::npos);
-    EXPECT_NE(records[2].extra->find("rule 200 status=3"), std::string::npos);
-    EXPECT_NE(records[3].extra->find("history recording off"), std::string::npos);
+    EXPECT_EQ(texts, (std::vector<std::string>{
+                             "1 t=0ms history recording on",
+                             "2 t=0ms request #3 resources {0x010108a0=2}, until released",
+                             "3 t=0ms rule 200 status=3 []", "4 t=0ms history recording off"}));
+
+    model.request(parcel(kKindCommand, {idEntry(10)}));
+    for (size_t i = 0; i < kHistoryCapacity + 10; ++i) model.setRelatedSysInfo(1, i);
+    Records records = state(kKindHistory, {});
+    ASSERT_EQ(records.size(), kHistoryCapacity);
+    EXPECT_EQ(records.front().extra, "t=0ms sysinfo 1=10");
+    EXPECT_EQ(records.back().extra, "t=0ms sysinfo 1=" + std::to_string(kHistoryCapacity + 9));
 }
 
-TEST_F(ModelTest, HistoryKeepsTheNewestRecords) {
-    model.request(parcel(torq_sim::kKindCommand, {idEntry(10)}));
-    for (size_t i = 0; i < torq_sim::kHistoryCapacity + 10; ++i) model.setRelatedSysInfo(1, i);
-    const auto records = model.stateRequest(parcel(torq_sim::kKindHistory, {}));
-    ASSERT_EQ(records.size(), torq_sim::kHistoryCapacity);
-    EXPECT_NE(records.back().extra->find("sysinfo 1=" +
-                                         std::to_string(torq_sim::kHistoryCapacity + 9)),
-              std::string::npos);
-}
-
-TEST_F(ModelTest, PowerModeStatusFollowsTheProperty) {
-    auto status = [&](int32_t mode) {
-        return model.stateRequest(parcel(torq_sim::kKindPowerMode, {idEntry(mode)}));
+TEST_F(ModelTest, PropertiesAndThePowerModeTheyControl) {
+    auto modeStatus = [&](int32_t mode) {
+        Records records = state(kKindPowerMode, {idEntry(mode)});
+        return records.empty() ? std::string("none") : records[0].value.value_or("absent");
     };
-    ASSERT_EQ(status(0).size(), 1u);
-    EXPECT_EQ(status(0)[0].value, "1");
-    EXPECT_EQ(status(2)[0].value, "0");
-    EXPECT_EQ(model.propertySet(torq_sim::kPropPowerMode, "2"), torq_sim::kResultOk);
-    EXPECT_EQ(status(2)[0].value, "1");
-    EXPECT_EQ(status(0)[0].value, "0");
-    EXPECT_EQ(model.propertyGet(torq_sim::kPropPowerMode), "2");
-
-    EXPECT_TRUE(status(9).empty());
-    EXPECT_TRUE(model.stateRequest(parcel(torq_sim::kKindPowerMode, {})).empty());
-    EXPECT_EQ(model.propertySet(torq_sim::kPropPowerMode, "9"), torq_sim::kRejected);
-    EXPECT_EQ(model.propertySet(torq_sim::kPropPowerMode, "1x"), torq_sim::kRejected);
-    EXPECT_EQ(model.powerMode(), 2);
-}
-
-TEST_F(ModelTest, Properties) {
+    EXPECT_EQ(modeStatus(0), "1");
+    // Each set, then what the name reads: a refused set leaves the value as it was.
+    const std::string k255(255, 'x');
+    const std::vector<std::tuple<std::string, std::string, int32_t, std::string>> sets = {
+            {"vendor.a", "b", kResultOk, "b"},
+            {"", "b", kRejected, ""},
+            {kPropVersion, "x", kRejected, kSimVersion},
+            // A client's buffer holds 255 characters and a terminator.
+            {"vendor.long", k255, kResultOk, k255},
+            {"vendor.long", k255 + "x", kRejected, k255},
+            {kPropHistory, "1", kResultOk, "1"},
+            {kPropHistory, "yes", kRejected, "1"},
+            {kPropPowerMode, "2", kResultOk, "2"},
+            {kPropPowerMode, "9", kRejected, "2"},
+            {kPropPowerMode, "1x", kRejected, "2"},
+    };
+    for (const auto& [name, value, expected, reads] : sets) {
+        SCOPED_TRACE(name + "=" + value);
+        EXPECT_EQ(model.propertySet(name, value), expected);
+        EXPECT_EQ(model.propertyGet(name), reads);
+    }
     EXPECT_EQ(model.propertyGet("vendor.unset"), "");
-    EXPECT_EQ(model.propertySet("vendor.a", "b"), torq_sim::kResultOk);
-    EXPECT_EQ(model.propertyGet("vendor.a"), "b");
-    EXPECT_EQ(model.propertySet("", "b"), torq_sim::kRejected);
-    EXPECT_EQ(model.propertyGet(torq_sim::kPropVersion), torq_sim::kSimVersion);
-    EXPECT_EQ(model.propertySet(torq_sim::kPropVersion, "x"), torq_sim::kRejected);
-    // The client's buffer holds 255 characters and a terminator.
-    EXPECT_EQ(model.propertySet("vendor.long", std::string(255, 'x')), torq_sim::kResultOk);
-    EXPECT_EQ(model.propertySet("vendor.long", std::string(256, 'x')), torq_sim::kRejected);
-    EXPECT_EQ(model.propertyGet("vendor.long"), std::string(255, 'x'));
-
-    EXPECT_EQ(model.propertySet(torq_sim::kPropHistory, "1"), torq_sim::kResultOk);
     EXPECT_TRUE(model.historyRecording());
-    EXPECT_EQ(model.propertyGet(torq_sim::kPropHistory), "1");
-    EXPECT_EQ(model.propertySet(torq_sim::kPropHistory, "yes"), torq_sim::kRejected);
+    EXPECT_EQ(model.powerMode(), 2);
+
+    EXPECT_EQ(modeStatus(2), "1");
+    EXPECT_EQ(modeStatus(0), "0");
+    EXPECT_EQ(modeStatus(9), "none");
+    EXPECT_TRUE(state(kKindPowerMode, {}).empty());
 }
 
 TEST_F(ModelTest, ThermalLevelsReachTheirListenersOnChange) {
     const int32_t one = model.thermalListeningRegister({1}, callback);
-    auto every = ::ndk::SharedRefBase::make<RecordingCallback>();
-    const int32_t all = model.thermalListeningRegister({}, every);
-    EXPECT_EQ(model.thermalListeningRegister({1}, nullptr), torq_sim::kRejected);
+    const int32_t all = model.thermalListeningRegister({}, callback);
+    EXPECT_EQ(model.thermalListeningRegister({1}, nullptr), kRejected);
 
-    EXPECT_GT(
-            model.request(parcel(torq_sim::kKindThermalNotify, {idEntry(1, "3"), idEntry(2, "1")})),
-            0);
-    auto d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 2u);
-    EXPECT_EQ(d[0].handle, one);
-    EXPECT_EQ(d[0].reason, Delivery::Reason::kThermalListener);
-    ASSERT_EQ(d[0].records.size(), 1u);
-    EXPECT_EQ(d[0].records[0].id, 1);
-    EXPECT_EQ(d[0].records[0].value, "3");
-    EXPECT_EQ(d[1].handle, all);
-    EXPECT_EQ(d[1].records.size(), 2u);
-    EXPECT_EQ(model.thermalLevel(2), "1");
-
-    model.request(parcel(torq_sim::kKindThermalNotify, {idEntry(1, "3")}));
-    EXPECT_TRUE(model.takeDeliveries().empty());
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindThermalNotify, {idEntry(1)})),
-              torq_sim::kRejected);
+    EXPECT_GT(model.request(parcel(kKindThermalNotify, {idEntry(1, "3"), idEntry(2, "1")})), 0);
+    EXPECT_EQ(model.takeDeliveries()[0].reason, Delivery::Reason::kThermalListener);
+    model.request(parcel(kKindThermalNotify, {idEntry(1, "3"), idEntry(2, "2")}));
+    EXPECT_EQ(sent(), (Sent{{all, {idEntry(2, "2")}}}));  // level 1 did not change
+    model.request(parcel(kKindThermalNotify, {idEntry(1, "4"), idEntry(3, "1")}));
+    EXPECT_EQ(sent(), (Sent{{one, {idEntry(1, "4")}}, {all, {idEntry(1, "4"), idEntry(3, "1")}}}));
+    EXPECT_EQ(model.thermalLevel(2), "2");
 
     // Each kind of registration is removed only by its own call.
-    EXPECT_EQ(model.listeningUnregister(one), torq_sim::kRejected);
-    EXPECT_EQ(model.thermalListeningUnregister(one), torq_sim::kResultOk);
-    const int32_t ids = listen({idEntry(kLoad0)});
-    EXPECT_EQ(model.thermalListeningUnregister(ids), torq_sim::kRejected);
+    EXPECT_EQ(model.listeningUnregister(one), kRejected);
+    EXPECT_EQ(model.thermalListeningUnregister(one), kResultOk);
+    EXPECT_EQ(model.thermalListeningUnregister(listen({idEntry(kLoad0)})), kRejected);
 }
 
 TEST_F(ModelTest, DumpCommandsPrintTheirTable) {
-    const int32_t h = set(kLoad0, "50", 2000);
-    EXPECT_GT(model.request(parcel(torq_sim::kKindCommand, {idEntry(1)})), 0);
-    auto out = model.takeDumpOutput();
-    ASSERT_GE(out.size(), 2u);
-    EXPECT_EQ(out[0], "dump 1 RunMap:");
-    EXPECT_NE(out[1].find("#" + std::to_string(h) + " resources {0x010108a0=50}, 2000 ms left"),
-              std::string::npos)
-            << out[1];
-
-    model.request(parcel(torq_sim::kKindCommand, {idEntry(2)}));
-    out = model.takeDumpOutput();
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_NE(out[1].find("0x010108a0 sched.cluster0.target_load = 50 by #" + std::to_string(h)),
-              std::string::npos)
-            << out[1];
-
+    ASSERT_EQ(set(kLoad0, "50", 2000), 1);
+    const std::map<int32_t, std::string> details = {
+            {1, "#1 resources {0x010108a0=50}, 2000 ms left"},
+            {2, "0x010108a0 sched.cluster0.target_load = 50 by #1"}};
     for (int32_t code = 0; code <= 8; ++code) {
-        model.request(parcel(torq_sim::kKindCommand, {idEntry(code)}));
-        out = model.takeDumpOutput();
-        ASSERT_GE(out.size(), 2u) << "code " << code;
-        EXPECT_EQ(out[0],
-                  "dump " + std::to_string(code) + " " + torq_sim::dumpTableName(code) + ":");
+        SCOPED_TRACE(code);
+        EXPECT_GT(model.request(parcel(kKindCommand, {idEntry(code)})), 0);
+        auto out = model.takeDumpOutput();
+        ASSERT_GE(out.size(), 2u);
+        EXPECT_EQ(out[0], "dump " + std::to_string(code) + " " + dumpTableName(code) + ":");
+        if (details.count(code)) {
+            EXPECT_NE(out[1].find(details.at(code)), std::string::npos) << out[1];
+        }
     }
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindCommand, {idEntry(9)})), torq_sim::kRejected);
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindCommand, {})), torq_sim::kRejected);
-    EXPECT_TRUE(model.takeDumpOutput().empty());
-}
-
-TEST_F(ModelTest, RulesSysInfoAndNotificationsAreKept) {
-    EXPECT_EQ(model.ruleCtl(200, 3, {idEntry(kLoad0, "1")}), torq_sim::kResultOk);
-    EXPECT_EQ(model.ruleCtl(200, 0, {}), torq_sim::kResultOk);
-    EXPECT_EQ(model.ruleStatus(200), 0);
-    EXPECT_FALSE(model.ruleStatus(201).has_value());
-    EXPECT_EQ(model.setRelatedSysInfo(4, int64_t{1} << 40), torq_sim::kResultOk);
-    EXPECT_EQ(model.sysInfo(4), int64_t{1} << 40);
-
-    TorqRequestData entry;
-    entry.id = 3;
-    entry.subId = 7;
-    EXPECT_GT(model.request(parcel(torq_sim::kKindNotify, {entry, entry, entry})), 0);
-    ASSERT_EQ(model.notifications().size(), 1u);
-    EXPECT_NE(model.notifications()[0].find("notify id=3 subId=7 entries=3"), std::string::npos);
-    EXPECT_EQ(model.activeCount(), 0u);  // notifications hold nothing
-}
-
-TEST_F(ModelTest, UnknownKindsAreRefusedOrAnsweredEmpty) {
-    EXPECT_EQ(model.request(parcel(torq_sim::kKindHistory, {})), torq_sim::kRejected);
-    EXPECT_EQ(model.request(parcel(0, {idEntry(kLoad0, "1")})), torq_sim::kRejected);
-    EXPECT_TRUE(
-            model.stateRequest(parcel(torq_sim::kKindResourceControl, {idEntry(kLoad0)})).empty());
-}
-
-TEST_F(ModelTest, AForgottenCallbackLosesItsListeners) {
-    listen({idEntry(kLoad0)});
-    model.thermalListeningRegister({}, callback);
-    auto other = ::ndk::SharedRefBase::make<RecordingCallback>();
-    model.listeningRegister(parcel(0, {idEntry(kLoad0)}), other);
-    model.forgetCallback(callback);
-    EXPECT_EQ(model.listenerCount(), 1u);
-    set(kLoad0, "1");
-    auto d = model.takeDeliveries();
-    ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0].callback, other);
 }
 
 }  // namespace

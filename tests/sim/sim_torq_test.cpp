@@ -1,4 +1,4 @@
-// SimTorq as an object: the journal and the callbacks it makes after each call.
+// SimTorq as an object: the journal, the callbacks it makes after each call, and its dumps.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 namespace torq_sim_test {
 namespace {
 
-using torq_sim::JournalEntry;
 using torq_sim::SimTorq;
 
 class SimTorqTest : public ::testing::Test {
@@ -25,10 +24,16 @@ class SimTorqTest : public ::testing::Test {
         };
         hal = ::ndk::SharedRefBase::make<SimTorq>(options);
     }
+    std::vector<std::string> journal(uint64_t mark = 0) const {
+        std::vector<std::string> out;
+        for (const auto& e : hal->journal()->since(mark)) out.push_back(e.toString());
+        return out;
+    }
 
     ManualClock clock;
     std::vector<std::string> dumped;
     std::shared_ptr<SimTorq> hal;
+    int32_t result = 0;
 };
 
 TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
@@ -36,72 +41,46 @@ TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
     TorqRequestParcel p = parcel(torq_sim::kKindResourceControl, {idEntry(0x010108A0, "50")}, 1000);
     p.option = -1;
     p.callback = answer;
-    int32_t handle = 0;
-    ASSERT_TRUE(hal->request(p, &handle).isOk());
-    EXPECT_EQ(handle, 1);
+    ASSERT_TRUE(hal->request(p, &result).isOk());
+    EXPECT_EQ(result, 1);
     ASSERT_EQ(answer->calls().size(), 1u);
-    EXPECT_EQ(answer->calls()[0][0].value, "50");
+    EXPECT_EQ(answer->calls()[0], Records{idEntry(0x010108A0, "50")});
 
-    int32_t released = 0;
-    ASSERT_TRUE(hal->release(handle, &released).isOk());
-    EXPECT_EQ(released, 0);
+    const uint64_t mark = hal->journal()->mark();
+    ASSERT_TRUE(hal->release(1, &result).isOk());
+    EXPECT_EQ(result, 0);
     std::string text;
     ASSERT_TRUE(hal->propertyGet("torq.version", &text).isOk());
+    ASSERT_TRUE(hal->ruleCtl(131, 1, {idEntry(0x01011040, "-1")}, &result).isOk());
+    EXPECT_EQ(result, 0);
+    ASSERT_TRUE(hal->setRelatedSysInfo(2, -5, &result).isOk());
+    ASSERT_TRUE(hal->thermalListeningRegister({3, 4}, nullptr, &result).isOk());
+    EXPECT_EQ(result, -1);
 
-    const auto entries = hal->journal()->entries();
-    ASSERT_EQ(entries.size(), 4u);
-    EXPECT_EQ(entries[0].toString(),
-              "request(kind=1 data=[{id=0x010108a0 value=\"50\"}] option=-1 duration=1000 "
-              "callback=yes) -> 1");
-    EXPECT_EQ(entries[1].type, JournalEntry::Type::kCallback);
-    EXPECT_EQ(entries[1].toString(), "onCallback([{id=0x010108a0 value=\"50\"}]) to request #1");
-    EXPECT_EQ(entries[2].toString(), "release(1) -> 0");
-    EXPECT_EQ(entries[3].toString(), "propertyGet(\"torq.version\") -> \"torq-sim 1.0\"");
-    EXPECT_LT(entries[0].seq, entries[3].seq);
-    EXPECT_EQ(hal->journal()->since(entries[2].seq).size(), 2u);
+    EXPECT_EQ(journal(),
+              (std::vector<std::string>{
+                      "request(kind=1 data=[{id=0x010108a0 value=\"50\"}] option=-1 duration=1000 "
+                      "callback=yes) -> 1",
+                      "onCallback([{id=0x010108a0 value=\"50\"}]) to request #1",
+                      "release(1) -> 0",
+                      "propertyGet(\"torq.version\") -> \"torq-sim 1.0\"",
+                      "ruleCtl(131, 1, [{id=0x01011040 value=\"-1\"}]) -> 0",
+                      "setRelatedSysInfo(2, -5) -> 0",
+                      "thermalListeningRegister([3 4], null) -> -1",
+              }));
+    EXPECT_EQ(journal(mark).size(), 5u);
+    EXPECT_EQ(hal->journal()->entries()[1].type, torq_sim::JournalEntry::Type::kCallback);
 }
 
-TEST_F(SimTorqTest, TickExpiresAndCallsListeners) {
-    auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
-    int32_t l = 0;
-    ASSERT_TRUE(hal->listeningRegister(parcel(0, {idEntry(0x010108B0)}), listener, &l).isOk());
-    int32_t h = 0;
-    hal->request(parcel(torq_sim::kKindResourceControl, {idEntry(0x010108B0, "1")}, 20), &h);
-    ASSERT_EQ(listener->calls().size(), 1u);
-    clock.advance(20);
-    hal->tick();
-    ASSERT_EQ(listener->calls().size(), 2u);
-    EXPECT_EQ(listener->calls()[1][0].value, "85");
-    EXPECT_EQ(hal->journal()->entries().back().toString(),
-              "onCallback([{id=0x010108b0 value=\"85\"}]) to listener #" + std::to_string(l));
-}
-
-TEST_F(SimTorqTest, DumpCommandsGoToTheSink) {
-    int32_t h = 0;
-    hal->request(parcel(torq_sim::kKindCommand, {idEntry(4)}), &h);
-    EXPECT_GT(h, 0);
-    ASSERT_FALSE(dumped.empty());
+// Dump commands print to the sink; dumpsys prints the tables and the end of the journal.
+TEST_F(SimTorqTest, DumpsGoToTheSinkAndDumpsysShowsTablesAndJournal) {
+    hal->request(parcel(torq_sim::kKindResourceControl, {idEntry(0x010108A0, "61")}), &result);
+    hal->request(parcel(torq_sim::kKindCommand, {idEntry(4)}), &result);
+    EXPECT_GT(result, 0);
+    ASSERT_GE(dumped.size(), 2u);
     EXPECT_EQ(dumped[0], "dump 4 ResInfo:");
     EXPECT_NE(dumped[1].find("default="), std::string::npos);
-}
 
-TEST_F(SimTorqTest, ThermalAndRuleCallsAreJournalled) {
-    int32_t r = -1;
-    ASSERT_TRUE(hal->ruleCtl(131, 1, {idEntry(0x01011040, "-1")}, &r).isOk());
-    EXPECT_EQ(r, 0);
-    ASSERT_TRUE(hal->setRelatedSysInfo(2, -5, &r).isOk());
-    ASSERT_TRUE(hal->thermalListeningRegister({3, 4}, nullptr, &r).isOk());
-    EXPECT_EQ(r, -1);
-    const auto entries = hal->journal()->entries();
-    ASSERT_EQ(entries.size(), 3u);
-    EXPECT_EQ(entries[0].toString(), "ruleCtl(131, 1, [{id=0x01011040 value=\"-1\"}]) -> 0");
-    EXPECT_EQ(entries[1].toString(), "setRelatedSysInfo(2, -5) -> 0");
-    EXPECT_EQ(entries[2].toString(), "thermalListeningRegister([3 4], null) -> -1");
-}
-
-TEST_F(SimTorqTest, DumpsysPrintsTablesAndTheJournalTail) {
-    int32_t h = 0;
-    hal->request(parcel(torq_sim::kKindResourceControl, {idEntry(0x010108A0, "61")}), &h);
     FILE* file = tmpfile();
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(hal->dump(fileno(file), nullptr, 0), STATUS_OK);
