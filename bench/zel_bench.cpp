@@ -365,6 +365,13 @@ std::vector<Part> buildParts() {
                                      "ZelEventAcquireWrapper", kFirstAction.c_str(),
                                      kPackage.c_str(), kIdentity.c_str(), kDuration);
              }},
+            {"part/log lines, ZelNotifyWapper src 130",
+             [] {
+                 __android_log_print(ANDROID_LOG_INFO, "[ZEL_CLIENT_WRAPPER]",
+                                     "[%s] %s, src:%d, type:%d", "ZelNotifyWapper", "bench", 130, 1);
+                 __android_log_print(ANDROID_LOG_INFO, "[ZEL_CLIENT]",
+                                     "zelRuleCtl, ruleId:%d, status:%d", 130, 1);
+             }},
             {"part/getTargetLoadList, 3 items",
              [] { benchmark::DoNotOptimize(getTargetLoadList(kTargetLoadData)); }},
             {"part/getGameAdpList, 16 items",
