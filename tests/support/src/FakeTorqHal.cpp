@@ -53,7 +53,6 @@ struct HalState {
     bool declare = true;
     std::map<std::string, Answer> answers;
     std::map<std::string, std::deque<Answer>> onceAnswers;
-    bool autoHandles = true;
     int32_t nextHandle = 1;
     std::vector<RecordedCall> calls;
     std::vector<std::shared_ptr<ITorqCallback>> callbacks;
@@ -77,7 +76,7 @@ struct HalState {
             answer = it->second;
             fixed = true;
         }
-        if (!fixed && autoHandles && issuesHandles(call.method)) answer.result = nextHandle++;
+        if (!fixed && issuesHandles(call.method)) answer.result = nextHandle++;
         calls.push_back(std::move(call));
         cv.notify_all();
         return answer;
@@ -97,24 +96,24 @@ class Service : public BnTorq {
 
     ndk::ScopedAStatus init() override {
         Answer a;
-        return handle(call("init"), nullptr, &a);
+        return answer(call("init"), nullptr, &a);
     }
     ndk::ScopedAStatus request(const TorqRequestParcel& parcel, int32_t* ret) override {
         RecordedCall c = call("request");
         c.parcel = parcel;
-        return intResult(handle(std::move(c), parcel.callback), ret);
+        return intAnswer(std::move(c), parcel.callback, ret);
     }
-    ndk::ScopedAStatus release(int32_t handle_, int32_t* ret) override {
+    ndk::ScopedAStatus release(int32_t handle, int32_t* ret) override {
         RecordedCall c = call("release");
-        c.handle = handle_;
-        return intResult(handle(std::move(c), nullptr), ret);
+        c.handle = handle;
+        return intAnswer(std::move(c), nullptr, ret);
     }
     ndk::ScopedAStatus stateRequest(const TorqRequestParcel& parcel,
                                     std::vector<TorqRequestData>* ret) override {
         RecordedCall c = call("stateRequest");
         c.parcel = parcel;
         Answer a;
-        ndk::ScopedAStatus st = handle(std::move(c), parcel.callback, &a);
+        ndk::ScopedAStatus st = answer(std::move(c), parcel.callback, &a);
         if (a.writeResult) *ret = a.records;
         return st;
     }
@@ -124,20 +123,19 @@ class Service : public BnTorq {
         RecordedCall c = call("listeningRegister");
         c.parcel = parcel;
         // The argument is the callback that matters; the parcel's field is kept too if set.
-        std::shared_ptr<ITorqCallback> cb = callback ? callback : parcel.callback;
         if (callback && parcel.callback) keep(parcel.callback);
-        return intResult(handle(std::move(c), cb), ret);
+        return intAnswer(std::move(c), callback ? callback : parcel.callback, ret);
     }
-    ndk::ScopedAStatus listeningUnregister(int32_t handle_, int32_t* ret) override {
+    ndk::ScopedAStatus listeningUnregister(int32_t handle, int32_t* ret) override {
         RecordedCall c = call("listeningUnregister");
-        c.handle = handle_;
-        return intResult(handle(std::move(c), nullptr), ret);
+        c.handle = handle;
+        return intAnswer(std::move(c), nullptr, ret);
     }
     ndk::ScopedAStatus propertyGet(const std::string& name, std::string* ret) override {
         RecordedCall c = call("propertyGet");
         c.name = name;
         Answer a;
-        ndk::ScopedAStatus st = handle(std::move(c), nullptr, &a);
+        ndk::ScopedAStatus st = answer(std::move(c), nullptr, &a);
         if (a.writeResult) *ret = a.text;
         return st;
     }
@@ -146,30 +144,30 @@ class Service : public BnTorq {
         RecordedCall c = call("propertySet");
         c.name = name;
         c.value = value;
-        return intResult(handle(std::move(c), nullptr), ret);
+        return intAnswer(std::move(c), nullptr, ret);
     }
     ndk::ScopedAStatus thermalListeningRegister(const std::vector<int32_t>& ids,
                                                 const std::shared_ptr<ITorqCallback>& callback,
                                                 int32_t* ret) override {
         RecordedCall c = call("thermalListeningRegister");
         c.ids = ids;
-        return intResult(handle(std::move(c), callback), ret);
+        return intAnswer(std::move(c), callback, ret);
     }
-    ndk::ScopedAStatus thermalListeningUnregister(int32_t handle_, int32_t* ret) override {
+    ndk::ScopedAStatus thermalListeningUnregister(int32_t handle, int32_t* ret) override {
         RecordedCall c = call("thermalListeningUnregister");
-        c.handle = handle_;
-        return intResult(handle(std::move(c), nullptr), ret);
+        c.handle = handle;
+        return intAnswer(std::move(c), nullptr, ret);
     }
     ndk::ScopedAStatus notifyEvent(const TorqRequestParcel& parcel, int32_t* ret) override {
         RecordedCall c = call("notifyEvent");
         c.parcel = parcel;
-        return intResult(handle(std::move(c), parcel.callback), ret);
+        return intAnswer(std::move(c), parcel.callback, ret);
     }
     ndk::ScopedAStatus setRelatedSysInfo(int32_t type, int64_t value, int32_t* ret) override {
         RecordedCall c = call("setRelatedSysInfo");
         c.first = type;
         c.second = value;
-        return intResult(handle(std::move(c), nullptr), ret);
+        return intAnswer(std::move(c), nullptr, ret);
     }
     ndk::ScopedAStatus ruleCtl(int32_t ruleId, int32_t status,
                                const std::vector<TorqRequestData>& data, int32_t* ret) override {
@@ -177,15 +175,10 @@ class Service : public BnTorq {
         c.first = ruleId;
         c.status = status;
         c.entries = data;
-        return intResult(handle(std::move(c), nullptr), ret);
+        return intAnswer(std::move(c), nullptr, ret);
     }
 
   private:
-    struct IntReply {
-        ndk::ScopedAStatus status;
-        Answer answer;
-    };
-
     static RecordedCall call(const char* method) {
         RecordedCall c;
         c.method = method;
@@ -199,7 +192,8 @@ class Service : public BnTorq {
         }
     }
 
-    ndk::ScopedAStatus handle(RecordedCall c, const std::shared_ptr<ITorqCallback>& callback,
+    // Records the call and picks its answer; the returned status is the answer's.
+    ndk::ScopedAStatus answer(RecordedCall c, const std::shared_ptr<ITorqCallback>& callback,
                               Answer* answer) {
         auto state = state_.lock();
         if (!state) return ndk::ScopedAStatus(AStatus_fromExceptionCode(EX_ILLEGAL_STATE));
@@ -207,15 +201,13 @@ class Service : public BnTorq {
         return statusOf(*answer);
     }
 
-    IntReply handle(RecordedCall c, const std::shared_ptr<ITorqCallback>& callback) {
-        IntReply r;
-        r.status = handle(std::move(c), callback, &r.answer);
-        return r;
-    }
-
-    static ndk::ScopedAStatus intResult(IntReply r, int32_t* ret) {
-        if (r.answer.writeResult) *ret = r.answer.result;
-        return std::move(r.status);
+    // The same for the methods with an int result, which is written unless the answer says not.
+    ndk::ScopedAStatus intAnswer(RecordedCall c, const std::shared_ptr<ITorqCallback>& callback,
+                                 int32_t* ret) {
+        Answer a;
+        ndk::ScopedAStatus st = answer(std::move(c), callback, &a);
+        if (a.writeResult) *ret = a.result;
+        return st;
     }
 
     std::weak_ptr<detail::HalState> state_;
@@ -292,11 +284,6 @@ void FakeTorqHal::setDefaultAnswers() {
     std::lock_guard<std::mutex> lock(state_->mu);
     state_->answers.clear();
     state_->onceAnswers.clear();
-}
-
-void FakeTorqHal::setAutoHandles(bool on) {
-    std::lock_guard<std::mutex> lock(state_->mu);
-    state_->autoHandles = on;
 }
 
 std::vector<RecordedCall> FakeTorqHal::calls() const {

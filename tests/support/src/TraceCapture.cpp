@@ -36,16 +36,16 @@ F next(const char* name) {
 
 }  // namespace
 
-TraceCapture::TraceCapture(uint64_t enabledTags) {
+TraceCapture::TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (g_active) ADD_FAILURE() << "only one TraceCapture may be alive at a time";
     g_events.clear();
     // Code built against a header that reads the variables directly sees the same tags.
     g_savedEnabledTags = atrace_enabled_tags;
     g_savedReady = atrace_is_ready.load();
-    atrace_enabled_tags = enabledTags;
+    atrace_enabled_tags = ATRACE_TAG_ALWAYS;
     atrace_is_ready.store(true);
-    g_tags = enabledTags;
+    g_tags = ATRACE_TAG_ALWAYS;
     g_active = true;
 }
 

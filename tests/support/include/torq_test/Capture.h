@@ -41,10 +41,10 @@ struct TraceEvent {
 };
 
 // While alive, atrace_begin_body/atrace_end_body calls are recorded and the enabled tags are
-// `enabledTags` (bit 0 is ATRACE_TAG_ALWAYS).
+// ATRACE_TAG_ALWAYS alone until setEnabledTags.
 class TraceCapture {
   public:
-    explicit TraceCapture(uint64_t enabledTags = 1);
+    TraceCapture();
     ~TraceCapture();
     void setEnabledTags(uint64_t tags);
     std::vector<TraceEvent> events() const;

@@ -76,12 +76,11 @@ class FakeTorqHal {
     void restart();  // a new HAL process registers the same instance (kills the old one first)
 
     // Answers. Per-method answers stay until changed; `answerOnce` applies to the next call only.
+    // Without one, request/listeningRegister/thermalListeningRegister give handles counting up
+    // from 1 (again from each restart).
     void setAnswer(const std::string& method, const Answer& answer);
     void answerOnce(const std::string& method, const Answer& answer);
     void setDefaultAnswers();
-    // Handles for request/listeningRegister/thermalListeningRegister count up from 1 unless an
-    // answer with a fixed result is set.
-    void setAutoHandles(bool on);
 
     // What the HAL received, in arrival order.
     std::vector<RecordedCall> calls() const;
