@@ -2,7 +2,56 @@
 
 #include <utility>
 
+#include "torq_sim/Render.h"
+
 namespace torq_sim {
+
+namespace {
+
+bool takesParcel(const std::string& method) {
+    return method == "request" || method == "stateRequest" || method == "listeningRegister" ||
+           method == "notifyEvent";
+}
+
+// The arguments as the journal has always shown them: "kind=1 data=[...]", "3", "\"name\"".
+std::string renderArgs(const ReceivedCall& c) {
+    const std::string callback = c.hasCallback ? "callback" : "null";
+    if (c.method == "listeningRegister") return renderParcel(c.parcel) + ", " + callback;
+    if (takesParcel(c.method)) {
+        return renderParcel(c.parcel) + (c.hasCallback ? " callback=yes" : "");
+    }
+    if (c.method == "release" || c.method == "listeningUnregister" ||
+        c.method == "thermalListeningUnregister") {
+        return std::to_string(c.handle);
+    }
+    if (c.method == "propertyGet") return quoted(c.name);
+    if (c.method == "propertySet") return quoted(c.name) + ", " + quoted(c.value);
+    if (c.method == "thermalListeningRegister") return renderInts(c.ids) + ", " + callback;
+    if (c.method == "setRelatedSysInfo") {
+        return std::to_string(c.first) + ", " + std::to_string(c.second);
+    }
+    if (c.method == "ruleCtl") {
+        return std::to_string(c.first) + ", " + std::to_string(c.status) + ", " +
+               renderDataList(c.entries);
+    }
+    return "";
+}
+
+std::string renderAnswer(const SentAnswer& a) {
+    if (a.transactionError != 0) return "transaction error " + std::to_string(a.transactionError);
+    if (a.exception != 0) {
+        std::string text = "exception " + std::to_string(a.exception);
+        if (a.serviceSpecificError != 0) text += " code " + std::to_string(a.serviceSpecificError);
+        if (!a.message.empty()) text += " " + quoted(a.message);
+        return text;
+    }
+    if (a.records) return renderDataList(*a.records);
+    if (a.text) return quoted(*a.text);
+    if (a.result) return std::to_string(*a.result);
+    return "";
+}
+
+}  // namespace
 
 std::string JournalEntry::toString() const {
     switch (type) {
@@ -25,24 +74,27 @@ void Journal::add(JournalEntry entry) {
     while (entries_.size() > capacity_) entries_.pop_front();
 }
 
-void Journal::addCall(int64_t timeMs, const std::string& method, const std::string& args,
-                      const std::string& result) {
+void Journal::addCall(int64_t timeMs, ReceivedCall call, SentAnswer answer) {
     JournalEntry e;
     e.timeMs = timeMs;
     e.type = JournalEntry::Type::kCall;
-    e.method = method;
-    e.args = args;
-    e.result = result;
+    e.method = call.method;
+    e.args = renderArgs(call);
+    e.result = renderAnswer(answer);
+    e.call = std::move(call);
+    e.answer = std::move(answer);
     add(std::move(e));
 }
 
-void Journal::addCallback(int64_t timeMs, const std::string& args, const std::string& target) {
+void Journal::addCallback(int64_t timeMs, std::vector<TorqRequestData> records, std::string target) {
     JournalEntry e;
     e.timeMs = timeMs;
     e.type = JournalEntry::Type::kCallback;
     e.method = "onCallback";
-    e.args = args;
+    e.args = renderDataList(records);
     e.result = target;
+    e.records = std::move(records);
+    e.target = std::move(target);
     add(std::move(e));
 }
 

@@ -34,8 +34,25 @@ std::string deliveryTarget(const Delivery& d) {
     return "#" + std::to_string(d.handle);
 }
 
-std::string callbackArg(const std::shared_ptr<ITorqCallback>& callback) {
-    return callback ? "callback" : "null";
+ReceivedCall received(const char* method) {
+    ReceivedCall call;
+    call.method = method;
+    return call;
+}
+
+// The record keeps no callback: a journal entry must not keep a client's binder alive.
+ReceivedCall receivedParcel(const char* method, const TorqRequestParcel& parcel) {
+    ReceivedCall call = received(method);
+    call.parcel = parcel;
+    call.hasCallback = parcel.callback != nullptr;
+    call.parcel.callback = nullptr;
+    return call;
+}
+
+SentAnswer intAnswer(int32_t result) {
+    SentAnswer answer;
+    answer.result = result;
+    return answer;
 }
 
 }  // namespace
@@ -61,7 +78,7 @@ void SimTorq::finish(std::unique_lock<std::mutex>& lock) {
     if (!dump.empty()) dumpSink_(dump);
     for (Delivery& d : deliveries) {
         const std::string target = deliveryTarget(d);
-        journal_->addCallback(now(), renderDataList(d.records), target);
+        journal_->addCallback(now(), d.records, target);
         ::ndk::ScopedAStatus status = d.callback->onCallback(d.records);
         if (status.isOk() || d.reason == Delivery::Reason::kRequestAnswer) continue;
         // The client is gone (or refuses): stop calling it.
@@ -118,7 +135,7 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::init() {
     std::unique_lock<std::mutex> lock(mutex_);
     model_.init();
-    journal_->addCall(now(), "init", "", "");
+    journal_->addCall(now(), received("init"), SentAnswer{});
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -126,7 +143,7 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::request(const TorqRequestParcel& parcel, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.request(parcel);
-    journal_->addCall(now(), "request", renderParcel(parcel), std::to_string(*_aidl_return));
+    journal_->addCall(now(), receivedParcel("request", parcel), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -134,7 +151,9 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::release(int32_t handle, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.release(handle);
-    journal_->addCall(now(), "release", std::to_string(handle), std::to_string(*_aidl_return));
+    ReceivedCall call = received("release");
+    call.handle = handle;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -143,7 +162,9 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
                                            std::vector<TorqRequestData>* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.stateRequest(parcel);
-    journal_->addCall(now(), "stateRequest", renderParcel(parcel), renderDataList(*_aidl_return));
+    SentAnswer answer;
+    answer.records = *_aidl_return;
+    journal_->addCall(now(), receivedParcel("stateRequest", parcel), std::move(answer));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -153,9 +174,9 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
                                                 int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.listeningRegister(parcel, callback);
-    journal_->addCall(now(), "listeningRegister",
-                      renderParcel(parcel) + ", " + callbackArg(callback),
-                      std::to_string(*_aidl_return));
+    ReceivedCall call = receivedParcel("listeningRegister", parcel);
+    call.hasCallback = callback != nullptr;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -163,8 +184,9 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::listeningUnregister(int32_t handle, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.listeningUnregister(handle);
-    journal_->addCall(now(), "listeningUnregister", std::to_string(handle),
-                      std::to_string(*_aidl_return));
+    ReceivedCall call = received("listeningUnregister");
+    call.handle = handle;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -172,7 +194,11 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::propertyGet(const std::string& name, std::string* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.propertyGet(name);
-    journal_->addCall(now(), "propertyGet", quoted(name), quoted(*_aidl_return));
+    ReceivedCall call = received("propertyGet");
+    call.name = name;
+    SentAnswer answer;
+    answer.text = *_aidl_return;
+    journal_->addCall(now(), std::move(call), std::move(answer));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -181,8 +207,10 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
                                           int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.propertySet(name, value);
-    journal_->addCall(now(), "propertySet", quoted(name) + ", " + quoted(value),
-                      std::to_string(*_aidl_return));
+    ReceivedCall call = received("propertySet");
+    call.name = name;
+    call.value = value;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -192,8 +220,10 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
                                                        int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.thermalListeningRegister(ids, callback);
-    journal_->addCall(now(), "thermalListeningRegister",
-                      renderInts(ids) + ", " + callbackArg(callback), std::to_string(*_aidl_return));
+    ReceivedCall call = received("thermalListeningRegister");
+    call.ids = ids;
+    call.hasCallback = callback != nullptr;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -201,8 +231,9 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::thermalListeningUnregister(int32_t handle, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.thermalListeningUnregister(handle);
-    journal_->addCall(now(), "thermalListeningUnregister", std::to_string(handle),
-                      std::to_string(*_aidl_return));
+    ReceivedCall call = received("thermalListeningUnregister");
+    call.handle = handle;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -210,7 +241,7 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::notifyEvent(const TorqRequestParcel& parcel, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.notifyEvent(parcel);
-    journal_->addCall(now(), "notifyEvent", renderParcel(parcel), std::to_string(*_aidl_return));
+    journal_->addCall(now(), receivedParcel("notifyEvent", parcel), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -218,9 +249,10 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
 ::ndk::ScopedAStatus SimTorq::setRelatedSysInfo(int32_t type, int64_t value, int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.setRelatedSysInfo(type, value);
-    journal_->addCall(now(), "setRelatedSysInfo",
-                      std::to_string(type) + ", " + std::to_string(value),
-                      std::to_string(*_aidl_return));
+    ReceivedCall call = received("setRelatedSysInfo");
+    call.first = type;
+    call.second = value;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }
@@ -230,10 +262,11 @@ binder_status_t SimTorq::dump(int fd, const char** /*args*/, uint32_t /*numArgs*
                                       int32_t* _aidl_return) {
     std::unique_lock<std::mutex> lock(mutex_);
     *_aidl_return = model_.ruleCtl(ruleId, status, data);
-    journal_->addCall(
-            now(), "ruleCtl",
-            std::to_string(ruleId) + ", " + std::to_string(status) + ", " + renderDataList(data),
-            std::to_string(*_aidl_return));
+    ReceivedCall call = received("ruleCtl");
+    call.first = ruleId;
+    call.status = status;
+    call.entries = data;
+    journal_->addCall(now(), std::move(call), intAnswer(*_aidl_return));
     finish(lock);
     return ::ndk::ScopedAStatus::ok();
 }

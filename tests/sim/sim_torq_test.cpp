@@ -69,7 +69,25 @@ TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
                       "thermalListeningRegister([3 4], null) -> -1",
               }));
     EXPECT_EQ(journal(mark).size(), 5u);
-    EXPECT_EQ(hal->journal()->entries()[1].type, torq_sim::JournalEntry::Type::kCallback);
+
+    // The same story as records: the parcel as received, without the client's binder.
+    const auto entries = hal->journal()->entries();
+    const auto& request = entries[0];
+    EXPECT_EQ(request.call.method, "request");
+    EXPECT_EQ(request.call.parcel.data, Records{idEntry(0x010108A0, "50")});
+    EXPECT_EQ(request.call.parcel.duration, 1000);
+    EXPECT_TRUE(request.call.hasCallback);
+    EXPECT_EQ(request.call.parcel.callback, nullptr);
+    EXPECT_EQ(request.answer.result, 1);
+    EXPECT_EQ(entries[1].type, torq_sim::JournalEntry::Type::kCallback);
+    EXPECT_EQ(entries[1].records, Records{idEntry(0x010108A0, "50")});
+    EXPECT_EQ(entries[1].target, "request #1");
+    EXPECT_EQ(entries[3].answer.text, "torq-sim 1.0");
+    EXPECT_EQ(entries[4].call.first, 131);
+    EXPECT_EQ(entries[4].call.entries, Records{idEntry(0x01011040, "-1")});
+    EXPECT_EQ(entries[5].call.second, -5);
+    EXPECT_EQ(entries[6].call.ids, (std::vector<int32_t>{3, 4}));
+    EXPECT_FALSE(entries[6].call.hasCallback);
 }
 
 // Dump commands print to the sink; dumpsys prints the tables and the end of the journal.
