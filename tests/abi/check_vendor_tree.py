@@ -174,12 +174,14 @@ def check_policy(declared, prefixes, te_text, labels):
 
 # ---- init .rc, VINTF manifest fragments, compatibility matrices ----------------------------
 
-def aidl_hals(root, path, kind):
-    """(name, versions text, instances) of the AIDL HALs of a manifest or matrix file."""
+def aidl_hals(root, path, kind, searching=False):
+    """(name, versions text, instances) of the AIDL HALs of a manifest or matrix file; when
+    searching the tree for matrices, files that are not XML are none."""
     try:
         top = ET.fromstring(read(root, path))
     except ET.ParseError as e:
-        error("%s is not XML: %s" % (path, e))
+        if not searching:
+            error("%s is not XML: %s" % (path, e))
         return []
     if top.tag != kind:
         return []
@@ -218,10 +220,9 @@ def check_device_files(root, mods, declared, te_text, labels):
     exec_paths = labels.get("file_contexts", [])
     daemons = set(re.findall(r"init_daemon_domain\((%s)\)" % IDENT, te_text))
 
-    matrices = [p for p in tree_files(root, r".*\.xml")
-                if aidl_hals(root, p, "compatibility-matrix")]
-    matrix_hals = [(p, h) for p in matrices for h in aidl_hals(root, p, "compatibility-matrix")]
-    if not matrices:
+    matrix_hals = [(p, h) for p in tree_files(root, r".*\.xml")
+                   for h in aidl_hals(root, p, "compatibility-matrix", searching=True)]
+    if not matrix_hals:
         error("no framework compatibility matrix with an AIDL HAL in the tree")
     for path, (name, spec, _) in matrix_hals:
         if name not in frozen:
