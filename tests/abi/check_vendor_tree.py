@@ -200,8 +200,8 @@ def aidl_hals(root, path, kind, searching=False):
     return hals
 
 
-def in_range(version, spec):
-    low, _, high = spec.partition("-")
+def in_range(version, allowed):
+    low, _, high = allowed.partition("-")
     return int(low) <= int(version) <= int(high or low)
 
 
@@ -224,12 +224,12 @@ def check_device_files(root, mods, declared, te_text, labels):
                    for h in aidl_hals(root, p, "compatibility-matrix", searching=True)]
     if not matrix_hals:
         error("no framework compatibility matrix with an AIDL HAL in the tree")
-    for path, (name, spec, _) in matrix_hals:
+    for path, (name, allowed, _) in matrix_hals:
         if name not in frozen:
             error("%s: %s is no aidl_interface of the tree" % (path, name))
-        elif not frozen[name] or not in_range(frozen[name][-1], spec):
+        elif not frozen[name] or not in_range(frozen[name][-1], allowed):
             error("%s: %s version %s does not allow the latest frozen version %s"
-                  % (path, name, spec, frozen[name][-1] if frozen[name] else "(none)"))
+                  % (path, name, allowed, frozen[name][-1] if frozen[name] else "(none)"))
 
     for kind, name, directory, block in mods:
         declared_here = set()
@@ -248,8 +248,8 @@ def check_device_files(root, mods, declared, te_text, labels):
                     elif "service_manager_type" not in declared.get(label, ()):
                         error("service_contexts: %s is labelled %s, not a service type"
                               % (instance, label))
-                    if not any(h == hal and in_range(version, spec) and instance in insts
-                               for _, (h, spec, insts) in matrix_hals):
+                    if not any(h == hal and in_range(version, allowed) and instance in insts
+                               for _, (h, allowed, insts) in matrix_hals):
                         error("%s: no compatibility matrix allows %s version %s"
                               % (path, instance, version))
         for rc in string_list(block, "init_rc"):
