@@ -9,7 +9,7 @@ packages=(
     libc++-dev libc++abi-dev libclang-rt-dev   # clang's libc++ (the device's STL) and sanitizer runtimes
     libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
     googletest                                 # GoogleTest's sources, for the libc++ build
-    blueprint-tools                            # bpfmt, to check the Android.bp files
+    blueprint-tools python3                    # bpfmt and the checks of the device tree files
 )
 
 missing=()

@@ -2,8 +2,9 @@
 # Checks the device build files without a device build:
 #   check_android_bp.sh format DIR|FILE...   bpfmt -d prints nothing for any of them
 #   check_android_bp.sh paths  DIR|FILE...   every file or folder they name in srcs, init_rc,
-#                                            vintf_fragments, export_include_dirs and
-#                                            local_include_dirs exists (a glob matches something)
+#                                            vintf_fragments, export_include_dirs,
+#                                            local_include_dirs, corpus, dictionary and
+#                                            license_text exists (a glob matches something)
 # A directory stands for the Android.bp files below it: those git knows, tracked or new, when it
 # is in a work tree (which leaves build directories out), every one otherwise.
 # Exit 77 (skipped) when bpfmt is not installed (Debian: blueprint-tools).
@@ -49,7 +50,7 @@ named_paths() {
             }
         }
         inlist { if ($0 ~ /^[[:space:]]*\]/) { inlist = 0 } else { emit($0) }; next }
-        /^[[:space:]]*(srcs|init_rc|vintf_fragments|export_include_dirs|local_include_dirs):/ {
+        /^[[:space:]]*(srcs|init_rc|vintf_fragments|export_include_dirs|local_include_dirs|corpus|dictionary|license_text):/ {
             if ($0 ~ /\[[[:space:]]*$/) { inlist = 1 } else { emit($0) }
         }
     ' "$1"
