@@ -178,14 +178,12 @@ std::string validUtf8(const std::string& text) {
 }
 
 std::string toJsonLine(const Json::Value& value) {
-    static const std::unique_ptr<Json::StreamWriter> writer = [] {
-        Json::StreamWriterBuilder builder;
-        builder["indentation"] = "";
-        builder["emitUTF8"] = true;  // text as it is, not as \u escapes
-        return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-    }();
-    // A StreamWriter keeps no state between writes, but its write() is not declared const-safe
-    // across threads: callers hold Output's lock.
+    // A StreamWriter keeps state while it writes: one per line keeps this thread-safe, at the
+    // cost of an allocation next to a line's worth of formatting.
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;  // text as it is, not as \u escapes
+    const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
     std::ostringstream out;
     writer->write(withValidStrings(value), &out);
     return out.str();
