@@ -1,5 +1,6 @@
 # Entry points. Each target installs what is missing first, so both work on a fresh machine.
-#   make run    - build and run the main job: torqctl's tour on the embedded reference HAL
+#   make run    - build and run the main job: torqctl's tour on the embedded reference HAL; installs
+#                 and builds only what that needs
 #   make test   - build and run every test
 # More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench, make format,
 #       make clean
@@ -11,18 +12,28 @@ CTEST_FLAGS ?= --output-on-failure --timeout 600
 
 configure = cmake -S . -B $(1) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(2) $(CMAKE_FLAGS) >/dev/null
 
-.PHONY: all deps build run test test-asan test-tsan test-libcxx fuzz bench format clean
+.PHONY: all deps deps-run build run test test-asan test-tsan test-libcxx fuzz bench format clean
 
 all: build
 
 deps:
-	@bash scripts/install-deps.sh
+	@bash scripts/install-deps.sh test
 
+deps-run:
+	@bash scripts/install-deps.sh run
+
+# Everything: the library, the tools, the tests and the benchmarks.
 build: deps
-	@$(call configure,$(BUILD),)
+	@$(call configure,$(BUILD),-DZEL_BUILD_TESTS=ON -DZEL_BUILD_BENCHMARKS=ON)
 	@cmake --build $(BUILD) -j $(JOBS)
 
-run: build
+# Only torqctl and what it links (the library, the host platform, the simulator). A build dir
+# that exists is used as it is configured (make test turns the tests on in it; that costs run
+# nothing, as only torqctl is built), so a repeated run neither configures nor compiles.
+run: deps-run
+	@[ -f $(BUILD)/build.ninja ] || \
+	    $(call configure,$(BUILD),-DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCHMARKS=OFF)
+	@cmake --build $(BUILD) -j $(JOBS) --target torqctl
 	@$(BUILD)/tools/torqctl/torqctl tour
 
 test: build
@@ -51,7 +62,7 @@ test-tsan: deps
 # starting from its checked-in corpus (fuzz/corpus/<target>); what it finds goes to
 # $(BUILD)-fuzz/corpus (new inputs) and $(BUILD)-fuzz/crashes (failing ones), never into the tree.
 FUZZ_SECONDS ?= 20
-FUZZ_TARGETS ?= string_utils callback_client parcelables torqctl_parser
+FUZZ_TARGETS ?= string_utils callback_client parcelables torqctl_parser torqctl_json
 
 fuzz: deps
 	@$(call configure,$(BUILD)-fuzz,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_SANITIZE_ADDRESS=ON -DZEL_BUILD_FUZZERS=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCHMARKS=OFF)

@@ -1,16 +1,40 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the host build, the tests and the tools need, skipping what is
-# already there. Safe to run again and again.
+# Installs the Debian packages a make target needs, skipping what is already there. Safe to run
+# again and again.
+#   install-deps.sh run    what building and running torqctl needs (make run, make build)
+#   install-deps.sh test   that, plus what the tests, sanitizer, libc++ and fuzz builds and the
+#                          benchmarks need (make test and the other targets)
 set -euo pipefail
 
-packages=(
+# Building the library, the simulator and torqctl, and running them.
+run_packages=(
+    g++ cmake ninja-build                      # toolchain
     android-liblog-dev android-libcutils-dev   # the platform's liblog and libcutils
-    cmake ninja-build g++ clang                # toolchains
-    libc++-dev libc++abi-dev libclang-rt-dev   # clang's libc++ (the device's STL) and sanitizer runtimes
-    libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
-    googletest                                 # GoogleTest's sources, for the libc++ build
-    blueprint-tools python3                    # bpfmt and the checks of the device tree files
+    libjsoncpp-dev                             # torqctl's --json output
 )
+
+# Everything else: one package a line, so the list is easy to extend.
+test_packages=(
+    clang                                      # sanitizer, libc++ and fuzz builds
+    libc++-dev
+    libc++abi-dev
+    libclang-rt-dev                            # sanitizer runtimes and libFuzzer
+    libgtest-dev
+    libgmock-dev
+    googletest                                 # GoogleTest's sources, for the libc++ build
+    libbenchmark-dev
+    blueprint-tools                            # bpfmt, to check the Android.bp files
+    python3                                    # the checks of the device tree files
+)
+
+case "${1:-test}" in
+    run) packages=("${run_packages[@]}") ;;
+    test) packages=("${run_packages[@]}" "${test_packages[@]}") ;;
+    *)
+        echo "usage: $0 [run|test]" >&2
+        exit 2
+        ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do
@@ -27,5 +51,6 @@ if [ "$(id -u)" -ne 0 ]; then
     sudo="sudo"
 fi
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+$sudo apt-get update
+# apt's own progress stays visible: downloads can take a while on a fresh machine.
+$sudo apt-get install -y --no-install-recommends "${missing[@]}"

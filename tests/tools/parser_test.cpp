@@ -23,7 +23,7 @@ TEST(ParserNumbers, RangesHexSignsAndOpcodeBits) {
     EXPECT_TRUE(parseInt32("-0X1f", &v) && v == -31);
     EXPECT_TRUE(parseInt32("+7", &v) && v == 7);
     for (const char* bad : {"", "-", "0x", "2147483648", "-2147483649", "12a", " 1", "1 ", "0x-1",
-                            "99999999999999999999999", "--1", "0b1"}) {
+                            "99999999999999999999999", "--1", "0b1", "+-1", "0x+1", "1e3", "0x1g"}) {
         EXPECT_FALSE(parseInt32(bad, &v)) << bad;
     }
     // Opcodes are unsigned 32-bit values that keep their bits.
@@ -62,6 +62,10 @@ TEST(ParserCommands, GlobalOptionsStandAnywhereBeforeTheEndMarker) {
     ASSERT_TRUE(r.ok) << r.error;
     EXPECT_FALSE(r.global.json);
     EXPECT_EQ(r.command.value, "--json");
+
+    r = parse({"--json", "--version"});
+    ASSERT_TRUE(r.ok) << r.error;
+    EXPECT_TRUE(r.global.version && r.global.json);
 }
 
 // What the end-to-end runs do not already show through the calls torqctl makes.
@@ -131,6 +135,9 @@ TEST(ParserCommands, BadInputGivesOneReadableLine) {
             {{"dump", "ToDo"}, "unknown dump table 'ToDo'"},
             {{"wait", "-1"}, "malformed milliseconds '-1'"},
             {{"acquire", ""}, "missing action name"},
+            // ZelResAcquire takes no package: --pkg does not quietly pick another function.
+            {{"res-acquire", "--pkg", "com.x", "0x1=1"}, "--pkg needs --platform"},
+            {{"--version", "actions"}, "--version takes no command"},
     };
     for (const auto& [words, part] : bad) {
         SCOPED_TRACE(part);

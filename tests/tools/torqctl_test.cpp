@@ -4,8 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <json/reader.h>
+#include <json/writer.h>  // operator<< for failure messages
+
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -84,75 +89,22 @@ size_t countOf(const std::string& text, const std::string& part) {
     return n;
 }
 
-// A strict syntax check for torqctl's --json lines: one complete JSON object or nothing.
-class JsonCheck {
-  public:
-    static bool isObject(const std::string& text) {
-        JsonCheck c(text);
-        return text.rfind('{', 0) == 0 && c.value() && (c.ws(), c.pos_ == text.size());
+// The run's stdout lines, each read by jsoncpp as one complete JSON object.
+std::vector<Json::Value> jsonLines(const RunResult& r) {
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
+    builder["rejectDupKeys"] = true;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::vector<Json::Value> values;
+    for (const std::string& line : linesOf(r.out)) {
+        Json::Value value;
+        std::string errors;
+        EXPECT_TRUE(reader->parse(line.data(), line.data() + line.size(), &value, &errors))
+                << errors << "\nin: " << line;
+        EXPECT_TRUE(value.isObject()) << line;
+        values.push_back(value);
     }
-
-  private:
-    explicit JsonCheck(const std::string& text) : s_(text) {}
-
-    void ws() {
-        while (pos_ < s_.size() && std::string(" \t\r\n").find(s_[pos_]) != std::string::npos) {
-            ++pos_;
-        }
-    }
-    bool eat(const std::string& word) {
-        ws();
-        if (s_.compare(pos_, word.size(), word) != 0) return false;
-        pos_ += word.size();
-        return true;
-    }
-    bool string() {
-        if (!eat("\"")) return false;
-        while (pos_ < s_.size()) {
-            const unsigned char c = static_cast<unsigned char>(s_[pos_++]);
-            if (c == '"') return true;
-            if (c < 0x20) return false;
-            if (c != '\\') continue;
-            const std::string escape = s_.substr(pos_, 5);
-            if (!escape.empty() && std::string("\"\\/bfnrt").find(escape[0]) != std::string::npos) {
-                ++pos_;
-            } else if (escape.size() == 5 && escape.compare(0, 3, "u00") == 0 &&
-                       escape.find_first_not_of("0123456789abcdefABCDEF", 1) == std::string::npos) {
-                pos_ += 5;  // torqctl escapes single bytes only
-            } else {
-                return false;
-            }
-        }
-        return false;
-    }
-    // The items of an object or array after its opening bracket, up to `close`.
-    template <typename Item>
-    bool items(const char* close, Item item) {
-        if (eat(close)) return true;
-        do {
-            if (!item()) return false;
-        } while (eat(","));
-        return eat(close);
-    }
-    bool value() {
-        if (eat("{")) return items("}", [&] { return string() && eat(":") && value(); });
-        if (eat("[")) return items("]", [&] { return value(); });
-        if (pos_ < s_.size() && s_[pos_] == '"') return string();
-        if (eat("true") || eat("false") || eat("null")) return true;
-        const size_t digits = pos_ + (s_.compare(pos_, 1, "-") == 0 ? 1 : 0);
-        pos_ = std::min(s_.find_first_not_of("0123456789", digits), s_.size());
-        return pos_ > digits;
-    }
-
-    const std::string& s_;
-    size_t pos_ = 0;
-};
-
-// The run's stdout lines, each of which must be one JSON object.
-std::vector<std::string> jsonLines(const RunResult& r) {
-    const std::vector<std::string> lines = linesOf(r.out);
-    for (const std::string& line : lines) EXPECT_TRUE(JsonCheck::isObject(line)) << line;
-    return lines;
+    return values;
 }
 
 // One command a run: the call it makes with its arguments and result, what the HAL received, the
@@ -170,6 +122,9 @@ TEST(TorqctlCli, EachCommandShowsItsCallAndWhatTheHalReceived) {
             {{"resctl", "0xzz=1"}, 2, {}, "malformed opcode '0xzz'"},
             {{"acquire", "ACTION_NOPE"}, 2, {}, "unknown action"},
             {{"shell", "/nonexistent/script"}, 2, {}, "cannot read"},
+            {{"shell", "/"}, 2, {}, "cannot read /: it is a directory"},
+            {{"res-acquire", "--pkg", "com.x", "0x1=1"}, 2, {}, "--pkg needs --platform"},
+            {{"--version"}, 0, {"torqctl " TORQCTL_VERSION "\n"}},
             {{"--no-sim", "state", "0x010108a0"}, 3, {}, "no Torq HAL is declared"},
             {{"--no-sim", "tour"}, 3, {}, "no Torq HAL is declared"},
             {{"help"}, 0, {torqctl::usage()}},
@@ -197,7 +152,7 @@ TEST(TorqctlCli, EachCommandShowsItsCallAndWhatTheHalReceived) {
              0,
              {"ZelResAcquire({0x01011040=\"2\"}, 0, \"torqctl\", 0) = 1\n",
               "request(kind=1 data=[{id=0x01011040 value=\"2\"}] pkg=\"\" "}},
-            {{"res-acquire", "--pkg", "com.x", "0x01011040=2"},
+            {{"res-acquire", "--platform", "--pkg", "com.x", "0x01011040=2"},
              0,
              {"ZelPlatformResAcquire({0x01011040=\"2\"}, 0, \"torqctl\", \"com.x\", 0) = 1\n",
               "request(kind=12 data=[{id=0x01011040 value=\"2\"}] pkg=\"com.x\" "}},
@@ -276,35 +231,210 @@ TEST(TorqctlCli, EachCommandShowsItsCallAndWhatTheHalReceived) {
 }
 
 TEST(TorqctlCli, JsonModeWritesOneObjectALine) {
-    EXPECT_EQ(jsonLines(torqctl({"--json", "actions", "aps_capture_l1"})),
-              std::vector<std::string>({"{\"command\":\"actions\",\"pattern\":\"aps_capture_l1\","
-                                        "\"count\":2,\"actions\":[{\"id\":91,\"name\":"
-                                        "\"ACTION_CAMERA_APS_CAPTURE_L1\"},{\"id\":106,\"name\":"
-                                        "\"ACTION_CAMERA_APS_CAPTURE_L1\"}]}"}));
+    auto actions = jsonLines(torqctl({"--json", "actions", "aps_capture_l1"}));
+    ASSERT_EQ(actions.size(), 1u);
+    EXPECT_EQ(actions[0]["count"], 2);
+    ASSERT_EQ(actions[0]["actions"].size(), 2u);
+    EXPECT_EQ(actions[0]["actions"][1]["id"], 106);
+    EXPECT_EQ(actions[0]["actions"][1]["name"], "ACTION_CAMERA_APS_CAPTURE_L1");
 
+    // What the HAL received comes as fields, and the callback as an event of its own.
     const std::string path = "/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq";
     auto ctl = jsonLines(torqctl({"--json", "resctl-path", "--callback", path + "=999"}));
     ASSERT_EQ(ctl.size(), 2u);
-    EXPECT_TRUE(inOrder(ctl[0], {"{\"command\":\"resctl-path\",\"call\":\"torqHalclient::"
-                                 "torq_resctl_request_with_callback_by_path\",",
-                                 "\"result\":1,\"ok\":true,", "\"method\":\"request\"",
-                                 "extras=[\\\"zdbdebug\\\"]"}));
-    EXPECT_EQ(ctl[1],
-              "{\"event\":\"callback\",\"to\":\"request\",\"handle\":1,\"records\":[{\"path\":\"" +
-                      path + "\",\"value\":\"999\"}]}");
+    EXPECT_EQ(ctl[0]["call"], "torqHalclient::torq_resctl_request_with_callback_by_path");
+    EXPECT_EQ(ctl[0]["result"], 1);
+    EXPECT_EQ(ctl[0]["ok"], true);
+    ASSERT_EQ(ctl[0]["hal"].size(), 2u);
+    const Json::Value& call = ctl[0]["hal"][0];
+    EXPECT_EQ(call["type"], "call");
+    EXPECT_EQ(call["method"], "request");
+    EXPECT_EQ(call["callback"], true);
+    ASSERT_EQ(call["extras"].size(), 1u);
+    EXPECT_EQ(call["extras"][0], "zdbdebug");
+    ASSERT_EQ(call["data"].size(), 1u);
+    EXPECT_EQ(call["data"][0]["path"], path);
+    EXPECT_EQ(call["data"][0]["value"], "999");
+    EXPECT_EQ(call["answer"]["result"], 1);
+    EXPECT_EQ(call["answer"]["exception"], 0);
+    const Json::Value& sent = ctl[0]["hal"][1];
+    EXPECT_EQ(sent["type"], "callback");
+    EXPECT_EQ(sent["to"], "request #1");
+    EXPECT_EQ(sent["records"][0]["value"], "999");
+    EXPECT_EQ(ctl[1]["event"], "callback");
+    EXPECT_EQ(ctl[1]["handle"], 1);
+    EXPECT_EQ(ctl[1]["records"][0]["path"], path);
+    EXPECT_EQ(ctl[1]["records"][0]["value"], "999");
+
+    auto state = jsonLines(torqctl({"--json", "state", "--via", "zel", "0x010108a0"}));
+    ASSERT_EQ(state.size(), 1u);
+    EXPECT_EQ(state[0]["values"][0]["value"], "80");
+    const Json::Value& records = state[0]["hal"][0]["answer"]["records"];
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0]["id"], "0x010108a0");
+    EXPECT_EQ(records[0]["value"], "80");
 
     auto dumps = jsonLines(torqctl({"--json", "dump", "all"}));
     ASSERT_EQ(dumps.size(), 9u);
     for (size_t code = 0; code < dumps.size(); ++code) {
-        EXPECT_TRUE(inOrder(dumps[code],
-                            {"\"result\":0,", "\"output\":[\"dump " + std::to_string(code) + " "}));
+        EXPECT_EQ(dumps[code]["result"], 0);
+        EXPECT_EQ(dumps[code]["output"][0].asString().rfind("dump " + std::to_string(code), 0), 0u)
+                << dumps[code];
     }
 
     auto logged = jsonLines(torqctl({"--json", "--log", "pm", "0"}));
-    EXPECT_NE(std::find(logged.begin(), logged.end(),
-                        "{\"event\":\"log\",\"priority\":\"I\",\"tag\":\"[ZEL_CLIENT]\","
-                        "\"message\":\"zel client ZelGetPMStatus\"}"),
-              logged.end());
+    Json::Value expected(Json::objectValue);
+    expected["event"] = "log";
+    expected["priority"] = "I";
+    expected["tag"] = "[ZEL_CLIENT]";
+    expected["message"] = "zel client ZelGetPMStatus";
+    EXPECT_NE(std::find(logged.begin(), logged.end(), expected), logged.end());
+
+    auto version = jsonLines(torqctl({"--json", "--version"}));
+    ASSERT_EQ(version.size(), 1u);
+    EXPECT_EQ(version[0]["version"], TORQCTL_VERSION);
+}
+
+// With --json an error is also an object on standard output, with the exit code it leads to.
+TEST(TorqctlCli, JsonErrorsAreObjectsToo) {
+    struct Row {
+        std::vector<std::string> args;
+        std::string input;
+        int exitCode;
+        std::string error;  // part of it
+    };
+    const std::vector<Row> rows = {
+            {{"--json", "frobnicate"}, "", 2, "unknown command"},
+            {{"--json", "acquire", "ACTION_NOPE"}, "", 2, "unknown action"},
+            {{"--json", "shell", "/"}, "", 2, "is a directory"},
+            {{"--json", "--no-sim", "tour"}, "", 3, "no Torq HAL is declared"},
+            {{"--json", "shell"}, "release 7\n", 2, "unknown handle 7"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error);
+        RunResult r = torqctl(row.args, row.input);
+        EXPECT_EQ(r.exitCode, row.exitCode);
+        const auto lines = jsonLines(r);
+        ASSERT_EQ(lines.size(), 1u) << r.out;
+        EXPECT_NE(lines[0]["error"].asString().find(row.error), std::string::npos) << lines[0];
+        EXPECT_EQ(lines[0]["exit"], row.exitCode);
+        EXPECT_EQ(r.err, "torqctl: " + lines[0]["error"].asString() + "\n");
+    }
+}
+
+// Text other than ASCII goes through every front end and comes back from --json as it was,
+// whether it came as an argument or as a shell line; bytes that are not UTF-8 are escaped and
+// the characters around them kept.
+TEST(TorqctlCli, NonAsciiTextComesBackEqualFromJson) {
+    const std::string value = "héllo € 日本 😀";
+    const std::string pkg = "com.exämple.caméra";
+    struct Row {
+        std::string line;   // a shell line; split into words the same way for the argument run
+        std::string front;  // the library function that should have been called
+        std::function<void(const Json::Value&)> check;
+        int exitCode = 0;
+    };
+    const auto dataValue = [](const Json::Value& report, unsigned index) {
+        return report["hal"][0]["data"][index]["value"];
+    };
+    const std::vector<Row> rows = {
+            {"resctl --callback 0x010108a0='" + value + "'", "torqHalclient::torqResCtlRequest",
+             [&](const Json::Value& r) { EXPECT_EQ(dataValue(r, 0), value); }},
+            {"resctl-path /sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq='" + value + "'",
+             "torqHalclient::torq_resctl_request_by_path",
+             [&](const Json::Value& r) { EXPECT_EQ(dataValue(r, 0), value); }},
+            {"acquire-id 42 --pkg '" + pkg + "' --identity '" + value + "' 0x010108b0='" + value +
+                     "'",
+             "ZelEventAcquire",
+             [&](const Json::Value& r) {
+                 EXPECT_EQ(r["hal"][0]["pkg"], pkg);
+                 EXPECT_EQ(r["hal"][0]["identity"], value);
+                 EXPECT_EQ(dataValue(r, 1), value);
+             }},
+            {"res-acquire --platform --pkg '" + pkg + "' 0x01011040='" + value + "'",
+             "ZelPlatformResAcquire",
+             [&](const Json::Value& r) {
+                 EXPECT_EQ(r["hal"][0]["pkg"], pkg);
+                 EXPECT_EQ(dataValue(r, 0), value);
+             }},
+            {"acquire ACTION_CAMERA_OPEN --scene '" + pkg + "' --identity '" + value + "'",
+             "ZelEventAcquireWrapper",
+             [&](const Json::Value& r) {
+                 EXPECT_EQ(r["hal"][0]["pkg"], pkg);
+                 EXPECT_EQ(r["hal"][0]["identity"], value);
+             }},
+            {"prop set 'torq.tëst' '" + value + "'", "torqHalclient::torqPropertySet",
+             [&](const Json::Value& r) {
+                 EXPECT_EQ(r["hal"][0]["name"], "torq.tëst");
+                 EXPECT_EQ(r["hal"][0]["value"], value);
+             }},
+            // Invalid UTF-8 (a lone continuation byte, a cut sequence and a byte never used)
+            // cannot cross the binder, whose strings are UTF-16: the call fails, and the
+            // arguments show the bytes escaped and the characters around them.
+            {"resctl 0x010108a0=$'\\x80é\\xe2\\x82€\\xff'", "torqHalclient::torqResCtlRequest",
+             [&](const Json::Value& r) {
+                 EXPECT_EQ(r["args"], "-1, 0, {0x010108a0=\"\\x80é\\xe2\\x82€\\xff\"}, -1, -1, 0");
+                 EXPECT_EQ(r["hal"].size(), 0u);
+             },
+             1},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.line);
+        std::vector<std::string> words;
+        std::string error;
+        // $'...' stands for the raw bytes: torqctl's own tokenizer has no such quoting.
+        std::string line = row.line;
+        const size_t dollar = line.find("$'");
+        if (dollar != std::string::npos) {
+            std::string raw;
+            const size_t end = line.rfind('\'');
+            for (size_t i = dollar + 2; i < end; ++i) {
+                if (line.compare(i, 2, "\\x") == 0) {
+                    raw += static_cast<char>(std::stoi(line.substr(i + 2, 2), nullptr, 16));
+                    i += 3;
+                } else {
+                    raw += line[i];
+                }
+            }
+            line = line.substr(0, dollar) + raw;
+        }
+        ASSERT_TRUE(torqctl::tokenize(line, &words, &error)) << error;
+        words.insert(words.begin(), "--json");
+        RunResult fromArgs = torqctl(words);
+        RunResult fromShell = torqctl({"--json", "shell"}, line + "\n");
+        for (const RunResult* r : {&fromArgs, &fromShell}) {
+            EXPECT_EQ(r->exitCode, row.exitCode) << r->err;
+            const auto lines = jsonLines(*r);
+            ASSERT_FALSE(lines.empty());
+            EXPECT_EQ(lines[0]["call"], row.front);
+            row.check(lines[0]);
+        }
+    }
+}
+
+// A failed write is a failure, even when the command itself went well.
+TEST(TorqctlCli, AFailedWriteToStandardOutputExitsOne) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"actions"}, {"--json", "actions"}, {"help"}}) {
+        SCOPED_TRACE(args.back());
+        std::vector<char*> argv = {const_cast<char*>(TORQCTL_PATH)};
+        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        FILE* err = tmpfile();
+        ASSERT_NE(err, nullptr);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            freopen("/dev/full", "w", stdout);
+            dup2(fileno(err), 2);
+            alarm(60);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+        EXPECT_EQ(readAndClose(err), "torqctl: cannot write to standard output\n");
+    }
 }
 
 TEST(TorqctlShell, HandlesAndListenersPersistWithinARun) {

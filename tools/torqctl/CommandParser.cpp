@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
 
@@ -62,9 +63,10 @@ const std::vector<VerbInfo>& verbs() {
              kMany},
             {Verb::kResAcquire,
              "res-acquire",
-             "res-acquire [--platform] [--pkg TEXT] [--identity TEXT] [--duration MS] "
+             "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] "
              "OPCODE=VALUE...",
-             "acquire resources through ZelResAcquire (ZelPlatformResAcquire with --platform)",
+             "acquire resources through ZelResAcquire; with --platform through "
+             "ZelPlatformResAcquire, which also takes a package",
              {"--pkg", "--identity", "--duration"},
              {"--platform"},
              1,
@@ -292,7 +294,7 @@ const VerbInfo* findVerb(Verb verb) {
 }
 
 bool isGlobalOption(const std::string& word) {
-    return word == "--json" || word == "--log" || word == "--no-sim";
+    return word == "--json" || word == "--log" || word == "--no-sim" || word == "--version";
 }
 
 // What a word shows in an error message: cut and made printable, so any input stays one line.
@@ -306,35 +308,23 @@ std::string shown(const std::string& word) {
 }
 
 bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out) {
-    if (text.empty() || text.size() > 24) return false;
-    size_t i = 0;
+    const char* p = text.data();
+    const char* const end = p + text.size();
     bool negative = false;
-    if (text[i] == '+' || text[i] == '-') {
-        negative = text[i] == '-';
-        ++i;
+    if (p != end && (*p == '+' || *p == '-')) {
+        negative = *p == '-';
+        ++p;
     }
     int base = 10;
-    if (text.size() - i > 2 && text[i] == '0' && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
+    if (end - p > 2 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) {
         base = 16;
-        i += 2;
+        p += 2;
     }
-    if (i >= text.size()) return false;
+    // from_chars takes no sign of its own for an unsigned value, and no prefix: "--5", "0x-5"
+    // and "-+5" are refused here.
     uint64_t magnitude = 0;
-    for (; i < text.size(); ++i) {
-        const char c = text[i];
-        int digit;
-        if (c >= '0' && c <= '9') {
-            digit = c - '0';
-        } else if (base == 16 && c >= 'a' && c <= 'f') {
-            digit = c - 'a' + 10;
-        } else if (base == 16 && c >= 'A' && c <= 'F') {
-            digit = c - 'A' + 10;
-        } else {
-            return false;
-        }
-        if (magnitude > (std::numeric_limits<uint64_t>::max() - digit) / base) return false;
-        magnitude = magnitude * base + digit;
-    }
+    const std::from_chars_result parsed = std::from_chars(p, end, magnitude, base);
+    if (p == end || parsed.ec != std::errc() || parsed.ptr != end) return false;
     // Every accepted range lies within int64, so a magnitude beyond 2^63 is out of range.
     constexpr uint64_t kLimit = static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) + 1;
     if (magnitude > kLimit || (!negative && magnitude == kLimit)) return false;
@@ -369,6 +359,11 @@ class Parser {
         if (!interpret()) return result_;
         result_.ok = true;
         return result_;
+    }
+
+    bool hasOption(const std::string& name) const {
+        return std::any_of(options_.begin(), options_.end(),
+                           [&](const auto& option) { return option.first == name; });
     }
 
   private:
@@ -485,7 +480,12 @@ class Parser {
             }
             if (!ok) return false;
         }
-        if (info_.verb == Verb::kResAcquire && !c.text.empty()) c.platform = true;
+        // ZelResAcquire takes no package: rather than quietly calling another function, a
+        // package asks for the platform acquisition to be named.
+        if (info_.verb == Verb::kResAcquire && hasOption("--pkg") && !c.platform) {
+            fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
+            return false;
+        }
         return true;
     }
 
@@ -867,9 +867,17 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
             if (a == "--json") global.json = true;
             if (a == "--log") global.log = true;
             if (a == "--no-sim") global.noSim = true;
+            if (a == "--version") global.version = true;
             continue;
         }
         words.push_back(a);
+    }
+    if (global.version) {
+        ParseResult r;
+        r.global = global;
+        r.ok = words.empty();
+        if (!r.ok) r.error = "--version takes no command";
+        return r;
     }
     if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) words[0] = "help";
     if (words.empty()) {
@@ -909,6 +917,7 @@ std::string usage() {
     std::string out =
             "Usage: torqctl [--json] [--log] [--no-sim] COMMAND [ARGS...]\n"
             "       torqctl COMMAND --help\n"
+            "       torqctl --version\n"
             "\n"
             "Drives the Torq HAL through libquarn-zel-client's three front ends (torqHalclient,\n"
             "the Zel* flat API and the action wrapper) and shows what each call returned and\n"
@@ -919,6 +928,7 @@ std::string usage() {
             "  --json     one JSON object per line instead of text\n"
             "  --log      show the library's log lines as they are written\n"
             "  --no-sim   use a declared HAL only; fail when there is none\n"
+            "  --version  print torqctl's version and exit\n"
             "\n"
             "Commands:\n";
     for (const VerbInfo& entry : verbs()) {

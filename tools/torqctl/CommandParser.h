@@ -91,6 +91,7 @@ struct GlobalOptions {
     bool json = false;
     bool log = false;
     bool noSim = false;
+    bool version = false;  // --version: print the version, run no command
 };
 
 struct ParseResult {

@@ -64,12 +64,14 @@ std::vector<ZelClient::Resource> resourceVector(const std::vector<IdValue>& reso
     return out;
 }
 
-Json valuesJson(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
-    Json list = Json::array();
+Json::Value valuesJson(const std::vector<std::pair<std::string, std::string>>& pairs,
+                       const char* key) {
+    Json::Value list(Json::arrayValue);
     for (const auto& [k, v] : pairs) {
-        Json item = Json::object();
-        item.set(key, k).set("value", v);
-        list.push(std::move(item));
+        Json::Value item(Json::objectValue);
+        item[key] = k;
+        item["value"] = v;
+        list.append(std::move(item));
     }
     return list;
 }
@@ -253,12 +255,12 @@ bool Console::waitForLog(const std::string& message, size_t count, int64_t timeo
 // --- running commands ----------------------------------------------------------------------
 
 int Console::usageError(const std::string& message) {
-    out_.error(message);
+    out_.error(message, kExitUsage);
     return kExitUsage;
 }
 
 int Console::noHal(const std::string& message) {
-    out_.error(message);
+    out_.error(message, kExitNoHal);
     return kExitNoHal;
 }
 
@@ -337,7 +339,7 @@ int Console::runShell(std::istream& in, bool interactive) {
         ++lineNo;
         ParseResult parsed = parseShellLine(line);
         if (!parsed.ok) {
-            out_.error("line " + std::to_string(lineNo) + ": " + parsed.error);
+            out_.error("line " + std::to_string(lineNo) + ": " + parsed.error, kExitUsage);
             result = kExitUsage;
             continue;
         }
@@ -444,7 +446,7 @@ int Console::dispatch(const Command& c) {
 // --- the action wrapper ----------------------------------------------------------------------
 
 int Console::actions(const Command& c) {
-    Json list = Json::array();
+    Json::Value list(Json::arrayValue);
     std::vector<std::string> lines;
     const std::string pattern = lower(c.name);
     for (size_t i = 0; i < gActionList.size(); ++i) {
@@ -452,13 +454,16 @@ int Console::actions(const Command& c) {
         std::string number = std::to_string(i);
         lines.push_back(std::string(number.size() < 5 ? 5 - number.size() : 0, ' ') + number +
                         "  " + gActionList[i]);
-        Json item = Json::object();
-        item.set("id", static_cast<int64_t>(i)).set("name", gActionList[i]);
-        list.push(std::move(item));
+        Json::Value item(Json::objectValue);
+        item["id"] = static_cast<Json::UInt64>(i);
+        item["name"] = gActionList[i];
+        list.append(std::move(item));
     }
-    Json j = Json::object();
-    j.set("command", "actions").set("pattern", c.name);
-    j.set("count", static_cast<int64_t>(list.size())).set("actions", list);
+    Json::Value j(Json::objectValue);
+    j["command"] = "actions";
+    j["pattern"] = c.name;
+    j["count"] = list.size();
+    j["actions"] = list;
     if (out_.json()) {
         out_.message("", j);
     } else {
@@ -492,7 +497,8 @@ int Console::acquire(const Command& c) {
     r.result = handle;
     r.ok = handle >= 1;
     r.details.push_back("action " + action + " is event id " + std::to_string(index));
-    r.extra.set("event_id", index).set("handle", handle);
+    r.extra["event_id"] = index;
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kWrapper);
     return status();
@@ -526,7 +532,7 @@ int Console::acquireId(const Command& c) {
                             resourceVector(c.resources));
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kZel);
     return status();
@@ -552,7 +558,7 @@ int Console::resAcquire(const Command& c) {
     }
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kZel);
     return status();
@@ -663,7 +669,7 @@ int Console::pm(const Command& c) {
         // The flat API lets this one escape when the HAL answers without a value.
         r.ok = false;
         r.details.push_back("threw std::bad_optional_access (the HAL's record had no value)");
-        r.extra.set("exception", "std::bad_optional_access");
+        r.extra["exception"] = "std::bad_optional_access";
     }
     finishReport(r);
     return status();
@@ -695,7 +701,7 @@ int Console::resCtl(const Command& c) {
     }
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kHalclient);
     if (sink) {
@@ -735,7 +741,7 @@ int Console::resCtlPath(const Command& c) {
     }
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kHalclient);
     if (sink) {
@@ -768,7 +774,7 @@ int Console::saCtl(const Command& c) {
     }
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     remember(handle, Origin::kSa);
     if (sink) {
@@ -815,7 +821,7 @@ int Console::state(const Command& c) {
         if (!r.ok) r.details.push_back("value left untouched");
     }
     for (const auto& [k, v] : values) r.details.push_back(k + " = " + quoted(v));
-    r.extra.set("values", valuesJson(values, "id"));
+    r.extra["values"] = valuesJson(values, "id");
     finishReport(r);
     return status();
 }
@@ -857,7 +863,7 @@ int Console::statePath(const Command& c) {
     }
     r.ok = *r.result >= 0;
     for (const auto& [k, v] : values) r.details.push_back(k + " = " + quoted(v));
-    r.extra.set("values", valuesJson(values, "path"));
+    r.extra["values"] = valuesJson(values, "path");
     finishReport(r);
     return status();
 }
@@ -886,7 +892,7 @@ int Console::listen(const Command& c) {
     }
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     sink->assign(handle);
     if (!r.ok) return status();
@@ -959,7 +965,7 @@ int Console::thermalListen(const Command& c) {
             torqHalclient::torqThermalListeningRegister(c.ids, std::make_shared<IdCallback>(sink));
     r.result = handle;
     r.ok = handle >= 1;
-    r.extra.set("handle", handle);
+    r.extra["handle"] = handle;
     finishReport(r);
     sink->assign(handle);
     if (!r.ok) return status();
@@ -1009,7 +1015,7 @@ int Console::history(const Command& c) {
                 pos = next + 1;
             }
         }
-        r.extra.set("history", text);
+        r.extra["history"] = text;
     } else {
         const bool on = c.name == "on";
         r.call = on ? "torqHalclient::torqHistoryRequestRecordOn"
@@ -1041,12 +1047,12 @@ int Console::dump(const Command& c) {
         r.result = kDumps[code]();
         r.ok = *r.result == 0;
         const std::vector<std::string> lines = backend_.takeDumpOutput();
-        Json output = Json::array();
+        Json::Value output(Json::arrayValue);
         for (const std::string& line : lines) {
             r.details.push_back(line);
-            output.push(line);
+            output.append(line);
         }
-        if (backend_.simulated()) r.extra.set("output", std::move(output));
+        if (backend_.simulated()) r.extra["output"] = std::move(output);
         finishReport(r);
     }
     return status();
@@ -1065,7 +1071,7 @@ int Console::prop(const Command& c) {
         const std::string value(buffer, strnlen(buffer, 256));
         delete[] buffer;
         r.details.push_back(quoted(value));
-        r.extra.set("value", value);
+        r.extra["value"] = value;
     } else {
         r.call = "torqHalclient::torqPropertySet";
         r.args = quoted(c.text) + ", " + quoted(c.value);
@@ -1099,14 +1105,9 @@ int Console::journal(const Command& /*c*/) {
     if (!backend_.simulated()) return noHal("the journal needs the simulator");
     const auto entries = backend_.journalSince(0);
     if (out_.json()) {
-        Json list = Json::array();
-        for (const auto& e : entries) {
-            Json item = Json::object();
-            item.set("seq", static_cast<int64_t>(e.seq)).set("text", e.toString());
-            list.push(std::move(item));
-        }
-        Json j = Json::object();
-        j.set("command", "journal").set("entries", std::move(list));
+        Json::Value j(Json::objectValue);
+        j["command"] = "journal";
+        j["entries"] = halJson(entries);
         out_.message("", j);
     } else {
         std::string text;
@@ -1124,8 +1125,9 @@ int Console::killHal(const Command& c) {
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     listeners_.clear();
-    Json j = Json::object();
-    j.set("command", c.word).set("ok", true);
+    Json::Value j(Json::objectValue);
+    j["command"] = c.word;
+    j["ok"] = true;
     out_.message("the HAL's process was killed", j);
     for (const auto& e : backend_.journalSince(mark)) {
         if (!out_.json()) out_.message("  " + e.toString());
@@ -1142,18 +1144,21 @@ int Console::restartHal(const Command& c) {
         restartThread_ = std::thread([this, ms] {
             std::this_thread::sleep_for(std::chrono::milliseconds(ms));
             std::string error;
-            if (!backend_.restartHal(&error)) out_.error(error);
+            if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
             restartPending_ = false;
         });
-        Json j = Json::object();
-        j.set("command", c.word).set("after_ms", ms).set("ok", true);
+        Json::Value j(Json::objectValue);
+        j["command"] = c.word;
+        j["after_ms"] = static_cast<Json::Int64>(ms);
+        j["ok"] = true;
         out_.message("the HAL will restart in " + std::to_string(ms) + " ms", j);
         return kExitOk;
     }
     std::string error;
     if (!backend_.restartHal(&error)) return noHal(error);
-    Json j = Json::object();
-    j.set("command", c.word).set("ok", true);
+    Json::Value j(Json::objectValue);
+    j["command"] = c.word;
+    j["ok"] = true;
     out_.message("the HAL is running again (a fresh instance)", j);
     return kExitOk;
 }

@@ -2,7 +2,10 @@
 
 // Everything torqctl prints goes through here, from the main thread and from binder threads
 // (callbacks, log lines), one whole line at a time. Text for people, or with --json one JSON
-// object per line. Errors go to standard error as one line.
+// object per line, written by jsoncpp. Errors go to standard error as one line (and with --json
+// also to standard output as an object).
+
+#include <json/value.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -11,13 +14,12 @@
 #include <string>
 #include <vector>
 
-#include "Json.h"
 #include "LogHook.h"
 #include "torq_sim/Journal.h"
 
 namespace torqctl {
 
-// One library call and what came of it.
+/** One library call and what came of it. */
 struct Report {
     std::string command;               // the torqctl command ("resctl")
     std::string call;                  // the library function ("torqHalclient::torqResCtlRequest")
@@ -25,12 +27,12 @@ struct Report {
     std::optional<int64_t> result;     // absent for void functions
     bool ok = true;                    // the library reported success
     std::vector<std::string> details;  // further lines for people (values, dump output)
-    Json extra = Json::object();       // the same for --json
-    bool halVisible = false;           // whether `hal` says what the HAL received
+    Json::Value extra{Json::objectValue};  // the same for --json: members added to the object
+    bool halVisible = false;               // whether `hal` says what the HAL received
     std::vector<torq_sim::JournalEntry> hal;
 };
 
-// Records a HAL callback carried to the caller's callback object.
+/** Records a HAL callback carried to the caller's callback object. */
 struct CallbackEvent {
     std::string to;  // "request", "listener", "thermal listener"
     int32_t handle = 0;
@@ -38,29 +40,59 @@ struct CallbackEvent {
     std::vector<std::pair<std::string, std::string>> records;  // key (opcode or path), value
 };
 
+/**
+ * torqctl's output, text or JSON. Thread-safe. A write to standard output that fails (a full
+ * disk, a closed pipe) is remembered: see writeFailed().
+ */
 class Output {
   public:
+    /** Writes to `out` and `err`; with `json`, one JSON object per line on `out`. */
     Output(bool json, FILE* out = stdout, FILE* err = stderr);
 
+    /** Whether the output is JSON. */
     bool json() const { return json_; }
+    /** A library call: a head line, details and what the HAL received; or one object. */
     void report(const Report& report);
+    /** A HAL callback that reached torqctl's callback object. */
     void callback(const CallbackEvent& event);
+    /** A line the library wrote to the log. */
     void log(const LogLine& line);
-    // A line of text for people; with --json the object instead (skipped when null).
-    void message(const std::string& text, const Json& json = Json());
-    // Text printed as it stands in both modes (help).
+    /** A line of text for people; with --json the object instead (skipped when not an object). */
+    void message(const std::string& text, const Json::Value& json = Json::Value());
+    /** Text printed as it stands in both modes (help). */
     void raw(const std::string& text);
-    void error(const std::string& text);
+    /**
+     * An error: "torqctl: TEXT" on standard error; with --json also {"error": TEXT, "exit":
+     * EXIT} on standard output, where EXIT is the exit code the error leads to.
+     */
+    void error(const std::string& text, int exit);
+    /** True once a write to standard output failed. */
+    bool writeFailed() const;
 
   private:
     void emit(const std::string& line);
+    void emitJson(const Json::Value& value);
 
     const bool json_;
     FILE* out_;
     FILE* err_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
+    bool writeFailed_ = false;
 };
 
+/** The text line of a callback event ("callback to listener #2: 0x... = ..."). */
 std::string describeCallback(const CallbackEvent& event);
+
+/**
+ * `text` as valid UTF-8: well-formed sequences are kept as they are; every other byte becomes
+ * the four characters \xNN (NN its value in lower-case hex).
+ */
+std::string validUtf8(const std::string& text);
+
+/** `value` as one line of JSON, every string passed through validUtf8 first. */
+std::string toJsonLine(const Json::Value& value);
+
+/** What the HAL received and sent, as JSON: one object per journal entry. */
+Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries);
 
 }  // namespace torqctl

@@ -26,12 +26,14 @@ class Tour {
     // Runs one step: `body` returns an empty string when everything held, else what did not.
     void step(const std::string& title, const std::function<std::string()>& body) {
         ++steps_;
-        Json j = Json::object();
-        j.set("event", "step").set("step", steps_).set("title", title);
+        Json::Value j(Json::objectValue);
+        j["event"] = "step";
+        j["step"] = steps_;
+        j["title"] = title;
         out_.message("\n== step " + std::to_string(steps_) + ": " + title + " ==");
         std::string failure = body();
-        j.set("ok", failure.empty());
-        if (!failure.empty()) j.set("failure", failure);
+        j["ok"] = failure.empty();
+        if (!failure.empty()) j["failure"] = failure;
         if (failure.empty()) {
             ++passed_;
             out_.message("-- ok", j);
@@ -107,7 +109,7 @@ class Tour {
 
 int Tour::run() {
     if (!s_.backend().simulated()) {
-        out_.error("the tour needs the simulator (it kills and restarts the HAL)");
+        out_.error("the tour needs the simulator (it kills and restarts the HAL)", kExitNoHal);
         return kExitNoHal;
     }
     out_.message(
@@ -316,8 +318,11 @@ int Tour::run() {
     });
 
     const bool allPassed = passed_ == steps_;
-    Json j = Json::object();
-    j.set("event", "tour").set("steps", steps_).set("passed", passed_).set("ok", allPassed);
+    Json::Value j(Json::objectValue);
+    j["event"] = "tour";
+    j["steps"] = steps_;
+    j["passed"] = passed_;
+    j["ok"] = allPassed;
     out_.message("\ntour: " + std::to_string(passed_) + " of " + std::to_string(steps_) +
                          " steps passed",
                  j);

@@ -2,9 +2,12 @@
 // returned and what the HAL received. See docs/torqctl.md.
 
 #include <android/binder_process.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -34,9 +37,19 @@ int runCommand(const ParseResult& parsed, Output& out) {
     }
     std::ifstream file;
     if (c.verb == Verb::kShell && !c.name.empty()) {
+        // An ifstream opens a directory without complaint and then reads nothing from it.
+        struct stat info {};
+        if (stat(c.name.c_str(), &info) != 0) {
+            out.error("cannot read " + c.name + ": " + strerror(errno), kExitUsage);
+            return kExitUsage;
+        }
+        if (S_ISDIR(info.st_mode)) {
+            out.error("cannot read " + c.name + ": it is a directory", kExitUsage);
+            return kExitUsage;
+        }
         file.open(c.name);
         if (!file) {
-            out.error("cannot read " + c.name);
+            out.error("cannot read " + c.name + ": " + strerror(errno), kExitUsage);
             return kExitUsage;
         }
     }
@@ -48,7 +61,7 @@ int runCommand(const ParseResult& parsed, Output& out) {
     std::string error;
     std::unique_ptr<Backend> backend = openBackend(parsed.global.noSim, &error);
     if (backend == nullptr) {
-        out.error(error);
+        out.error(error, kExitNoHal);
         return kExitNoHal;
     }
     int status;
@@ -73,15 +86,29 @@ int runCommand(const ParseResult& parsed, Output& out) {
     return status;
 }
 
+// Output that could not be written is a failure, whatever the command did.
+int checkedExit(const Output& out, int status) {
+    if (!out.writeFailed()) return status;
+    fprintf(stderr, "torqctl: cannot write to standard output\n");
+    return status == kExitOk ? kExitFailed : status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
-    if (!parsed.ok) {
-        fprintf(stderr, "torqctl: %s\n", parsed.error.c_str());
-        return kExitUsage;
-    }
     static Output out(parsed.global.json);
+    if (!parsed.ok) {
+        out.error(parsed.error, kExitUsage);
+        return checkedExit(out, kExitUsage);
+    }
+    if (parsed.global.version) {
+        Json::Value j(Json::objectValue);
+        j["command"] = "version";
+        j["version"] = TORQCTL_VERSION;
+        out.message("torqctl " TORQCTL_VERSION, j);
+        return checkedExit(out, kExitOk);
+    }
     const bool showLog = parsed.global.log;
     // liblog prints to stderr by default on a host: keep the library's lines for --log (and for
     // the tour's checks) and out of the normal output.
@@ -95,5 +122,5 @@ int main(int argc, char** argv) {
     });
     const int status = runCommand(parsed, out);
     installLogHook([](const LogLine&) {});
-    return status;
+    return checkedExit(out, status);
 }
