@@ -1,8 +1,8 @@
 # Entry points. Each target installs what is missing first, so both work on a fresh machine.
 #   make run    - build and run the main job: torqctl's tour on the embedded reference HAL
 #   make test   - build and run every test
-# More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench, make format,
-#       make clean
+# More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench,
+#       make bench-instructions, make format, make clean
 
 BUILD       ?= build
 JOBS        ?= $(shell nproc)
@@ -11,12 +11,16 @@ CTEST_FLAGS ?= --output-on-failure --timeout 600
 
 configure = cmake -S . -B $(1) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(2) $(CMAKE_FLAGS) >/dev/null
 
-.PHONY: all deps build run test test-asan test-tsan test-libcxx fuzz bench format clean
+.PHONY: all deps deps-bench build run test test-asan test-tsan test-libcxx fuzz bench bench-instructions \
+        format clean
 
 all: build
 
 deps:
 	@bash scripts/install-deps.sh
+
+deps-bench:
+	@bash scripts/install-deps.sh bench
 
 build: deps
 	@$(call configure,$(BUILD),)
@@ -72,8 +76,22 @@ test-libcxx: deps
 	@cmake --build $(BUILD)-libcxx -j $(JOBS)
 	@cd $(BUILD)-libcxx && ctest $(CTEST_FLAGS) -j $(JOBS)
 
-bench: build
+# Timings (ratios to the bare transaction, informative), the instruction table, the scaling
+# tables and docs-ready plot $(BUILD)/bench-results/scaling.svg.
+bench: deps-bench build
 	@if [ -x $(BUILD)/bench/zel_bench ]; then $(BUILD)/bench/zel_bench; else echo "no benchmarks built"; fi
+	@bash bench/instructions.sh $(BUILD) || [ $$? -eq 1 ]
+	@$(BUILD)/bench/zel_instructions --time $(BUILD)/bench-results | tee $(BUILD)/bench-results/scaling-times.md
+	@gnuplot -e "dir='$(BUILD)/bench-results'; out='$(BUILD)/bench-results/scaling.svg'" bench/scaling.gp
+	@echo "plot: $(BUILD)/bench-results/scaling.svg"
+
+# The library's own instructions per call, counted under callgrind (about a minute on 2 cores);
+# fails when a row is over its budget in bench/instruction-budget.txt. Writes the tables to
+# $(BUILD)/bench-results.
+bench-instructions: deps-bench
+	@$(call configure,$(BUILD),)
+	@cmake --build $(BUILD) -j $(JOBS) --target zel_instructions
+	@bash bench/instructions.sh $(BUILD)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -11,6 +11,10 @@ packages=(
     googletest                                 # GoogleTest's sources, for the libc++ build
     blueprint-tools                            # bpfmt, to check the Android.bp files
 )
+# `install-deps.sh bench`: also what the benchmarks need (make bench, make bench-instructions).
+if [ "${1:-}" = "bench" ]; then
+    packages+=(valgrind gnuplot-nox)           # instruction counts (callgrind), scaling plots
+fi
 
 missing=()
 for p in "${packages[@]}"; do
