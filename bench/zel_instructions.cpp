@@ -778,7 +778,7 @@ int report(const std::string& dir, const std::string& budgetPath,
                   << std::defaultfloat << " | " << number(call.allocations - floor.allocations)
                   << " |\n";
         if (data.is_open()) {
-            data << '"' << r.series << "\"\t" << number(r.size) << '\t' << number(call.instructions)
+            data << r.series << '\t' << number(r.size) << '\t' << number(call.instructions)
                  << '\t' << number(floor.instructions) << '\t' << number(own) << '\n';
         }
     }
@@ -897,7 +897,7 @@ int timeScaling(const std::string& dir) {
                       << std::setprecision(2) << call << " | " << floor << " | " << call - floor
                       << " | " << std::setprecision(3) << call / floor << std::defaultfloat
                       << " |\n";
-            data << '"' << r.series << "\"\t" << number(r.size) << '\t' << call << '\t' << floor
+            data << r.series << '\t' << number(r.size) << '\t' << call << '\t' << floor
                  << '\n';
         }
 
@@ -927,8 +927,8 @@ int timeScaling(const std::string& dir) {
         };
         const int threadCounts[] = {1, 2, 4, 8};
         std::ofstream tdata(dir + "/throughput.dat");
-        tdata << "# threads";
-        for (const Series& s : series) tdata << "\t\"" << s.name << '"';
+        tdata << "threads";
+        for (const Series& s : series) tdata << '\t' << s.name;
         tdata << '\n';
         // Best of three rounds, the series interleaved, for the same reason as above.
         std::map<std::pair<std::string, int>, double> rate;
