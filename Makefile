@@ -81,7 +81,8 @@ test-libcxx: deps
 bench: deps-bench build
 	@if [ -x $(BUILD)/bench/zel_bench ]; then $(BUILD)/bench/zel_bench; else echo "no benchmarks built"; fi
 	@bash bench/instructions.sh $(BUILD) || [ $$? -eq 1 ]
-	@$(BUILD)/bench/zel_instructions --time $(BUILD)/bench-results | tee $(BUILD)/bench-results/scaling-times.md
+	@$(BUILD)/bench/zel_instructions --time $(BUILD)/bench-results > $(BUILD)/bench-results/scaling-times.md; \
+	    status=$$?; cat $(BUILD)/bench-results/scaling-times.md; exit $$status
 	@gnuplot -e "dir='$(BUILD)/bench-results'; out='$(BUILD)/bench-results/scaling.svg'" bench/scaling.gp
 	@echo "plot: $(BUILD)/bench-results/scaling.svg"
 
