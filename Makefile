@@ -2,8 +2,8 @@
 #   make run    - build and run the main job: torqctl's tour on the embedded reference HAL; installs
 #                 and builds only what that needs
 #   make test   - build and run every test
-# More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench, make format,
-#       make clean
+# More: make build, make test-asan, make test-tsan, make test-libcxx, make fuzz, make bench,
+#       make bench-instructions, make format, make clean
 
 BUILD       ?= build
 JOBS        ?= $(shell nproc)
@@ -12,7 +12,8 @@ CTEST_FLAGS ?= --output-on-failure --timeout 600
 
 configure = cmake -S . -B $(1) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(2) $(CMAKE_FLAGS) >/dev/null
 
-.PHONY: all deps deps-run build run test test-asan test-tsan test-libcxx fuzz bench format clean
+.PHONY: all deps deps-run deps-bench build run test test-asan test-tsan test-libcxx fuzz bench \
+        bench-instructions format clean
 
 all: build
 
@@ -21,6 +22,9 @@ deps:
 
 deps-run:
 	@bash scripts/install-deps.sh run
+
+deps-bench:
+	@bash scripts/install-deps.sh bench
 
 # Everything: the library, the tools, the tests and the benchmarks.
 build: deps
@@ -83,8 +87,23 @@ test-libcxx: deps
 	@cmake --build $(BUILD)-libcxx -j $(JOBS)
 	@cd $(BUILD)-libcxx && ctest $(CTEST_FLAGS) -j $(JOBS)
 
-bench: build
+# Timings (ratios to the bare transaction, informative), the instruction table, the scaling
+# tables and docs-ready plot $(BUILD)/bench-results/scaling.svg.
+bench: deps-bench build
 	@if [ -x $(BUILD)/bench/zel_bench ]; then $(BUILD)/bench/zel_bench; else echo "no benchmarks built"; fi
+	@bash bench/instructions.sh $(BUILD) || [ $$? -eq 1 ]
+	@$(BUILD)/bench/zel_instructions --time $(BUILD)/bench-results > $(BUILD)/bench-results/scaling-times.md; \
+	    status=$$?; cat $(BUILD)/bench-results/scaling-times.md; exit $$status
+	@gnuplot -e "dir='$(BUILD)/bench-results'; out='$(BUILD)/bench-results/scaling.svg'" bench/scaling.gp
+	@echo "plot: $(BUILD)/bench-results/scaling.svg"
+
+# The library's own instructions per call, counted under callgrind (about a minute on 2 cores);
+# fails when a row is over its budget in bench/instruction-budget.txt. Writes the tables to
+# $(BUILD)/bench-results.
+bench-instructions: deps-bench
+	@$(call configure,$(BUILD),-DZEL_BUILD_TESTS=ON -DZEL_BUILD_BENCHMARKS=ON)
+	@cmake --build $(BUILD) -j $(JOBS) --target zel_instructions
+	@bash bench/instructions.sh $(BUILD)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -130,8 +130,13 @@ std::vector<TorqRequestData> toRequestData(const std::list<ZelClient::Resource>&
     auto out = data.begin();
     for (const ZelClient::Resource& res : resources) {
         out->id = res.id;
-        // The value is always sent, empty when the caller gave none.
-        out->value = res.value.has_value() ? *res.value : std::string();
+        // The value is always sent, empty when the caller gave none. Copied straight into
+        // place: going through a temporary would copy a long value twice.
+        if (res.value.has_value()) {
+            out->value.emplace(*res.value);
+        } else {
+            out->value.emplace();
+        }
         ++out;
     }
     return data;

@@ -4,6 +4,7 @@
 #   install-deps.sh run    what building and running torqctl needs (make run, make build)
 #   install-deps.sh test   that, plus what the tests, sanitizer, libc++ and fuzz builds and the
 #                          benchmarks need (make test and the other targets)
+#   install-deps.sh bench  that, plus valgrind and gnuplot (make bench, make bench-instructions)
 set -euo pipefail
 
 # Building the library, the simulator and torqctl, and running them.
@@ -27,11 +28,18 @@ test_packages=(
     python3                                    # the checks of the device tree files
 )
 
+# What measuring needs on top (make bench, make bench-instructions).
+bench_packages=(
+    valgrind                                   # instruction counts (callgrind)
+    gnuplot-nox                                # the scaling plots
+)
+
 case "${1:-test}" in
     run) packages=("${run_packages[@]}") ;;
     test) packages=("${run_packages[@]}" "${test_packages[@]}") ;;
+    bench) packages=("${run_packages[@]}" "${test_packages[@]}" "${bench_packages[@]}") ;;
     *)
-        echo "usage: $0 [run|test]" >&2
+        echo "usage: $0 [run|test|bench]" >&2
         exit 2
         ;;
 esac

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "../utils/StringPieces.h"
+#include "../zel/ZelRuleCtl.h"
 #include "zel.h"
 
 namespace {
@@ -317,7 +318,7 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
         case 110:
         case 129:
         case 1000:
-            zelRuleCtl(src, type, list);
+            zelRuleCtlTaking(src, type, std::move(list));
             break;
 
         // These notifications share rule 200; the notification number is its argument while on.
@@ -325,26 +326,26 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
         case 3:
         case 5:
         case 6:
-            zelRuleCtl(200, type == 1 ? src : 0, list);
+            zelRuleCtlTaking(200, type == 1 ? src : 0, std::move(list));
             break;
 
         case 8:
             if (type == 0) {
-                zelRuleCtl(8, 0, list);
+                zelRuleCtlTaking(8, 0, std::move(list));
             } else if (type == 1 || type == 2) {
                 if (param == 1) list = oneResource(kOpcodeCameraBoost, "0");
-                zelRuleCtl(8, type, list);
+                zelRuleCtlTaking(8, type, std::move(list));
             }
             break;
 
         case 9:
             if (type == 0) {
                 // Only the rule switch goes out: no "enable" entry accompanies it.
-                zelRuleCtl(9, 0, list);
+                zelRuleCtlTaking(9, 0, std::move(list));
             } else if (type == 1) {
                 list.push_back(ZelResourceInfo(kOpcodeSceneEnable, "enable 0"));
                 list.push_back(ZelResourceInfo(kOpcodeSceneLevel, "0"));
-                zelRuleCtl(9, 1, list);
+                zelRuleCtlTaking(9, 1, std::move(list));
             }
             break;
 
@@ -353,7 +354,7 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
                 clrGameUpgradeMode(14, 0);
             } else if (type == 1) {
                 list = getGameUpgradeList(0, 0, param, 0, 0, data);
-                zelRuleCtl(14, 1, list);
+                zelRuleCtlTaking(14, 1, std::move(list));
             }
             break;
 
@@ -362,22 +363,22 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
                 // Low byte: the type; upper 24 bits: the low 24 bits of param.
                 const uint32_t status =
                         (static_cast<uint32_t>(param) << 8) | (static_cast<uint32_t>(type) & 0xFFu);
-                zelRuleCtl(15, static_cast<int32_t>(status), list);
+                zelRuleCtlTaking(15, static_cast<int32_t>(status), std::move(list));
             }
             break;
 
         case 102:
             if (type == 1) {
                 const int level = (param == 0 || param == -1) ? kDefaultFrameRateLevel : param;
-                zelRuleCtl(102, 1, oneResource(kOpcodeFrameRate, std::to_string(level)));
+                zelRuleCtlTaking(102, 1, oneResource(kOpcodeFrameRate, std::to_string(level)));
             } else if (type == 0) {
-                zelRuleCtl(102, 0, oneResource(kOpcodeFrameRate, "0"));
+                zelRuleCtlTaking(102, 0, oneResource(kOpcodeFrameRate, "0"));
             }
             break;
 
         case 111:
             if (type >= -1 && type <= 1) {
-                zelRuleCtl(111, type, oneResource(kOpcodeCameraBoost, std::to_string(type)));
+                zelRuleCtlTaking(111, type, oneResource(kOpcodeCameraBoost, std::to_string(type)));
             }
             break;
 
@@ -385,7 +386,7 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
         case 131:
         case 9000:
             if (type == 0) {
-                zelRuleCtl(src, 0, list);
+                zelRuleCtlTaking(src, 0, std::move(list));
             } else if (type == 1 && !data.empty()) {
                 if (src == 130) {
                     list = getTargetLoadList(std::move(data));
@@ -394,7 +395,7 @@ int ZelNotifyWapper(std::string name, int src, int type, int param, int, int, st
                 } else {
                     list = getGameAdpList(std::move(data));
                 }
-                zelRuleCtl(src, 1, list);
+                zelRuleCtlTaking(src, 1, std::move(list));
             }
             break;
 

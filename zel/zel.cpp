@@ -5,6 +5,8 @@
 
 #include "zel.h"
 
+#include "ZelRuleCtl.h"
+
 #include <aidl/vendor/quarn/hardware/torq/ITorq.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestData.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
@@ -24,6 +26,7 @@
 #include <optional>
 #include <shared_mutex>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 // cutils/trace.h only declares these inside its inline helpers; we call them directly so that the
@@ -164,6 +167,17 @@ void appendResourceRecord(std::vector<TorqRequestData>& records, const ZelClient
     }
 }
 
+// The same, for a resource the caller gave up: its value moves into the entry.
+void appendResourceRecord(std::vector<TorqRequestData>& records, ZelClient::Resource&& res) {
+    TorqRequestData& record = records.emplace_back();
+    record.id = res.id;
+    if (res.value.has_value()) {
+        record.value = std::move(*res.value);
+    } else {
+        record.value.emplace();
+    }
+}
+
 bool alwaysTraceEnabled() {
     return (atrace_get_enabled_tags() & ATRACE_TAG_ALWAYS) != 0;
 }
@@ -221,6 +235,36 @@ const std::string kNone = "none";
 
 const char* orNone(const std::string& text) {
     return text.empty() ? kNone.c_str() : text.c_str();
+}
+
+// zelRuleCtl over a list to copy (const) or to take (non-const: the values move).
+template <typename Resources>
+int32_t ruleCtl(int32_t ruleId, int32_t status, Resources& resources) {
+    ZLOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
+    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
+    if (!zelConnectAndLock(connected)) {
+        return -1;
+    }
+
+    int32_t result = -1;
+    ndk::ScopedAStatus callStatus;
+    {
+        ZelSharedLock lock(std::move(connected));
+        if (g_zel_hal == nullptr) {
+            return -1;
+        }
+        std::vector<TorqRequestData> entries;
+        entries.reserve(resources.size());
+        for (auto& res : resources) {
+            if constexpr (std::is_const_v<Resources>) {
+                appendResourceRecord(entries, res);
+            } else {
+                appendResourceRecord(entries, std::move(res));
+            }
+        }
+        callStatus = g_zel_hal->ruleCtl(ruleId, status, entries, &result);
+    }
+    return zelCallSucceeded(callStatus, "zelRuleCtl") ? result : -1;
 }
 
 }  // namespace
@@ -398,27 +442,7 @@ ZEL_EXPORT int32_t setRelatedSysInfo(int32_t first, int64_t second) {
 
 ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
                               const std::vector<ZelClient::Resource>& resources) {
-    ZLOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
-    int32_t result = -1;
-    ndk::ScopedAStatus callStatus;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
-        std::vector<TorqRequestData> entries;
-        entries.reserve(resources.size());
-        for (const ZelClient::Resource& res : resources) {
-            appendResourceRecord(entries, res);
-        }
-        callStatus = g_zel_hal->ruleCtl(ruleId, status, entries, &result);
-    }
-    return zelCallSucceeded(callStatus, "zelRuleCtl") ? result : -1;
+    return ruleCtl(ruleId, status, resources);
 }
 
 ZEL_EXPORT int32_t ZelMutiResStateRequest(std::vector<ZelClient::Resource>& resources) {
@@ -563,3 +587,8 @@ ZEL_EXPORT int32_t ZelGetPMStatus(int32_t mode) {
 }
 
 }  // extern "C"
+
+int32_t zelRuleCtlTaking(int32_t ruleId, int32_t status,
+                         std::vector<ZelClient::Resource>&& resources) {
+    return ruleCtl(ruleId, status, resources);
+}

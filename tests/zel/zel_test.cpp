@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <torqHalclient.h>
 #include <torq_test/Capture.h>
 #include <torq_test/FakeTorqHal.h>
 #include <zel.h>
@@ -17,6 +18,8 @@
 #include <climits>
 #include <deque>
 #include <functional>
+#include <future>
+#include <list>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -373,6 +376,36 @@ TEST_F(ZelConnectionTest, HalDeathDropsTheConnectionUntilARestart) {
         EXPECT_EQ(-1, ZelEventAcquire(1, "p", "i", 5, {}));
         ASSERT_TRUE(binder_host::drain());
     }
+}
+
+// Both front ends hold their interface lock shared for the whole transaction: a call waiting in
+// the HAL must not hold back callers on other threads.
+TEST_F(ZelConnectionTest, CallInFlightDoesNotHoldBackOtherCallers) {
+    FakeTorqHal& hal = startHal();
+    ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);  // both connect before the hold
+    std::list<ZelClient::Resource> boost{{0x01010020, "2000000"}};
+    ASSERT_GT(torqHalclient::torqResCtlRequest(100, boost, 0), 0);
+    hal.clearCalls();
+
+    hal.holdCalls("request");
+    std::thread zelCaller([] { ZelEventAcquire(2, "p", "i", 5, {}); });
+    std::thread halclientCaller([&] { torqHalclient::torqResCtlRequest(100, boost, 0); });
+    const bool bothInFlight = hal.waitForCalls("request", 2);
+    // Other calls of both front ends get through meanwhile (were they serialised, they would
+    // wait for the held calls, and the test would time out here).
+    if (bothInFlight) {
+        auto others = std::async(std::launch::async, [] {
+            ZelRelease(7);
+            return torqHalclient::torqResCtlRelease(8);
+        });
+        EXPECT_EQ(others.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        EXPECT_EQ(hal.count("release"), 2u);
+    }
+    hal.releaseHeld();
+    zelCaller.join();
+    halclientCaller.join();
+    ASSERT_TRUE(bothInFlight);
+    EXPECT_EQ(hal.count("request"), 2u);
 }
 
 TEST_F(ZelConnectionTest, ConcurrentFirstCallsAllGetThrough) {

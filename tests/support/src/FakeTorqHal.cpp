@@ -11,6 +11,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace torq_test {
 
@@ -57,10 +58,12 @@ struct HalState {
     std::vector<RecordedCall> calls;
     std::vector<std::shared_ptr<ITorqCallback>> callbacks;
     std::shared_ptr<BnTorq> service;
+    std::set<std::string> held;  // methods whose calls wait, once recorded, until released
 
     // Records the call and picks its answer (with the handle filled in where one is issued).
     Answer take(RecordedCall call, const std::shared_ptr<ITorqCallback>& callback) {
-        std::lock_guard<std::mutex> lock(mu);
+        std::unique_lock<std::mutex> lock(mu);
+        const std::string method = call.method;
         call.callingProcess = AIBinder_getCallingPid();
         call.hasCallback = callback != nullptr;
         call.parcel.callback = nullptr;
@@ -79,6 +82,7 @@ struct HalState {
         if (!fixed && issuesHandles(call.method)) answer.result = nextHandle++;
         calls.push_back(std::move(call));
         cv.notify_all();
+        cv.wait(lock, [&] { return held.count(method) == 0; });
         return answer;
     }
 };
@@ -325,6 +329,17 @@ bool FakeTorqHal::waitForCalls(const std::string& method, size_t n, int64_t time
         for (const auto& c : state_->calls) seen += c.method == method ? 1 : 0;
         return seen >= n;
     });
+}
+
+void FakeTorqHal::holdCalls(const std::string& method) {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    state_->held.insert(method);
+}
+
+void FakeTorqHal::releaseHeld() {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    state_->held.clear();
+    state_->cv.notify_all();
 }
 
 size_t FakeTorqHal::callbackCount() const {

@@ -90,6 +90,11 @@ class FakeTorqHal {
     void clearCalls();
     // Waits until at least `n` calls of `method` arrived. False on timeout.
     bool waitForCalls(const std::string& method, size_t n, int64_t timeoutMs = 5000) const;
+    // Calls of `method` arriving from now on are recorded and then wait inside the HAL until
+    // releaseHeld(): a call kept in flight for as long as the test needs. Release before the
+    // fake goes away.
+    void holdCalls(const std::string& method);
+    void releaseHeld();
 
     // Callbacks the HAL received (from the parcel's `callback` field or the callback argument),
     // in arrival order. The HAL holds a strong reference to each until `dropCallbacks` (or until
