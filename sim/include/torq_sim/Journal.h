@@ -7,6 +7,7 @@
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestData.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -80,12 +81,15 @@ class Journal {
     std::vector<JournalEntry> since(uint64_t mark) const;
     std::vector<JournalEntry> entries() const;
     size_t size() const;
+    // Waits up to `timeoutMs` for an entry with seq >= mark to be recorded. False on timeout.
+    bool waitPast(uint64_t mark, int64_t timeoutMs) const;
 
   private:
     void add(JournalEntry entry);
 
     const size_t capacity_;
     mutable std::mutex mutex_;
+    mutable std::condition_variable added_;
     std::deque<JournalEntry> entries_;
     uint64_t nextSeq_ = 1;
 };
