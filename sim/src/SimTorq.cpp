@@ -1,5 +1,6 @@
 #include "torq_sim/SimTorq.h"
 
+#include <android/binder_ibinder.h>
 #include <android/log.h>
 
 #include <unistd.h>
@@ -167,6 +168,7 @@ template <typename Out, typename Model>
                                     std::vector<std::shared_ptr<ITorqCallback>> callbacks, Out* out,
                                     Model&& model) {
     const std::optional<SentAnswer> scripted = script_->take(call.method);
+    call.callingPid = AIBinder_getCallingPid();
     {
         std::lock_guard<std::mutex> held(heldMutex_);
         for (auto& cb : callbacks) {

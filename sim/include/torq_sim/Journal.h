@@ -38,6 +38,7 @@ struct ReceivedCall {
     int64_t second = 0;        // setRelatedSysInfo value
     int32_t status = 0;        // ruleCtl status
     std::vector<TorqRequestData> entries;  // ruleCtl data
+    int32_t callingPid = 0;                // the caller's process (AIBinder_getCallingPid)
 };
 
 /** What the HAL answered to one call. A value is set only when the reply carried it. */
