@@ -55,6 +55,7 @@ bool SimHost::start() {
     halOptions.clock = clock_;
     halOptions.journal = journal_;
     halOptions.script = script_;
+    halOptions.modelCallbacks = options_.modelCallbacks;
     halOptions.dumpSink = [this](const std::vector<std::string>& lines) {
         std::lock_guard<std::mutex> guard(mutex_);
         dumpLines_.insert(dumpLines_.end(), lines.begin(), lines.end());

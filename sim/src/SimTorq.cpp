@@ -59,6 +59,7 @@ SimTorq::SimTorq(Options options)
       journal_(options.journal ? std::move(options.journal) : std::make_shared<Journal>()),
       dumpSink_(options.dumpSink ? std::move(options.dumpSink) : logDump),
       script_(options.script ? std::move(options.script) : std::make_shared<Script>()),
+      modelCallbacks_(options.modelCallbacks),
       model_(clock_) {}
 
 SimTorq::~SimTorq() = default;
@@ -69,6 +70,7 @@ int64_t SimTorq::now() const {
 
 void SimTorq::finish(std::unique_lock<std::mutex>& lock) {
     std::vector<Delivery> deliveries = model_.takeDeliveries();
+    if (!modelCallbacks_) deliveries.clear();
     std::vector<std::string> dump = model_.takeDumpOutput();
     lock.unlock();
     if (!dump.empty()) dumpSink_(dump);

@@ -199,7 +199,9 @@ TEST_F(SimScriptTest, RefusesWhatItCannotHonourAndChangesNothing) {
 }
 
 TEST_F(SimScriptTest, HoldsInvokesAndDropsCallbacks) {
-    SimHost hal;
+    SimHost::Options options;
+    options.modelCallbacks = false;  // the model would answer the request's callback itself
+    SimHost hal(options);
     ASSERT_TRUE(hal.start());
     auto torq = connect();
     auto a = ndk::SharedRefBase::make<RecordingCallback>();
@@ -226,6 +228,34 @@ TEST_F(SimScriptTest, HoldsInvokesAndDropsCallbacks) {
     hal.dropCallbacks();
     EXPECT_EQ(hal.callbackCount(), 0u);
     EXPECT_THROW((void)hal.invokeCallback(0, {}), std::invalid_argument);
+}
+
+// A HAL whose model calls nobody back: listeners hear only what the test sends them.
+TEST_F(SimScriptTest, WithoutModelCallbacksOnlyTheTestCallsBack) {
+    for (bool modelCallbacks : {true, false}) {
+        SCOPED_TRACE(modelCallbacks);
+        binder_host::reset();
+        SimHost::Options options;
+        options.modelCallbacks = modelCallbacks;
+        SimHost hal(options);
+        ASSERT_TRUE(hal.start());
+        auto torq = connect();
+        auto listener = ndk::SharedRefBase::make<RecordingCallback>();
+        TorqRequestParcel watch;
+        watch.data = {idRecord(0x010108A0)};
+        int32_t h = 0;
+        ASSERT_TRUE(torq->listeningRegister(watch, listener, &h).isOk());
+        TorqRequestParcel boost;
+        boost.kind = 1;
+        boost.data = {idRecord(0x010108A0, "60")};
+        ASSERT_TRUE(torq->request(boost, &h).isOk());
+        ASSERT_TRUE(binder_host::drain());
+        EXPECT_EQ(listener->calls().size(), modelCallbacks ? 1u : 0u);
+        ASSERT_TRUE(hal.invokeCallback(0, {idRecord(0x010108A0, "61")}).isOk());
+        ASSERT_TRUE(listener->waitFor(modelCallbacks ? 2 : 1));
+        EXPECT_EQ(listener->calls().back(), (Records{idRecord(0x010108A0, "61")}));
+        hal.kill();
+    }
 }
 
 void onDeath(void* cookie) {

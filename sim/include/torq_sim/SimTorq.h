@@ -32,6 +32,9 @@ class SimTorq : public ::aidl::vendor::quarn::hardware::torq::BnTorq {
         // Receives the lines of each dump command; default: the Android log, tag "torq-sim".
         std::function<void(const std::vector<std::string>&)> dumpSink;
         std::shared_ptr<Script> script;  // default: a script of its own (no scripted answers)
+        // False: the model calls no client back on its own (no request answers, no listener
+        // notices); only invokeHeldCallback does. For tests that drive every callback by hand.
+        bool modelCallbacks = true;
     };
 
     SimTorq();
@@ -106,6 +109,7 @@ class SimTorq : public ::aidl::vendor::quarn::hardware::torq::BnTorq {
     std::shared_ptr<Journal> journal_;
     std::function<void(const std::vector<std::string>&)> dumpSink_;
     std::shared_ptr<Script> script_;
+    bool modelCallbacks_;
     mutable std::mutex mutex_;
     SimModel model_;
     mutable std::mutex heldMutex_;

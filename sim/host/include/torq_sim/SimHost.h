@@ -44,6 +44,10 @@ class SimHost {
         Clock clock;           // default: steady clock
         bool declare = true;   // declare the instance in the emulated manifest on start()
         bool autoTick = true;  // expire timed requests from a timer thread
+        // False: the model calls no client back on its own (no answers to requests with a
+        // callback, no listener notices); only invokeCallback() does. For tests that drive every
+        // callback by hand.
+        bool modelCallbacks = true;
         std::string processName = "torq-sim";
     };
 
