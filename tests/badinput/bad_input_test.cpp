@@ -100,7 +100,7 @@ TEST_F(BadInput, EmptyListsAndStringsReachTheHalAsTheyAre) {
     EXPECT_TRUE(lastRequest().data.empty());
     EXPECT_GE(ZelNotify(0, 0, {}), 1);
     EXPECT_EQ(lastRequest().data.size(), 1u);  // a notification without values: one entry
-    EXPECT_EQ(zelRuleCtl(0, 0, {}), 0);  // the simulator's answer to any rule
+    EXPECT_EQ(zelRuleCtl(0, 0, {}), 0);        // the simulator's answer to any rule
     EXPECT_TRUE(hal.last("ruleCtl").entries.empty());
     EXPECT_EQ(zelRuleCtl(1, 1, {{0x01011040, std::nullopt}}), 0);  // a missing value goes empty
     EXPECT_EQ(hal.last("ruleCtl").entries,
