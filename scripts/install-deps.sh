@@ -26,6 +26,7 @@ test_packages=(
     libbenchmark-dev
     blueprint-tools                            # bpfmt, to check the Android.bp files
     python3                                    # the checks of the device tree files
+    pkgconf                                    # pkg-config, to test the installed package
 )
 
 # What measuring needs on top (make bench, make bench-instructions).

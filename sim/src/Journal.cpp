@@ -1,5 +1,6 @@
 #include "torq_sim/Journal.h"
 
+#include <chrono>
 #include <utility>
 
 #include "torq_sim/Render.h"
@@ -68,10 +69,13 @@ std::string JournalEntry::toString() const {
 Journal::Journal(size_t capacity) : capacity_(capacity == 0 ? 1 : capacity) {}
 
 void Journal::add(JournalEntry entry) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    entry.seq = nextSeq_++;
-    entries_.push_back(std::move(entry));
-    while (entries_.size() > capacity_) entries_.pop_front();
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        entry.seq = nextSeq_++;
+        entries_.push_back(std::move(entry));
+        while (entries_.size() > capacity_) entries_.pop_front();
+    }
+    added_.notify_all();
 }
 
 void Journal::addCall(int64_t timeMs, ReceivedCall call, SentAnswer answer) {
@@ -128,6 +132,12 @@ std::vector<JournalEntry> Journal::entries() const {
 size_t Journal::size() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return entries_.size();
+}
+
+bool Journal::waitPast(uint64_t mark, int64_t timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return added_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                           [&] { return nextSeq_ > mark; });
 }
 
 }  // namespace torq_sim

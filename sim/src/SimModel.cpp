@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <set>
 #include <utility>
 
@@ -16,6 +17,14 @@ const char* const kPropHistory = "torq.history.recording";
 const char* const kSimVersion = "torq-sim 1.0";
 
 namespace {
+
+// startMs + durationMs, held at the far end of time when a caller asks for longer than that.
+int64_t deadlineAfter(int64_t startMs, int64_t durationMs) {
+    if (durationMs > std::numeric_limits<int64_t>::max() - startMs) {
+        return std::numeric_limits<int64_t>::max();
+    }
+    return startMs + durationMs;
+}
 
 constexpr size_t kNotesCapacity = 64;
 const char kOpPrefix[] = "op:";
@@ -294,7 +303,7 @@ int32_t SimModel::applyResourceRequest(const TorqRequestParcel& parcel) {
     }
     r.handle = nextHandle_++;
     r.startMs = clock_();
-    if (parcel.duration > 0) r.deadlineMs = r.startMs + parcel.duration;
+    if (parcel.duration > 0) r.deadlineMs = deadlineAfter(r.startMs, parcel.duration);
     r.parcel = parcel;
     r.parcel.callback = nullptr;
 
@@ -317,7 +326,7 @@ int32_t SimModel::applySaControl(const TorqRequestParcel& parcel) {
     r.saId = parcel.data[0].id;
     r.handle = nextHandle_++;
     r.startMs = clock_();
-    if (parcel.duration > 0) r.deadlineMs = r.startMs + parcel.duration;
+    if (parcel.duration > 0) r.deadlineMs = deadlineAfter(r.startMs, parcel.duration);
     r.parcel = parcel;
     r.parcel.callback = nullptr;
     const int32_t handle = r.handle;

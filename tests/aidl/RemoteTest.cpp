@@ -11,7 +11,8 @@
 #include <android/binder_manager.h>
 #include <binder_host/process.h>
 #include <gtest/gtest.h>
-#include <torq_test/FakeTorqHal.h>
+#include <torq_sim/SimHost.h>
+#include <torq_test/Records.h>
 
 #include <atomic>
 #include <climits>
@@ -23,10 +24,10 @@
 namespace {
 
 using namespace ::aidl::vendor::quarn::hardware::torq;
-using torq_test::Answer;
-using torq_test::FakeTorqHal;
+using Answer = torq_sim::SentAnswer;
+using torq_sim::kTorqInstance;
+using torq_sim::SimHost;
 using torq_test::idRecord;
-using torq_test::kTorqInstance;
 using torq_test::pathRecord;
 
 // A callback that records what it receives, where it ran, and when it dies.
@@ -67,7 +68,8 @@ class RemoteStubTest : public ::testing::Test {
   protected:
     void SetUp() override {
         binder_host::reset();
-        hal_ = std::make_unique<FakeTorqHal>();
+        hal_ = std::make_unique<SimHost>();
+        ASSERT_TRUE(hal_->start());
         torq_ = connect(kTorqInstance);
         ASSERT_NE(torq_, nullptr);
     }
@@ -86,7 +88,7 @@ class RemoteStubTest : public ::testing::Test {
         return ITorq::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(instance)));
     }
 
-    std::unique_ptr<FakeTorqHal> hal_;
+    std::unique_ptr<SimHost> hal_;
     std::shared_ptr<ITorq> torq_;
 };
 
@@ -107,7 +109,22 @@ TEST_F(RemoteStubTest, EveryMethodPassesItsArgumentsAndResult) {
     for (const char* m :
          {"request", "release", "stateRequest", "listeningUnregister", "propertyGet", "propertySet",
           "thermalListeningUnregister", "notifyEvent", "setRelatedSysInfo", "ruleCtl"}) {
-        hal_->setAnswer(m, answer);
+        // Each method is answered the out value it has.
+        Answer own;
+        switch (*torq_sim::outValueOf(m)) {
+            case torq_sim::OutValue::kResult:
+                own.result = answer.result;
+                break;
+            case torq_sim::OutValue::kRecords:
+                own.records = answer.records;
+                break;
+            case torq_sim::OutValue::kText:
+                own.text = answer.text;
+                break;
+            case torq_sim::OutValue::kNone:
+                break;
+        }
+        hal_->setAnswer(m, own);
     }
 
     ASSERT_TRUE(torq_->init().isOk());
@@ -309,6 +326,9 @@ TEST_F(RemoteStubTest, StatusesReachTheCallerAndBothLogHooks) {
     EXPECT_EQ(st.getStatus(), STATUS_NO_MEMORY);
     EXPECT_EQ(r, -1);  // a failed reply's result is not read
     EXPECT_EQ(s, "untouched");
+    Answer seven;
+    seven.result = 7;
+    hal_->answerOnce("request", seven);
     ASSERT_TRUE(torq_->request(TorqRequestParcel{}, &r).isOk());
     hal_->kill();
     r = -1;
@@ -347,8 +367,8 @@ TEST_F(RemoteStubTest, StatusesReachTheCallerAndBothLogHooks) {
     }
     EXPECT_EQ(stubLogs[0].input_args,
               (std::vector<std::pair<std::string, std::string>>{{"in_handle", "8"}}));
-    EXPECT_EQ(stubLogs[3].result, "1");
-    EXPECT_EQ(proxyLogs[3].result, "1");
+    EXPECT_EQ(stubLogs[3].result, "7");
+    EXPECT_EQ(proxyLogs[3].result, "7");
     EXPECT_EQ(proxyLogs[4].exception_code, EX_TRANSACTION_FAILED);
     EXPECT_EQ(proxyLogs[4].transaction_error, STATUS_DEAD_OBJECT);
 }
@@ -475,7 +495,7 @@ TEST_F(RawPeerTest, UnknownTransactionFallsBackToTheDefaultImplementation) {
     EXPECT_EQ(raw_->init().getStatus(), STATUS_UNKNOWN_TRANSACTION);
     // A HAL that knows the transaction is not affected.
     ASSERT_TRUE(torq_->release(21, &r).isOk());
-    EXPECT_EQ(r, 1);
+    EXPECT_EQ(r, -1);  // the simulator's answer: it issued no handle 21
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared fixture of the torqHalclient tests: a clean binder world, a fake HAL in its own process,
-// log capture, and a caller callback that records what reaches it and on which thread.
+// Shared fixture of the torqHalclient tests: a clean binder world, the reference HAL in its own
+// process, log capture, and a caller callback that records what reaches it and on which thread.
 
 #include <android/binder_status.h>
 #include <android/log.h>
@@ -9,8 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <torqHalclient.h>
+#include <torq_sim/SimHost.h>
 #include <torq_test/Capture.h>
-#include <torq_test/FakeTorqHal.h>
+#include <torq_test/Records.h>
 
 #include <list>
 #include <memory>
@@ -30,12 +31,12 @@ inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
 
 namespace halclient_test {
 
-using torq_test::Answer;
-using torq_test::FakeTorqHal;
+using Answer = torq_sim::SentAnswer;
+using torq_sim::SimHost;
+using torq_sim::TorqRequestParcel;
 using torq_test::idRecord;
 using torq_test::pathRecord;
 using torq_test::TorqRequestData;
-using torq_test::TorqRequestParcel;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
@@ -73,7 +74,7 @@ inline Answer records(std::vector<TorqRequestData> recs) {
     return a;
 }
 
-// A parcel with every field at its default but these. (The fake HAL records parcels without
+// A parcel with every field at its default but these. (The HAL records parcels without
 // their callback.)
 inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data, int32_t tag = 0,
                                 bool marked = false) {
@@ -118,20 +119,32 @@ class Recorder : public IClientCallback, public IClientCallbackByPath {
     std::vector<Delivery> deliveries_;
 };
 
+// The answers these tests take for granted: the HAL confirms every release and unregistration.
+inline void confirmReleases(SimHost& hal) {
+    for (const char* method : {"release", "listeningUnregister", "thermalListeningUnregister"}) {
+        hal.setAnswer(method, result(1));
+    }
+}
+
 // Every test starts disconnected (killing the previous test's HAL fired the death notice, which
-// reset drains) with a fresh fake HAL.
+// reset drains) with a fresh reference HAL. The HAL calls nobody back on its own: each test makes
+// the callbacks it wants with invokeCallback.
 class HalclientTest : public ::testing::Test {
   protected:
     void SetUp() override {
         binder_host::reset();
-        hal_ = std::make_unique<FakeTorqHal>();
+        SimHost::Options options;
+        options.modelCallbacks = false;
+        hal_ = std::make_unique<SimHost>(options);
+        ASSERT_TRUE(hal_->start());
+        confirmReleases(*hal_);
         log_.clear();
     }
     void TearDown() override {
         hal_.reset();
         binder_host::reset();
     }
-    FakeTorqHal& hal() { return *hal_; }
+    SimHost& hal() { return *hal_; }
 
     // The lines of one tag as "<level letter> <text>".
     Strings lines(const char* tag = "TORQFramework-lib-vendor") const {
@@ -158,7 +171,7 @@ class HalclientTest : public ::testing::Test {
     }
 
     torq_test::LogCapture log_;
-    std::unique_ptr<FakeTorqHal> hal_;
+    std::unique_ptr<SimHost> hal_;
     std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };
 

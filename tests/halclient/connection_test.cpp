@@ -97,7 +97,7 @@ TEST_F(ConnectionTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     bool useBroken = false;
     for (const Call& call : allCalls()) {
         SCOPED_TRACE(call.entry);
-        binder_host::undeclareInstance(torq_test::kTorqInstance);
+        binder_host::undeclareInstance(torq_sim::kTorqInstance);
         log_.clear();
         EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
         Strings got = lines();
@@ -106,8 +106,8 @@ TEST_F(ConnectionTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
         EXPECT_EQ(got[0], "I " + call.entry);
         EXPECT_EQ(got[1], kNotDeclared0);
 
-        binder_host::declareInstance(torq_test::kTorqInstance);
-        hal().setDefaultAnswers();
+        binder_host::declareInstance(torq_sim::kTorqInstance);
+        hal().clearAnswers();
         hal().setAnswer(call.method, (useBroken = !useBroken) ? broken : refused());
         hal().clearCalls();
         log_.clear();
@@ -116,7 +116,7 @@ TEST_F(ConnectionTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
         EXPECT_THAT(lines(),
                     Contains("E " + call.step + "() failed: torq HAL service not available"));
     }
-    binder_host::undeclareInstance(torq_test::kTorqInstance);
+    binder_host::undeclareInstance(torq_sim::kTorqInstance);
     log_.clear();
     EXPECT_EQ(torqResCtlRelease(1), -1);
     EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease", kNotDeclared0));
@@ -129,7 +129,7 @@ TEST_F(ConnectionTest, ConnectsLazilyOnceAndStaysConnected) {
     EXPECT_THAT(lines(), ElementsAre("I torq client torq_init", "I torq client torqResCtlRelease"));
     EXPECT_EQ(hal().count("init"), 1u);
     // A cached interface does not care that the instance is gone.
-    binder_host::undeclareInstance(torq_test::kTorqInstance);
+    binder_host::undeclareInstance(torq_sim::kTorqInstance);
     EXPECT_EQ(torqSACtlRelease(6), 1);
 }
 
@@ -140,6 +140,7 @@ TEST_F(ConnectionTest, DeathOfAReconnectedHalIsNoticedAndTheNextCallReachesItsSu
     EXPECT_EQ(torqResCtlRelease(2), 1);
     binder_host::ProcessId first = hal().pid();
     log_.clear();
+    hal().kill();
     hal().restart();
     drain();
     EXPECT_THAT(lines(), ElementsAre("E Torq HAL Service died"));
@@ -165,8 +166,9 @@ TEST_F(ConnectionTest, RacingFirstCallsAllGetThroughOnceTheServiceArrives) {
     }
     // Declared before it registers: whoever connects next waits for it holding the connection
     // lock, and the others queue behind.
-    binder_host::declareInstance(torq_test::kTorqInstance);
-    hal_ = std::make_unique<FakeTorqHal>();
+    binder_host::declareInstance(torq_sim::kTorqInstance);
+    hal_ = std::make_unique<SimHost>();
+    ASSERT_TRUE(hal_->start());
     for (auto& t : threads) t.join();
     EXPECT_EQ(hal().count("request"), kThreads);
 }

@@ -245,7 +245,7 @@ TEST_F(RequestTest, PropertyGetReturnsOwnedCopyOfTheValue) {
     EXPECT_EQ(std::string(value), a.text);
     delete[] value;
     EXPECT_THAT(lines(),
-                ElementsAre("I torq client torqPropertyGet", "I torqPropertyGet " + a.text + " "));
+                ElementsAre("I torq client torqPropertyGet", "I torqPropertyGet " + *a.text + " "));
 
     log_.clear();
     hal().setAnswer("propertyGet", refused());

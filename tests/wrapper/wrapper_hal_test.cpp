@@ -1,10 +1,11 @@
-// The wrapper entry points end to end: through the flat API and the binder to a fake Torq HAL in
-// its own process, checked at what the HAL received.
+// The wrapper entry points end to end: through the flat API and the binder to the reference Torq
+// HAL in its own process, checked at what the HAL received.
 
 #include <binder_host/process.h>
 #include <gtest/gtest.h>
+#include <torq_sim/SimHost.h>
 #include <torq_test/Capture.h>
-#include <torq_test/FakeTorqHal.h>
+#include <torq_test/Records.h>
 
 #include <android/log.h>
 #include <algorithm>
@@ -20,13 +21,13 @@
 
 namespace {
 
-using torq_test::Answer;
-using torq_test::FakeTorqHal;
+using Answer = torq_sim::SentAnswer;
+using torq_sim::ReceivedCall;
+using torq_sim::SimHost;
+using torq_sim::TorqRequestParcel;
 using torq_test::LogCapture;
 using torq_test::LogLine;
-using torq_test::RecordedCall;
 using torq_test::TorqRequestData;
-using torq_test::TorqRequestParcel;
 
 constexpr const char* kTag = "[ZEL_CLIENT_WRAPPER]";
 
@@ -50,16 +51,17 @@ class WrapperHalTest : public ::testing::Test {
   protected:
     void SetUp() override {
         binder_host::reset();
-        hal_ = std::make_unique<FakeTorqHal>();
+        hal_ = std::make_unique<SimHost>();
+        ASSERT_TRUE(hal_->start());
     }
     void TearDown() override {
-        // The HAL dies with the fake; the flat API drops its cached connection when the death
+        // The HAL dies with its host; the flat API drops its cached connection when the death
         // notice arrives, so wait for that before the next test starts.
         hal_.reset();
         binder_host::drain();
     }
 
-    std::unique_ptr<FakeTorqHal> hal_;
+    std::unique_ptr<SimHost> hal_;
 };
 
 TEST_F(WrapperHalTest, AcquireSendsTheActionIndexAsEvent) {
@@ -94,7 +96,7 @@ TEST_F(WrapperHalTest, ActionNamesResolveToTheirFirstIndex) {
         hal_->clearCalls();
         ZelEventAcquireWrapper("VARDEX_" + name, "scene", "id", 100);
         ASSERT_EQ(hal_->count("request"), 1u) << name;
-        const RecordedCall call = hal_->last("request");
+        const ReceivedCall call = hal_->last("request");
         ASSERT_EQ(call.parcel.data.size(), 1u) << name;
         EXPECT_EQ(call.parcel.data[0].id, first - gActionList.begin()) << name;
     }
@@ -139,7 +141,7 @@ TEST_F(WrapperHalTest, EntryPointsLogTheirEntryLineAndForward) {
                              "[ZelNotifyWapper] none, src:3, type:1",
                              "[ZelNotifyWapper] game, src:4, type:0",
                      }));
-    const std::vector<RecordedCall> releases = hal_->calls("release");
+    const std::vector<ReceivedCall> releases = hal_->calls("release");
     ASSERT_EQ(releases.size(), 2u);
     EXPECT_EQ(releases[0].handle, 12);
     EXPECT_EQ(releases[1].handle, -3);
@@ -224,7 +226,7 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
             continue;
         }
         ASSERT_EQ(hal_->calls().size(), 1u);
-        const RecordedCall call = hal_->last("ruleCtl");
+        const ReceivedCall call = hal_->last("ruleCtl");
         EXPECT_EQ(call.first, row.rule);
         EXPECT_EQ(call.status, row.status);
         EXPECT_EQ(entriesOf(call.entries), row.entries);
@@ -233,7 +235,7 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
     // The clearing list goes out under whatever rule and status it is given.
     hal_->clearCalls();
     clrGameUpgradeMode(31, -4);
-    const RecordedCall call = hal_->last("ruleCtl");
+    const ReceivedCall call = hal_->last("ruleCtl");
     EXPECT_EQ(call.first, 31);
     EXPECT_EQ(call.status, -4);
     EXPECT_EQ(entriesOf(call.entries), (Entries{{0x01011040, "-1"}, {0x01011040, ""}}));
@@ -270,7 +272,7 @@ TEST_F(WrapperHalTest, ConcurrentCallersEachReachTheHal) {
     for (std::thread& th : threads) th.join();
 
     std::multiset<std::string> values;
-    for (const RecordedCall& call : hal_->calls("ruleCtl")) {
+    for (const ReceivedCall& call : hal_->calls("ruleCtl")) {
         ASSERT_EQ(call.entries.size(), 1u);
         values.insert(call.entries[0].value.value_or("<absent>"));
     }

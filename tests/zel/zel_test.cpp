@@ -9,8 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <torqHalclient.h>
+#include <torq_sim/SimHost.h>
 #include <torq_test/Capture.h>
-#include <torq_test/FakeTorqHal.h>
+#include <torq_test/Records.h>
 #include <zel.h>
 
 #include <algorithm>
@@ -88,12 +89,12 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using torq_test::Answer;
-using torq_test::FakeTorqHal;
+using Answer = torq_sim::SentAnswer;
+using torq_sim::SimHost;
+using torq_sim::TorqRequestParcel;
 using torq_test::idRecord;
 using torq_test::LogLine;
 using torq_test::TorqRequestData;
-using torq_test::TorqRequestParcel;
 using torq_test::TraceEvent;
 using Resources = std::vector<ZelClient::Resource>;
 
@@ -155,11 +156,15 @@ class ZelTest : public ::testing::Test {
         binder_host::reset();
     }
 
-    FakeTorqHal& startHal(bool declare = true) {
-        hal_ = std::make_unique<FakeTorqHal>(declare);
+    // The reference HAL, running, declared in the manifest or not.
+    SimHost& startHal(bool declare = true) {
+        SimHost::Options options;
+        options.declare = declare;
+        hal_ = std::make_unique<SimHost>(options);
+        EXPECT_TRUE(hal_->start());
         return *hal_;
     }
-    FakeTorqHal& hal() { return *hal_; }
+    SimHost& hal() { return *hal_; }
 
     std::vector<LogLine> zelLog() const { return log_.linesWithTag(kZelTag); }
     // The trace as "name" for a section's start and "end" for its end.
@@ -175,12 +180,12 @@ class ZelTest : public ::testing::Test {
         trace_.clear();
     }
 
-    static void undeclare() { binder_host::undeclareInstance(torq_test::kTorqInstance); }
-    static void declare() { binder_host::declareInstance(torq_test::kTorqInstance); }
+    static void undeclare() { binder_host::undeclareInstance(torq_sim::kTorqInstance); }
+    static void declare() { binder_host::declareInstance(torq_sim::kTorqInstance); }
 
     torq_test::LogCapture log_;
     torq_test::TraceCapture trace_;
-    std::unique_ptr<FakeTorqHal> hal_;
+    std::unique_ptr<SimHost> hal_;
 };
 
 // ---- The connection ------------------------------------------------------------------------
@@ -268,7 +273,7 @@ class ZelEntryPointTest : public ZelTest, public ::testing::WithParamInterface<s
 // service up again.
 TEST_P(ZelEntryPointTest, ConnectsOnceAndAgainAfterAFailedCall) {
     const EntryPoint& ep = entryPoints()[GetParam()];
-    FakeTorqHal& hal = startHal(/*declare=*/false);
+    SimHost& hal = startHal(/*declare=*/false);
 
     EXPECT_EQ(ep.failure, ep.call());
     EXPECT_THAT(zelLog(),
@@ -352,7 +357,7 @@ TEST_F(ZelConnectionTest, FailedConnectionAttemptsAreNotKept) {
 // again, then the first one gets through. A call racing the notice fails, whichever comes first.
 TEST_F(ZelConnectionTest, HalDeathDropsTheConnectionUntilARestart) {
     const LogLine acquire = info("ZelEventAcquire, cmdid:1, pkg:p, identity:i");
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     for (int i = 0; i < 3; ++i) ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
 
     clearCaptures();
@@ -381,7 +386,7 @@ TEST_F(ZelConnectionTest, HalDeathDropsTheConnectionUntilARestart) {
 // Both front ends hold their interface lock shared for the whole transaction: a call waiting in
 // the HAL must not hold back callers on other threads.
 TEST_F(ZelConnectionTest, CallInFlightDoesNotHoldBackOtherCallers) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);  // both connect before the hold
     std::list<ZelClient::Resource> boost{{0x01010020, "2000000"}};
     ASSERT_GT(torqHalclient::torqResCtlRequest(100, boost, 0), 0);
@@ -392,24 +397,29 @@ TEST_F(ZelConnectionTest, CallInFlightDoesNotHoldBackOtherCallers) {
     std::thread halclientCaller([&] { torqHalclient::torqResCtlRequest(100, boost, 0); });
     const bool bothInFlight = hal.waitForCalls("request", 2);
     // Other calls of both front ends get through meanwhile (were they serialised, they would
-    // wait for the held calls, and the test would time out here).
+    // wait for the held calls).
+    std::future<int32_t> others;
+    bool othersDone = false;
     if (bothInFlight) {
-        auto others = std::async(std::launch::async, [] {
+        others = std::async(std::launch::async, [] {
             ZelRelease(7);
             return torqHalclient::torqResCtlRelease(8);
         });
-        EXPECT_EQ(others.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-        EXPECT_EQ(hal.count("release"), 2u);
+        othersDone = others.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
     }
+    const size_t releasesWhileHeld = hal.count("release");
     hal.releaseHeld();
     zelCaller.join();
     halclientCaller.join();
+    if (others.valid()) others.get();
     ASSERT_TRUE(bothInFlight);
+    EXPECT_TRUE(othersDone);
+    EXPECT_EQ(releasesWhileHeld, 2u);
     EXPECT_EQ(hal.count("request"), 2u);
 }
 
 TEST_F(ZelConnectionTest, ConcurrentFirstCallsAllGetThrough) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     constexpr int kThreads = 4;
     for (int round = 0; round < 8; ++round) {
         // Every round starts disconnected: the previous round's HAL has died.
@@ -468,7 +478,7 @@ class ZelAcquireTest : public ZelTest {
 // entry first, values travel present (empty when the caller gave none), empty texts show as
 // "none", and the HAL's handle comes back unchecked.
 TEST_F(ZelAcquireTest, EachAcquisitionSendsItsKindAndReturnsTheHandle) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     hal.setAnswer("request", result(42));
     EXPECT_EQ(42, ZelEventAcquire(11, "com.example.cam", "cameraserver", 3000,
                                   {{0x010108a0, "1500"}, {0x02, std::nullopt}, {0, ""}}));
@@ -505,7 +515,7 @@ TEST_F(ZelAcquireTest, EachAcquisitionSendsItsKindAndReturnsTheHandle) {
 // The trace name holds at most 1022 characters and ends at an embedded NUL; the parcel keeps the
 // whole text.
 TEST_F(ZelAcquireTest, TraceNameIsCutButTheParcelKeepsTheWholeText) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     const std::string prefix = "ZelEventAcquire  cmd_id:1 pkg:";
     const std::string suffix = " identity:i duration:2";  // 30 + 22 characters around the package
     for (const std::string& pkg : {std::string(970, 'p'), std::string(971, 'p'),
@@ -528,7 +538,7 @@ TEST_F(ZelAcquireTest, ReleaseSendsTheHandleAndTraceMarksFollowTheAlwaysTag) {
     EXPECT_THAT(marks(), ElementsAre("ZelEventAcquire  cmd_id:2 pkg:p identity:i duration:3", "end",
                                      "ZelRelease: 8", "end"));
 
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     clearCaptures();
     ZelRelease(-17);
     EXPECT_EQ(-17, hal.last("release").handle);
@@ -551,7 +561,7 @@ class ZelForwardTest : public ZelTest {};
 // HALs in the field read one identical notify entry per value (at least one) and expect no
 // extras. System info and rules pass their arguments untouched.
 TEST_F(ZelForwardTest, NotifySysInfoAndRulesSendTheirArgumentsAndReturnTheResult) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     const TorqRequestData same = entry(3, std::nullopt, 7);
     hal.setAnswer("request", result(-4));
     hal.setAnswer("setRelatedSysInfo", result(-9));
@@ -583,7 +593,7 @@ class ZelStateTest : public ZelTest {};
 // Only the ids travel. Each resource takes the value of the first record with its id; one with no
 // such record, or whose record has no value, keeps its own. No records at all is a failure.
 TEST_F(ZelStateTest, ResourcesTakeTheValueOfTheFirstMatchingRecord) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     hal.setAnswer("stateRequest", records({idRecord(0x20, "b"), idRecord(0x10, "a"),
                                            idRecord(0x10, "z"), idRecord(0x30)}));
     Resources res = {
@@ -613,7 +623,7 @@ TEST_F(ZelStateTest, ResourcesTakeTheValueOfTheFirstMatchingRecord) {
 }
 
 TEST_F(ZelStateTest, EmptyInputFailsButConnectsFirst) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     Resources none;
 
     EXPECT_EQ(-1, ZelMutiResStateRequest(none));
@@ -623,13 +633,14 @@ TEST_F(ZelStateTest, EmptyInputFailsButConnectsFirst) {
 
     // The connection made by the failed call is used without looking the service up again.
     undeclare();
+    hal.setAnswer("stateRequest", records({}));  // the HAL knows no such mode
     EXPECT_EQ(-1, ZelGetPMStatus(1));
     EXPECT_EQ(1u, hal.count("stateRequest"));
 }
 
 // The single query writes only a value that came back, and only up to its first NUL.
 TEST_F(ZelStateTest, SingleResourceQueryWritesOnlyAFoundValue) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     std::string value = "untouched";
     for (const TorqRequestData& record : {idRecord(0x0a), idRecord(0x0b, "7")}) {
         hal.setAnswer("stateRequest", records({record}));
@@ -652,7 +663,7 @@ TEST_F(ZelStateTest, SingleResourceQueryWritesOnlyAFoundValue) {
 }
 
 TEST_F(ZelStateTest, HistoryJoinsExtrasWithNoneForAbsentOnes) {
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     std::vector<TorqRequestData> recs(3);
     recs[0].extra = "a";
     recs[2].extra = "c";
@@ -703,7 +714,7 @@ TEST_F(ZelStateTest, PowerModeParsesTheLeadingNumber) {
             {"2147483648", -1,
              "Out of range exception: " + stoiMessage<std::out_of_range>("2147483648") + "\n"},
     };
-    FakeTorqHal& hal = startHal();
+    SimHost& hal = startHal();
     for (const Row& row : rows) {
         SCOPED_TRACE(row.value);
         hal.setAnswer("stateRequest", records({idRecord(4, row.value)}));

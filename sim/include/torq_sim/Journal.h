@@ -7,6 +7,7 @@
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestData.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -37,6 +38,7 @@ struct ReceivedCall {
     int64_t second = 0;        // setRelatedSysInfo value
     int32_t status = 0;        // ruleCtl status
     std::vector<TorqRequestData> entries;  // ruleCtl data
+    int32_t callingPid = 0;                // the caller's process (AIBinder_getCallingPid)
 };
 
 /** What the HAL answered to one call. A value is set only when the reply carried it. */
@@ -80,12 +82,15 @@ class Journal {
     std::vector<JournalEntry> since(uint64_t mark) const;
     std::vector<JournalEntry> entries() const;
     size_t size() const;
+    // Waits up to `timeoutMs` for an entry with seq >= mark to be recorded. False on timeout.
+    bool waitPast(uint64_t mark, int64_t timeoutMs) const;
 
   private:
     void add(JournalEntry entry);
 
     const size_t capacity_;
     mutable std::mutex mutex_;
+    mutable std::condition_variable added_;
     std::deque<JournalEntry> entries_;
     uint64_t nextSeq_ = 1;
 };

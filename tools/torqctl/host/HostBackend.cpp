@@ -32,6 +32,7 @@ class SimBackend : public Backend {
         return true;
     }
     bool restartHal(std::string* error) override {
+        host_.kill();  // restart-hal also replaces a running HAL
         if (!host_.restart()) {
             *error = "the simulator could not register the HAL";
             return false;

@@ -1,0 +1,324 @@
+// The simulator as a scriptable HAL for tests, where a fault would quietly weaken every test built
+// on it: what it records, how scripted answers override the model, the callbacks it holds, the
+// requests it refuses, and death, restart and the manifest.
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_ibinder.h>
+#include <android/binder_manager.h>
+#include <android/binder_status.h>
+#include <binder_host/process.h>
+#include <gtest/gtest.h>
+
+#include <aidl/vendor/quarn/hardware/torq/ITorq.h>
+
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "SimTestUtil.h"
+#include "torq_sim/SimHost.h"
+
+namespace torq_sim_test {
+namespace {
+
+using ::aidl::vendor::quarn::hardware::torq::ITorq;
+using torq_sim::SentAnswer;
+using torq_sim::SimHost;
+
+std::shared_ptr<ITorq> connect() {
+    ::ndk::SpAIBinder binder(AServiceManager_checkService(torq_sim::kTorqInstance));
+    return ITorq::fromBinder(binder);
+}
+
+TorqRequestData idRecord(int32_t id, std::optional<std::string> value = std::nullopt) {
+    TorqRequestData d;
+    d.id = id;
+    d.value = std::move(value);
+    return d;
+}
+
+SentAnswer result(int32_t value) {
+    SentAnswer a;
+    a.result = value;
+    return a;
+}
+
+SentAnswer failure(int32_t exception, int32_t code = 0) {
+    SentAnswer a;
+    a.exception = exception;
+    a.serviceSpecificError = code;
+    return a;
+}
+
+class SimScriptTest : public ::testing::Test {
+  protected:
+    void SetUp() override { binder_host::reset(); }
+    void TearDown() override { binder_host::reset(); }
+};
+
+TEST_F(SimScriptTest, RecordsEveryCallInOrderWithTheCallingProcess) {
+    SimHost hal;
+    ASSERT_TRUE(hal.start());
+    auto torq = connect();
+    ASSERT_NE(torq, nullptr);
+    EXPECT_TRUE(torq->isRemote());
+    int32_t r = 0;
+    ASSERT_TRUE(torq->init().isOk());
+    ASSERT_TRUE(torq->release(5, &r).isOk());
+    binder_host::ProcessId client = binder_host::createProcess("client");
+    ASSERT_TRUE(binder_host::runInProcess(client, [&] {
+        int32_t x = 0;
+        EXPECT_TRUE(connect()->listeningUnregister(6, &x).isOk());
+    }));
+    auto calls = hal.calls();
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0].method, "init");
+    EXPECT_EQ(calls[1].method, "release");
+    EXPECT_EQ(calls[1].handle, 5);
+    EXPECT_EQ(calls[1].callingPid, binder_host::kDefaultProcess);
+    EXPECT_EQ(calls[2].method, "listeningUnregister");
+    EXPECT_EQ(calls[2].callingPid, client);
+    EXPECT_EQ(hal.count("release"), 1u);
+    EXPECT_EQ(hal.calls("init").size(), 1u);
+    EXPECT_EQ(hal.last("listeningUnregister").handle, 6);
+    hal.clearCalls();
+    EXPECT_TRUE(hal.calls().empty());
+    EXPECT_FALSE(hal.journal()->entries().empty());  // the journal keeps them
+    EXPECT_THROW(hal.last("release"), std::invalid_argument);
+
+    EXPECT_FALSE(hal.waitForCalls("release", 1, 50));
+    std::thread caller([] {
+        int32_t r = 0;
+        for (int i = 0; i < 3; ++i) EXPECT_TRUE(connect()->release(i, &r).isOk());
+    });
+    EXPECT_TRUE(hal.waitForCalls("release", 3));
+    caller.join();
+}
+
+TEST_F(SimScriptTest, OnceAnswersGoBeforeTheStandingOneAndOkAnswersKeepTheModel) {
+    SimHost hal;
+    ASSERT_TRUE(hal.start());
+    auto torq = connect();
+    TorqRequestParcel boost;
+    boost.kind = 1;
+    boost.data = {idRecord(0x010108A0, "55")};
+    int32_t handle = 0;
+
+    hal.setAnswer("request", result(500));
+    hal.answerOnce("request", failure(EX_ILLEGAL_STATE));
+    hal.answerOnce("request", failure(EX_SERVICE_SPECIFIC, 7));
+    handle = -9;
+    ndk::ScopedAStatus st = torq->request(boost, &handle);
+    EXPECT_EQ(st.getExceptionCode(), EX_ILLEGAL_STATE);
+    EXPECT_EQ(handle, -9);  // a failed reply carries no out value
+    st = torq->request(boost, &handle);
+    EXPECT_EQ(st.getServiceSpecificError(), 7);
+    // A failing answer replaces the model: nothing was set so far.
+    std::vector<TorqRequestData> state;
+    TorqRequestParcel query;
+    query.data = {idRecord(0x010108A0)};
+    ASSERT_TRUE(torq->stateRequest(query, &state).isOk());
+    ASSERT_EQ(state.size(), 1u);
+    EXPECT_EQ(state[0].value, "80");
+
+    // An OK answer lets the model act and replaces only the out value it names.
+    ASSERT_TRUE(torq->request(boost, &handle).isOk());
+    EXPECT_EQ(handle, 500);
+    ASSERT_TRUE(torq->stateRequest(query, &state).isOk());
+    EXPECT_EQ(state[0].value, "55");
+    SentAnswer records;
+    records.records = std::vector<TorqRequestData>{idRecord(1, "x"), idRecord(2, "y")};
+    hal.answerOnce("stateRequest", records);
+    ASSERT_TRUE(torq->stateRequest(query, &state).isOk());
+    EXPECT_EQ(state, *records.records);
+    SentAnswer text;
+    text.text = "scripted";
+    hal.setAnswer("propertyGet", text);
+    std::string value;
+    ASSERT_TRUE(torq->propertyGet("torq.power_mode", &value).isOk());
+    EXPECT_EQ(value, "scripted");
+
+    // The journal shows what was answered, scripted or not.
+    const auto entries = hal.journal()->entries();
+    EXPECT_EQ(entries.back().answer.text, "scripted");
+
+    hal.clearAnswers("request");
+    ASSERT_TRUE(torq->request(boost, &handle).isOk());
+    EXPECT_GT(handle, 0);
+    EXPECT_NE(handle, 500);
+    hal.clearAnswers();
+    ASSERT_TRUE(torq->propertyGet("torq.power_mode", &value).isOk());
+    EXPECT_NE(value, "scripted");
+
+    // A transaction error fails the call below the interface.
+    SentAnswer broken;
+    broken.transactionError = STATUS_FAILED_TRANSACTION;
+    hal.answerOnce("release", broken);
+    EXPECT_EQ(torq->release(handle, &handle).getStatus(), STATUS_FAILED_TRANSACTION);
+}
+
+TEST_F(SimScriptTest, RefusesWhatItCannotHonourAndChangesNothing) {
+    SimHost hal;
+    SentAnswer records;
+    records.records = std::vector<TorqRequestData>{};
+    SentAnswer text;
+    text.text = "x";
+    SentAnswer failingWithValue = failure(EX_ILLEGAL_STATE);
+    failingWithValue.result = 3;
+    SentAnswer codeWithoutException;
+    codeWithoutException.serviceSpecificError = 4;
+    struct Case {
+        const char* what;
+        std::function<void()> call;
+    };
+    const Case cases[] = {
+            {"unknown method", [&] { hal.setAnswer("reqest", result(1)); }},
+            {"unknown method, once", [&] { hal.answerOnce("", SentAnswer{}); }},
+            {"records for release", [&] { hal.setAnswer("release", records); }},
+            {"text for request", [&] { hal.answerOnce("request", text); }},
+            {"result for stateRequest", [&] { hal.setAnswer("stateRequest", result(1)); }},
+            {"result for init", [&] { hal.setAnswer("init", result(1)); }},
+            {"value with a failure", [&] { hal.setAnswer("release", failingWithValue); }},
+            {"code without exception", [&] { hal.setAnswer("release", codeWithoutException); }},
+            {"clear an unknown method", [&] { hal.clearAnswers("nope"); }},
+            {"calls of an unknown method", [&] { hal.calls("nope"); }},
+            {"wait for an unknown method", [&] { hal.waitForCalls("nope", 1, 0); }},
+            {"callback of a HAL not running", [&] { (void)hal.invokeCallback(0, {}); }},
+    };
+    for (const Case& c : cases) {
+        EXPECT_THROW(c.call(), std::invalid_argument) << c.what;
+    }
+    // Nothing was scripted by the refused calls: the model answers.
+    ASSERT_TRUE(hal.start());
+    int32_t r = 0;
+    ASSERT_TRUE(connect()->release(77, &r).isOk());
+    EXPECT_EQ(r, -1);
+    EXPECT_THROW(hal.restart(), std::invalid_argument);  // running
+    EXPECT_TRUE(hal.alive());
+}
+
+TEST_F(SimScriptTest, HoldsInvokesAndDropsCallbacks) {
+    SimHost::Options options;
+    options.modelCallbacks = false;  // the model would answer the request's callback itself
+    SimHost hal(options);
+    ASSERT_TRUE(hal.start());
+    auto torq = connect();
+    auto a = ndk::SharedRefBase::make<RecordingCallback>();
+    auto b = ndk::SharedRefBase::make<RecordingCallback>();
+    TorqRequestParcel withCallback;
+    withCallback.kind = 1;
+    withCallback.callback = a;
+    int32_t h = 0;
+    ASSERT_TRUE(torq->request(withCallback, &h).isOk());
+    ASSERT_TRUE(torq->request({}, &h).isOk());  // no callback: nothing held
+    ASSERT_TRUE(torq->thermalListeningRegister({}, b, &h).isOk());
+    ASSERT_EQ(hal.callbackCount(), 2u);
+    EXPECT_TRUE(hal.last("thermalListeningRegister").hasCallback);
+    EXPECT_TRUE(hal.calls("request")[0].hasCallback);
+    EXPECT_EQ(hal.last("request").parcel.callback, nullptr);  // records keep no callback
+
+    ASSERT_TRUE(hal.invokeCallback(1, {idRecord(1), idRecord(2)}).isOk());
+    ASSERT_TRUE(hal.invokeCallback(0, {idRecord(1)}).isOk());
+    ASSERT_TRUE(a->waitFor(1));
+    ASSERT_TRUE(b->waitFor(1));
+    EXPECT_EQ(a->calls().back().size(), 1u);
+    EXPECT_EQ(b->calls().back().size(), 2u);
+    EXPECT_THROW((void)hal.invokeCallback(2, {}), std::invalid_argument);
+    hal.dropCallbacks();
+    EXPECT_EQ(hal.callbackCount(), 0u);
+    EXPECT_THROW((void)hal.invokeCallback(0, {}), std::invalid_argument);
+}
+
+// A HAL whose model calls nobody back: listeners hear only what the test sends them.
+TEST_F(SimScriptTest, WithoutModelCallbacksOnlyTheTestCallsBack) {
+    for (bool modelCallbacks : {true, false}) {
+        SCOPED_TRACE(modelCallbacks);
+        binder_host::reset();
+        SimHost::Options options;
+        options.modelCallbacks = modelCallbacks;
+        SimHost hal(options);
+        ASSERT_TRUE(hal.start());
+        auto torq = connect();
+        auto listener = ndk::SharedRefBase::make<RecordingCallback>();
+        TorqRequestParcel watch;
+        watch.data = {idRecord(0x010108A0)};
+        int32_t h = 0;
+        ASSERT_TRUE(torq->listeningRegister(watch, listener, &h).isOk());
+        TorqRequestParcel boost;
+        boost.kind = 1;
+        boost.data = {idRecord(0x010108A0, "60")};
+        ASSERT_TRUE(torq->request(boost, &h).isOk());
+        ASSERT_TRUE(binder_host::drain());
+        EXPECT_EQ(listener->calls().size(), modelCallbacks ? 1u : 0u);
+        ASSERT_TRUE(hal.invokeCallback(0, {idRecord(0x010108A0, "61")}).isOk());
+        ASSERT_TRUE(listener->waitFor(modelCallbacks ? 2 : 1));
+        EXPECT_EQ(listener->calls().back(), (Records{idRecord(0x010108A0, "61")}));
+        hal.kill();
+    }
+}
+
+void onDeath(void* cookie) {
+    static_cast<std::atomic<int>*>(cookie)->fetch_add(1);
+}
+
+TEST_F(SimScriptTest, KillFiresDeathNoticesRestartServesAgainAndTheManifestIsAsAsked) {
+    auto hal = std::make_unique<SimHost>();
+    // Declared but not running: clients are told it exists, but nothing serves yet.
+    hal->declare();
+    EXPECT_TRUE(AServiceManager_isDeclared(torq_sim::kTorqInstance));
+    EXPECT_EQ(connect(), nullptr);
+    ASSERT_TRUE(hal->start());
+    EXPECT_NE(hal->pid(), binder_host::kDefaultProcess);
+    auto torq = connect();
+    ASSERT_NE(torq, nullptr);
+    auto cb = ndk::SharedRefBase::make<RecordingCallback>();
+    int32_t h = 0;
+    hal->setAnswer("listeningRegister", result(41));  // scripts survive a restart
+    ASSERT_TRUE(torq->listeningRegister({}, cb, &h).isOk());
+    EXPECT_EQ(h, 41);
+    std::atomic<int> deaths{0};
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDeath));
+    ASSERT_EQ(AIBinder_linkToDeath(torq->asBinder().get(), recipient.get(), &deaths), STATUS_OK);
+    const binder_host::ProcessId first = hal->pid();
+
+    hal->kill();
+    EXPECT_FALSE(hal->alive());
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(deaths, 1);
+    EXPECT_EQ(hal->callbackCount(), 0u);  // a dead HAL holds nothing
+    EXPECT_EQ(torq->release(1, &h).getStatus(), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(connect(), nullptr);
+    EXPECT_TRUE(AServiceManager_isDeclared(torq_sim::kTorqInstance));  // still in the manifest
+
+    ASSERT_TRUE(hal->restart());
+    EXPECT_TRUE(hal->alive());
+    EXPECT_NE(hal->pid(), first);
+    auto again = connect();
+    ASSERT_NE(again, nullptr);
+    ASSERT_TRUE(again->listeningRegister({}, cb, &h).isOk());
+    EXPECT_EQ(h, 41);
+    EXPECT_EQ(hal->count("listeningRegister"), 2u);  // the record survives the restart
+    ASSERT_TRUE(again->thermalListeningRegister({}, cb, &h).isOk());
+    EXPECT_EQ(h, 1);  // a fresh model counts from 1 again
+
+    // Killed behind the host's back, the HAL cannot be called back.
+    binder_host::killProcess(hal->pid());
+    EXPECT_FALSE(hal->alive());
+    EXPECT_THROW((void)hal->invokeCallback(0, {}), std::invalid_argument);
+    ASSERT_TRUE(hal->restart());  // a HAL that died on its own can be restarted
+
+    // Gone with the host: neither registered nor declared.
+    hal.reset();
+    EXPECT_EQ(connect(), nullptr);
+    EXPECT_FALSE(AServiceManager_isDeclared(torq_sim::kTorqInstance));
+    SimHost::Options options;
+    options.declare = false;
+    SimHost undeclared(options);
+    ASSERT_TRUE(undeclared.start());
+    EXPECT_FALSE(AServiceManager_isDeclared(torq_sim::kTorqInstance));
+    EXPECT_NE(connect(), nullptr);
+}
+
+}  // namespace
+}  // namespace torq_sim_test
