@@ -31,6 +31,8 @@ void quiesceAtExit() {
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+    // Threads of killed processes that have ended are joined now (later ones detach themselves).
+    joinExitedThreads();
 }
 
 // Counts the calling binder thread as running a work item; false when the program is exiting.
@@ -315,7 +317,12 @@ void Process::workerLoop() {
         if (it->get_id() != self) continue;
         World& w = world();
         std::lock_guard<std::mutex> exitedLock(w.exitedMutex);
-        w.exited.push_back(std::move(*it));
+        // Nobody joins once the program is exiting.
+        if (w.exiting.load(std::memory_order_seq_cst)) {
+            it->detach();
+        } else {
+            w.exited.push_back(std::move(*it));
+        }
         threads.erase(it);
         break;
     }
