@@ -351,6 +351,16 @@ void detachLinkLocked(const std::shared_ptr<DeathLink>& link);
 void dropServicesOf(Process* process);
 void clearServices();
 
+// Parcels and buffers recycled per thread: a call's request and reply parcels, and the byte
+// buffers they carry between the caller and the binder thread, are reused by the next call
+// instead of being allocated again.
+AParcel* newParcel();
+void recycleParcel(AParcel* parcel);
+// A binder thread's spare buffer becomes a reply's storage; a served request's buffer becomes
+// the next spare.
+void lendSpareBuffer(AParcel* reply);
+void keepSpareBuffer(AParcel* served);
+
 // Parcel helpers shared with the transaction code.
 binder_status_t writeInterfaceToken(AParcel* parcel, const AIBinder_Class* clazz);
 binder_status_t checkInterfaceToken(const AParcel* parcel, const AIBinder_Class* clazz);
