@@ -180,4 +180,41 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
                 static_cast<long long>(growth), threadsAtStart);
 }
 
+// The same without restarts: a callback that lets go of itself while the service calls it must
+// leave nothing behind in a service that lives on (in the service's proxy table, its queues or
+// the callback's process).
+TEST_F(RestartTest, CallbacksThatLetGoOfThemselvesLeaveNothingInALivingService) {
+    const binder_host::ProcessId pid = binder_host::createProcess("hal", 2);
+    startService(pid, kInstance, serve);
+    ndk::SpAIBinder svc = getService(kInstance);
+    ASSERT_NE(nullptr, svc.get());
+    std::atomic<int> callbacks{0};
+    auto oneCall = [&] {
+        auto* holder = new ndk::SpAIBinder;
+        *holder = makeBinder(
+                [holder, &callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
+                    callbacks.fetch_add(1);
+                    delete holder;
+                    return STATUS_OK;
+                });
+        return call(svc, kCallMeBack,
+                    [holder](AParcel* in) { ndk::AParcel_writeData(in, *holder); });
+    };
+    size_t heapAtStart = 0;
+    for (int i = 0; i < kCycles; ++i) {
+        if (i == kWarmupCycles) {
+            ASSERT_TRUE(binder_host::drain());
+            heapAtStart = heapBytes();
+        }
+        ASSERT_EQ(STATUS_OK, oneCall());
+    }
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(kCycles, callbacks.load());
+    EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
+    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
+    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
+            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles
+            << " callbacks";
+}
+
 }  // namespace
