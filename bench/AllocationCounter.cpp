@@ -1,5 +1,6 @@
 #include "AllocationCounter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -7,6 +8,9 @@ namespace {
 
 // Plain thread-local counter: no atomics and no locks on the path being measured.
 thread_local uint64_t t_allocations = 0;
+
+std::atomic<bool> g_countAllThreads{false};
+std::atomic<uint64_t> g_allThreadAllocations{0};
 
 }  // namespace
 
@@ -20,6 +24,16 @@ uint64_t allocationsOnThisThread() {
     return t_allocations;
 }
 
+uint64_t startCountingAllThreads() {
+    g_countAllThreads.store(true, std::memory_order_seq_cst);
+    return g_allThreadAllocations.load(std::memory_order_seq_cst);
+}
+
+uint64_t stopCountingAllThreads() {
+    g_countAllThreads.store(false, std::memory_order_seq_cst);
+    return g_allThreadAllocations.load(std::memory_order_seq_cst);
+}
+
 }  // namespace zel_bench
 
 #if ZEL_BENCH_COUNT_ALLOCATIONS
@@ -29,8 +43,15 @@ uint64_t allocationsOnThisThread() {
 
 namespace {
 
-void* countedAllocate(std::size_t size) {
+void countAllocation() {
     ++t_allocations;
+    if (g_countAllThreads.load(std::memory_order_relaxed)) {
+        g_allThreadAllocations.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void* countedAllocate(std::size_t size) {
+    countAllocation();
     if (size == 0) size = 1;
     for (;;) {
         if (void* p = std::malloc(size)) return p;
@@ -41,7 +62,7 @@ void* countedAllocate(std::size_t size) {
 }
 
 void* countedAllocateAligned(std::size_t size, std::align_val_t alignment) {
-    ++t_allocations;
+    countAllocation();
     const auto align = static_cast<std::size_t>(alignment);
     // aligned_alloc wants a size that is a multiple of the alignment.
     std::size_t rounded = (size + align - 1) / align * align;

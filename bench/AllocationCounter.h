@@ -16,4 +16,9 @@ bool allocationCountingEnabled();
 // Allocations made on this thread since it started.
 uint64_t allocationsOnThisThread();
 
+// A window in which allocations on every thread are also counted (one shared atomic, so only
+// while the window is open: the timed calls never pay for it). Each returns the shared count.
+uint64_t startCountingAllThreads();
+uint64_t stopCountingAllThreads();
+
 }  // namespace zel_bench

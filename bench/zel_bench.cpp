@@ -32,6 +32,7 @@
 
 #include "AllocationCounter.h"
 #include "BenchHal.h"
+#include "Handoff.h"
 #include "Latency.h"
 #include "Report.h"
 #include "ZelClient.h"
@@ -309,6 +310,7 @@ std::vector<Case> buildCases(const std::shared_ptr<ITorq>& hal, const Floors& f,
 std::vector<Comparison> comparisons() {
     constexpr double kFrontEnd = 1.15;
     constexpr double kLookup = 1.05;
+    constexpr double kHandoff = 2.5;
     return {
             {"torqResCtlRequest, 3 resources", "torqResCtlRequest/3_resources",
              "ITorq::request/resctl", kFrontEnd, false},
@@ -333,6 +335,9 @@ std::vector<Comparison> comparisons() {
              "ITorq::ruleCtl/target_load", kFrontEnd, false},
             {"ZelNotifyWapper, src 9000 + data", "ZelNotifyWapper/src_9000",
              "ITorq::ruleCtl/game_adp", kFrontEnd, false},
+            // The host runtime itself: its smallest transaction next to a bare spin handoff
+            // between two threads, the least any cross-thread round trip costs here.
+            {"ITorq::release vs thread handoff", "ITorq::release", "handoff/spin", kHandoff, false},
     };
 }
 
@@ -588,6 +593,9 @@ int main(int argc, char** argv) {
                     ->Unit(benchmark::kMicrosecond)
                     ->UseRealTime();
         }
+        benchmark::RegisterBenchmark("handoff/spin", measureHandoff, g_timerOverheadNs)
+                ->Unit(benchmark::kMicrosecond)
+                ->UseRealTime();
         const std::vector<Part> parts = buildParts();
         for (const Part& p : parts) {
             benchmark::RegisterBenchmark(p.name.c_str(), measurePart, &p.work)
@@ -625,6 +633,16 @@ int main(int argc, char** argv) {
             if (verdict.notRun > 0) std::cout << ", " << verdict.notRun << " not run";
             std::cout << "\n";
             if (verdict.failed > 0 && enforce) status = 1;
+        }
+        if (allocationCountingEnabled()) {
+            // Both sides of the bare transaction: the caller's thread and the HAL's binder thread.
+            for (const Case& c : cases) {
+                if (c.name != "ITorq::release") continue;
+                std::cout << "\n"
+                          << c.name << ": "
+                          << allocationsPerCallAllThreads(c.call, quick ? 100 : 10000)
+                          << " allocs per call on all threads\n";
+            }
         }
         std::cout << "\nparts of the own share (mean ns per run, median over the repetitions):\n";
         printParts(std::cout, partNames, results, allocationCountingEnabled());

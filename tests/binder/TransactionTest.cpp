@@ -181,6 +181,82 @@ TEST_F(TransactionTest, BadCodesTokensAndTargetsAreRefusedAndTheRequestIsAlwaysC
     EXPECT_EQ(STATUS_INVALID_OPERATION, call(raw, kEcho));
 }
 
+// Parcels, their buffers and transaction records are reused from one call to the next; nothing
+// of an earlier call (bytes, binders, a failed call's reply) may show in a later one.
+TEST_F(TransactionTest, ReusedParcelsAndRecordsCarryNothingIntoTheNextCall) {
+    startService(hal, "svc",
+                 [](AIBinder*, transaction_code_t code, const AParcel* in,
+                    AParcel* out) -> binder_status_t {
+                     int32_t count = 0;
+                     if (AParcel_readInt32(in, &count) != STATUS_OK) return STATUS_BAD_VALUE;
+                     for (int32_t i = 0; i < count; ++i) AParcel_writeInt32(out, 7);
+                     if (code == kDrop) {
+                         // A reply with a binder, then a failure: the reply stays behind.
+                         ndk::SpAIBinder extra = makeBinder(noop);
+                         ndk::AParcel_writeData(out, extra);
+                         return STATUS_BAD_VALUE;
+                     }
+                     return STATUS_OK;
+                 });
+    ndk::SpAIBinder svc = getService("svc");
+    ASSERT_NE(nullptr, svc.get());
+    struct Step {
+        transaction_code_t code;
+        int32_t words;      // int32 words the HAL writes into the reply
+        size_t requestPad;  // extra request bytes (large ones are not kept for reuse)
+        binder_status_t expected;
+    };
+    const Step steps[] = {
+            {kEcho, 64, 0, STATUS_OK},    {kDrop, 32, 0, STATUS_BAD_VALUE},
+            {kEcho, 1, 0, STATUS_OK},     {kEcho, 0, 0, STATUS_OK},
+            {kEcho, 2, 40000, STATUS_OK}, {kDrop, 8, 40000, STATUS_BAD_VALUE},
+            {kEcho, 3, 0, STATUS_OK},     {kEcho, 1, 20, STATUS_OK},
+    };
+    for (int round = 0; round < 3; ++round) {
+        for (const Step& step : steps) {
+            SCOPED_TRACE(::testing::Message() << "round " << round << ", " << step.words
+                                              << " words, code " << step.code);
+            int32_t size = -1;
+            int32_t first = 0;
+            const std::vector<int8_t> pad(step.requestPad, 1);
+            const binder_status_t status = call(
+                    svc, step.code,
+                    [&](AParcel* in) {
+                        AParcel_writeInt32(in, step.words);
+                        if (!pad.empty()) ndk::AParcel_writeVector(in, pad);
+                    },
+                    [&](const AParcel* out) {
+                        size = AParcel_getDataSize(out);
+                        if (step.words > 0) AParcel_readInt32(out, &first);
+                    });
+            ASSERT_EQ(step.expected, status);
+            if (status != STATUS_OK) continue;
+            EXPECT_EQ(step.words * 4, size);
+            if (step.words > 0) {
+                EXPECT_EQ(7, first);
+            }
+        }
+        // Oneway calls in between take records and parcels of their own.
+        ASSERT_EQ(STATUS_OK, call(
+                                     svc, kEcho, [](AParcel* in) { AParcel_writeInt32(in, 5); },
+                                     nullptr, FLAG_ONEWAY));
+    }
+    // A parcel made after one was deleted starts empty.
+    AParcel* used = AParcel_create();
+    AParcel_writeInt32(used, 42);
+    AParcel_delete(used);
+    AParcel* fresh = AParcel_create();
+    EXPECT_EQ(0, AParcel_getDataSize(fresh));
+    int32_t value = 0;
+    EXPECT_NE(STATUS_OK, AParcel_readInt32(fresh, &value));
+    AParcel_delete(fresh);
+    // The binders left in failed replies were dropped: none of the HAL's stays alive.
+    svc = ndk::SpAIBinder();
+    binder_host::killProcess(hal);
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(0u, binder_host::liveBinderCount(hal));
+}
+
 TEST_F(TransactionTest, ObjectLivesUntilEveryOtherProcessHasDroppedIt) {
     // The HAL keeps the proxies it is given until asked to drop them (kDrop) or killed.
     std::vector<ndk::SpAIBinder> kept;

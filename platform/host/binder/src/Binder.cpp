@@ -132,6 +132,7 @@ void Transaction::release() {
 }
 
 void serveTransaction(Transaction* txn) {
+    if (!txn->oneway()) lendSpareBuffer(&txn->reply);
     AIBinder* node = txn->node;
     const AIBinder_Class* clazz = node->clazz.load(std::memory_order_acquire);
     ThreadContext saved = tls;
@@ -153,6 +154,10 @@ void serveTransaction(Transaction* txn) {
         const bool alive = node->process->alive.load(std::memory_order_acquire);
         txn->complete(alive ? status : STATUS_DEAD_OBJECT);
     }
+    // The request has been read: its binders are dropped here, in the object's process, and its
+    // buffer serves this thread's next reply.
+    txn->request.releaseObjects();
+    keepSpareBuffer(&txn->request);
 }
 
 // --- Death links -----------------------------------------------------------------------------
@@ -203,6 +208,48 @@ void deliverDeath(const std::shared_ptr<DeathLink>& link) {
     onDied(cookie);
     if (onUnlinked != nullptr) onUnlinked(cookie);
 }
+
+namespace {
+
+// The calling thread's last transaction record, kept for its next call. The cache holds the
+// caller's reference; the record is reused once the binder thread has let go of it too.
+struct CachedTransaction {
+    Transaction* txn = nullptr;
+    ~CachedTransaction() {
+        if (txn != nullptr) txn->release();
+    }
+};
+
+thread_local CachedTransaction tCachedTransaction;
+
+struct ParcelRecycler {
+    void operator()(AParcel* parcel) const { recycleParcel(parcel); }
+};
+using ParcelPtr = std::unique_ptr<AParcel, ParcelRecycler>;
+
+Transaction* takeTransaction() {
+    Transaction* txn = tCachedTransaction.txn;
+    if (txn == nullptr || txn->refs.load(std::memory_order_acquire) != 1) return new Transaction;
+    tCachedTransaction.txn = nullptr;
+    // A failed call leaves its reply behind, and a request too large to keep as a spare stays.
+    txn->request.clear();
+    txn->reply.clear();
+    txn->done = false;
+    txn->finished.store(false, std::memory_order_relaxed);
+    txn->status = STATUS_OK;
+    txn->next = txn->prev = nullptr;
+    return txn;
+}
+
+void dropCallerReference(Transaction* txn) {
+    if (tCachedTransaction.txn == nullptr) {
+        tCachedTransaction.txn = txn;
+    } else {
+        txn->release();
+    }
+}
+
+}  // namespace
 
 }  // namespace binder_host::internal
 
@@ -344,7 +391,7 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     *in = nullptr;
     const AIBinder_Class* clazz = binder->clazz.load(std::memory_order_acquire);
     if (clazz == nullptr) return STATUS_INVALID_OPERATION;
-    auto parcel = std::make_unique<AParcel>();
+    ParcelPtr parcel(newParcel());
     parcel->target = binder;
     if (clazz->writesHeader) {
         binder_status_t status = writeInterfaceToken(parcel.get(), clazz);
@@ -357,7 +404,7 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
                                   AParcel** out, binder_flags_t flags) {
     if (in == nullptr) return STATUS_UNEXPECTED_NULL;
-    std::unique_ptr<AParcel> request(*in);  // always consumed
+    ParcelPtr request(*in);  // always consumed
     *in = nullptr;
     if (out != nullptr) *out = nullptr;
     if (binder == nullptr || request == nullptr) return STATUS_UNEXPECTED_NULL;
@@ -380,7 +427,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         request->pos = 0;
         binder_status_t status = STATUS_OK;
         if (clazz->writesHeader) status = checkInterfaceToken(request.get(), clazz);
-        auto reply = std::make_unique<AParcel>();
+        ParcelPtr reply(newParcel());
         if (status == STATUS_OK) status = clazz->onTransact(node, code, request.get(), reply.get());
         reply->pos = 0;
         if (status == STATUS_OK && out != nullptr) *out = reply.release();
@@ -398,7 +445,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     // may already be gone when its process is being killed under it: then the object may be on
     // its way to destruction, and must not be brought back for this call.
     if (!tryIncStrong(node)) return STATUS_DEAD_OBJECT;
-    auto* txn = new Transaction;
+    Transaction* txn = takeTransaction();
     txn->node = node;
     txn->code = code;
     txn->flags = flags;
@@ -406,9 +453,9 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     // The bytes change hands rather than being copied: the caller has given the request up, so
     // nothing on its side can see the receiver's parcel. Only the binders need translating.
     txn->request = std::move(*request);
-    request.reset();
+    request->target = nullptr;  // the emptied parcel object carries the reply back
     translateObjects(&txn->request, owner);
-    if (!oneway) txn->refs.store(2, std::memory_order_relaxed);  // caller + binder thread
+    txn->refs.store(oneway ? 1 : 2, std::memory_order_relaxed);  // binder thread (+ caller)
 
     if (!owner->post(Work{Work::kTransaction, txn})) {
         if (!oneway) txn->release();
@@ -416,7 +463,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         return STATUS_DEAD_OBJECT;
     }
     if (oneway) {
-        if (out != nullptr) *out = new AParcel;
+        if (out != nullptr) *out = request.release();
         return STATUS_OK;
     }
 
@@ -429,11 +476,11 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     }
     if (status == STATUS_OK) {
         // The binder thread is done with the reply; it moves over the same way.
-        auto* reply = new AParcel(std::move(txn->reply));
-        translateObjects(reply, caller);
-        *out = reply;
+        *request = std::move(txn->reply);
+        translateObjects(request.get(), caller);
+        *out = request.release();
     }
-    txn->release();
+    dropCallerReference(txn);
     return status;
 }
 

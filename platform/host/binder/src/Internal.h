@@ -25,7 +25,8 @@
 //   World::registryMutex  the process table
 //   World::serviceMutex   service registry and manifest; may be followed by Process::mutex
 //   Process::mutex        queue, threads, proxy table, in-flight list, oneway state of its nodes;
-//                         may be followed by World::deathMutex and Transaction::mutex
+//                         may be followed by World::deathMutex, Transaction::mutex and
+//                         World::exitedMutex
 //   World::deathMutex     death links
 //   Transaction::mutex    completion of one synchronous transaction
 
@@ -232,9 +233,13 @@ struct Process : std::enable_shared_from_this<Process> {
     // process (false otherwise); releases are always accepted and, once the threads are gone,
     // run on the calling thread.
     bool post(Work work);
+    // The loop of a binder thread; the caller has counted it in `running`. Returns once the
+    // process is stopping and its queue is empty.
     void workerLoop();
     void spawnLocked();
-    void shutdownThreads();
+    // Lets the binder threads finish what is queued and end (called once, by killProcess, with
+    // `mutex` held). Each thread still running owes drain() its end.
+    void stopThreadsLocked();
 
     const ProcessId id;
     const std::string name;
@@ -245,12 +250,13 @@ struct Process : std::enable_shared_from_this<Process> {
     std::deque<Work> queue;
     std::atomic<size_t> queued{0};  // queue.size(), readable without the mutex
     size_t maxThreads;
-    size_t spawned = 0;
+    size_t running = 0;  // threads inside workerLoop (started here or joined the pool)
     size_t idle = 0;
+    size_t owedExits = 0;  // ends of threads drain() waits for (see stopThreadsLocked)
     bool stopping = false;
-    bool threadsStopped = false;
+    bool threadsStopped = false;  // stopping, and every thread has left: work runs inline
     bool poolStarted = false;
-    std::vector<std::thread> threads;
+    std::vector<std::thread> threads;                  // started here and not yet ended
     std::unordered_map<AIBinder*, AIBinder*> proxies;  // node -> this process's proxy
     Transaction* inflight = nullptr;                   // synchronous transactions being served
 
@@ -265,6 +271,7 @@ struct ThreadContext {
     Process* process = nullptr;  // null: the default process
     bool binderThread = false;
     bool handlingTransaction = false;
+    bool inWork = false;  // a binder thread running a work item (see World::busy)
     ProcessId callingPid = 0;
 };
 
@@ -272,7 +279,10 @@ extern thread_local ThreadContext tls;
 
 struct World {
     std::mutex registryMutex;
-    std::map<ProcessId, std::shared_ptr<Process>> processes;
+    std::map<ProcessId, std::shared_ptr<Process>> processes;  // the living
+    // Killed processes, findable for as long as anything (a binder, a thread) keeps their
+    // record; the registry itself keeps nothing of them.
+    std::map<ProcessId, std::weak_ptr<Process>> deadProcesses;
     ProcessId nextPid = kDefaultProcess + 1;
     std::shared_ptr<Process> defaultProcess;
 
@@ -291,6 +301,17 @@ struct World {
 
     std::mutex classMutex;
     std::vector<std::unique_ptr<AIBinder_Class>> classes;
+
+    // The program is exiting: binder threads take up no more work, so that no callback runs
+    // into objects the static destructors are tearing down. `busy` counts the binder threads
+    // running a work item; exit waits a moment for them.
+    std::atomic<bool> exiting{false};
+    std::atomic<int32_t> busy{0};
+
+    // Binder threads of killed processes that have ended, waiting to be joined (a thread cannot
+    // join itself). Taken after Process::mutex.
+    std::mutex exitedMutex;
+    std::vector<std::thread> exited;
 };
 
 World& world();
@@ -299,6 +320,8 @@ std::shared_ptr<Process> findProcess(ProcessId pid);
 
 void workStarted();
 void workFinished();
+// Joins the binder threads that have ended. Never called with a lock held.
+void joinExitedThreads();
 
 // Reference counting.
 void incStrong(AIBinder* binder);
@@ -327,6 +350,16 @@ void detachLinkLocked(const std::shared_ptr<DeathLink>& link);
 // Service manager part of killProcess and reset.
 void dropServicesOf(Process* process);
 void clearServices();
+
+// Parcels and buffers recycled per thread: a call's request and reply parcels, and the byte
+// buffers they carry between the caller and the binder thread, are reused by the next call
+// instead of being allocated again.
+AParcel* newParcel();
+void recycleParcel(AParcel* parcel);
+// A binder thread's spare buffer becomes a reply's storage; a served request's buffer becomes
+// the next spare.
+void lendSpareBuffer(AParcel* reply);
+void keepSpareBuffer(AParcel* served);
 
 // Parcel helpers shared with the transaction code.
 binder_status_t writeInterfaceToken(AParcel* parcel, const AIBinder_Class* clazz);

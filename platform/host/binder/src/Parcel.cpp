@@ -298,6 +298,53 @@ binder_status_t readString(const AParcel* parcel, Allocate allocate, AllocateNul
 
 }  // namespace
 
+// --- Recycling ---------------------------------------------------------------------------------
+
+namespace {
+
+// Buffers above this size go back to the allocator rather than being kept by a thread.
+constexpr size_t kMaxKeptBuffer = 16 * 1024;
+
+struct ThreadSpares {
+    std::unique_ptr<AParcel> parcel;  // empty, with its buffer kept
+    std::vector<uint8_t> buffer;
+};
+
+thread_local ThreadSpares tSpares;
+
+}  // namespace
+
+namespace binder_host::internal {
+
+AParcel* newParcel() {
+    if (tSpares.parcel != nullptr) return tSpares.parcel.release();
+    return new AParcel;
+}
+
+void recycleParcel(AParcel* parcel) {
+    if (parcel == nullptr) return;
+    if (tSpares.parcel != nullptr || parcel->buffer.size() > kMaxKeptBuffer) {
+        delete parcel;
+        return;
+    }
+    parcel->clear();
+    parcel->target = nullptr;
+    tSpares.parcel.reset(parcel);
+}
+
+void lendSpareBuffer(AParcel* reply) {
+    if (reply->buffer.empty()) reply->buffer.swap(tSpares.buffer);
+}
+
+void keepSpareBuffer(AParcel* served) {
+    if (!tSpares.buffer.empty() || served->buffer.size() > kMaxKeptBuffer) return;
+    tSpares.buffer.swap(served->buffer);
+    served->size = 0;
+    served->pos = 0;
+}
+
+}  // namespace binder_host::internal
+
 // --- AParcel members -------------------------------------------------------------------------------
 
 AParcel::AParcel(AParcel&& other) noexcept
@@ -431,11 +478,11 @@ binder_status_t checkInterfaceToken(const AParcel* parcel, const AIBinder_Class*
 extern "C" {
 
 void AParcel_delete(AParcel* parcel) {
-    delete parcel;
+    binder_host::internal::recycleParcel(parcel);
 }
 
 AParcel* AParcel_create(void) {
-    return new AParcel;
+    return binder_host::internal::newParcel();
 }
 
 binder_status_t AParcel_setDataPosition(const AParcel* parcel, int32_t position) {

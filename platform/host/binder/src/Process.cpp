@@ -5,12 +5,54 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 
 #include "Internal.h"
 
 namespace binder_host::internal {
 
 thread_local ThreadContext tls;
+
+namespace {
+
+// How long exit waits for binder threads to finish the callbacks they are running.
+constexpr auto kExitGrace = std::chrono::milliseconds(500);
+
+// Runs at exit before the static objects that existed when the runtime was first used are
+// destroyed: the program's globals (its service pointers, locks, tables) are what binder
+// callbacks use, and a death notice or call served during their destruction would find them
+// half gone. Threads stop taking work; those inside a callback get a moment to leave it.
+void quiesceAtExit() {
+    World& w = world();
+    w.exiting.store(true, std::memory_order_seq_cst);
+    const int32_t self = tls.inWork ? 1 : 0;  // exit called from inside a callback
+    const auto deadline = std::chrono::steady_clock::now() + kExitGrace;
+    while (w.busy.load(std::memory_order_seq_cst) > self &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    // Threads of killed processes that have ended are joined now (later ones detach themselves).
+    joinExitedThreads();
+}
+
+// Counts the calling binder thread as running a work item; false when the program is exiting.
+bool enterWork() {
+    World& w = world();
+    w.busy.fetch_add(1, std::memory_order_seq_cst);
+    if (w.exiting.load(std::memory_order_seq_cst)) {
+        w.busy.fetch_sub(1, std::memory_order_seq_cst);
+        return false;
+    }
+    tls.inWork = true;
+    return true;
+}
+
+void leaveWork() {
+    tls.inWork = false;
+    world().busy.fetch_sub(1, std::memory_order_seq_cst);
+}
+
+}  // namespace
 
 World& world() {
     // Never destroyed: binder threads of the default process may still be waiting for work
@@ -20,6 +62,7 @@ World& world() {
         w->defaultProcess =
                 std::make_shared<Process>(kDefaultProcess, "default", kDefaultProcessMaxThreads);
         w->processes[kDefaultProcess] = w->defaultProcess;
+        std::atexit(quiesceAtExit);
         return w;
     }();
     return *instance;
@@ -34,7 +77,9 @@ std::shared_ptr<Process> findProcess(ProcessId pid) {
     World& w = world();
     std::lock_guard<std::mutex> lock(w.registryMutex);
     auto it = w.processes.find(pid);
-    return it == w.processes.end() ? nullptr : it->second;
+    if (it != w.processes.end()) return it->second;
+    auto dead = w.deadProcesses.find(pid);
+    return dead == w.deadProcesses.end() ? nullptr : dead->second.lock();
 }
 
 void workStarted() {
@@ -47,6 +92,17 @@ void workFinished() {
         std::lock_guard<std::mutex> lock(w.drainMutex);
         w.drainCv.notify_all();
     }
+}
+
+void joinExitedThreads() {
+    World& w = world();
+    std::vector<std::thread> exited;
+    {
+        std::lock_guard<std::mutex> lock(w.exitedMutex);
+        exited.swap(w.exited);
+    }
+    // Each of them has left its loop; the join only waits for the thread's last instructions.
+    for (std::thread& thread : exited) thread.join();
 }
 
 void postRelease(AIBinder* node) {
@@ -140,14 +196,27 @@ bool Process::post(Work work) {
     }
     queue.push_back(work);
     queued.store(queue.size(), std::memory_order_release);
-    if (queue.size() > idle && spawned < maxThreads && !stopping) spawnLocked();
+    if (queue.size() > idle && running < maxThreads && !stopping) spawnLocked();
     workCv.notify_one();
     return true;
 }
 
 void Process::spawnLocked() {
-    ++spawned;
-    threads.emplace_back([this] { workerLoop(); });
+    ++running;
+    // The thread keeps the process record alive: the last reference to a killed process may go
+    // while one of its threads is still on its way out.
+    threads.emplace_back([self = shared_from_this()] { self->workerLoop(); });
+}
+
+void Process::stopThreadsLocked() {
+    stopping = true;
+    if (running == 0) {
+        threadsStopped = true;
+    } else {
+        owedExits = running;
+        for (size_t i = 0; i < owedExits; ++i) workStarted();
+    }
+    workCv.notify_all();
 }
 
 void Process::workerLoop() {
@@ -168,11 +237,15 @@ void Process::workerLoop() {
             while (queue.empty() && !stopping) workCv.wait(lock);
             --idle;
         }
-        if (queue.empty()) break;  // stopping, and nothing left to do
+        if (queue.empty()) break;  // stopping, and nothing left to do: the thread ends
         const Work work = queue.front();
         queue.pop_front();
         queued.store(queue.size(), std::memory_order_release);
         const bool live = alive.load(std::memory_order_acquire);
+        if (!enterWork()) {
+            // The program is ending: this thread stays here, holding nothing, until it does.
+            workCv.wait(lock, [] { return false; });
+        }
 
         if (work.kind != Work::kTransaction) {
             lock.unlock();
@@ -192,6 +265,7 @@ void Process::workerLoop() {
                 case Work::kTransaction:
                     break;
             }
+            leaveWork();
             workFinished();
             lock.lock();
             continue;
@@ -228,30 +302,33 @@ void Process::workerLoop() {
         // Dropped here so that a last reference goes away in the object's own process.
         decStrong(node);
         txn->release();
+        leaveWork();
         workFinished();
         lock.lock();
     }
+    // Only a killed process's threads get here. The last one out leaves the work that still
+    // comes (reference drops) to the threads that post it.
+    --running;
+    if (running == 0) threadsStopped = true;
+    const bool owed = owedExits > 0;
+    if (owed) --owedExits;
+    const std::thread::id self = std::this_thread::get_id();
+    for (auto it = threads.begin(); it != threads.end(); ++it) {
+        if (it->get_id() != self) continue;
+        World& w = world();
+        std::lock_guard<std::mutex> exitedLock(w.exitedMutex);
+        // Nobody joins once the program is exiting.
+        if (w.exiting.load(std::memory_order_seq_cst)) {
+            it->detach();
+        } else {
+            w.exited.push_back(std::move(*it));
+        }
+        threads.erase(it);
+        break;
+    }
     lock.unlock();
     tls = saved;
-}
-
-void Process::shutdownThreads() {
-    std::vector<std::thread> joined;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        stopping = true;
-        joined.swap(threads);
-    }
-    workCv.notify_all();
-    for (std::thread& thread : joined) thread.join();
-    std::deque<Work> leftover;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        threadsStopped = true;
-        leftover.swap(queue);
-        queued.store(0, std::memory_order_release);
-    }
-    for (const Work& work : leftover) dropWork(work);
+    if (owed) workFinished();
 }
 
 }  // namespace binder_host::internal
@@ -261,6 +338,7 @@ using namespace binder_host::internal;
 namespace binder_host {
 
 ProcessId createProcess(const std::string& name, size_t maxBinderThreads) {
+    joinExitedThreads();
     World& w = world();
     std::lock_guard<std::mutex> lock(w.registryMutex);
     const ProcessId pid = w.nextPid++;
@@ -294,9 +372,21 @@ bool runInProcess(ProcessId pid, const std::function<void()>& fn) {
 
 void killProcess(ProcessId pid) {
     if (pid == kDefaultProcess) return;
-    std::shared_ptr<Process> process = findProcess(pid);
-    if (process == nullptr) return;
+    joinExitedThreads();
     World& w = world();
+    std::shared_ptr<Process> process;
+    {
+        std::lock_guard<std::mutex> lock(w.registryMutex);
+        auto it = w.processes.find(pid);
+        if (it == w.processes.end()) return;  // unknown, or killed already
+        process = it->second;
+        w.processes.erase(it);
+        // Forget the dead that nothing refers to any more.
+        for (auto dead = w.deadProcesses.begin(); dead != w.deadProcesses.end();) {
+            dead = dead->second.expired() ? w.deadProcesses.erase(dead) : std::next(dead);
+        }
+        w.deadProcesses[pid] = process;
+    }
     std::vector<std::shared_ptr<DeathLink>> notices;
     std::vector<AIBinder*> releases;
     {
@@ -326,6 +416,8 @@ void killProcess(ProcessId pid) {
                 releases.push_back(entry.first);
             }
         }
+        // Its threads finish the work already queued (dropping what no longer matters) and end.
+        process->stopThreadsLocked();
     }
     for (AIBinder* node : releases) postRelease(node);
     for (const auto& link : notices) {
@@ -342,11 +434,16 @@ bool isAlive(ProcessId pid) {
 
 bool drain(int64_t timeoutMs) {
     World& w = world();
-    std::unique_lock<std::mutex> lock(w.drainMutex);
-    w.drainWaiters.fetch_add(1);
-    const bool drained = w.drainCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                            [&w] { return w.pending.load() == 0; });
-    w.drainWaiters.fetch_sub(1);
+    bool drained;
+    {
+        std::unique_lock<std::mutex> lock(w.drainMutex);
+        w.drainWaiters.fetch_add(1);
+        drained = w.drainCv.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                     [&w] { return w.pending.load() == 0; });
+        w.drainWaiters.fetch_sub(1);
+    }
+    // Threads of killed processes count as work until they end: once drained, they are gone.
+    joinExitedThreads();
     return drained;
 }
 
@@ -363,20 +460,11 @@ void reset() {
     drain(10000);
     clearServices();
     drain(10000);
-
-    std::vector<std::shared_ptr<Process>> dead;
     {
+        // The registry forgets the dead, whatever may still refer to them.
         std::lock_guard<std::mutex> lock(w.registryMutex);
-        for (auto it = w.processes.begin(); it != w.processes.end();) {
-            if (it->first != kDefaultProcess) {
-                dead.push_back(it->second);
-                it = w.processes.erase(it);
-            } else {
-                ++it;
-            }
-        }
+        w.deadProcesses.clear();
     }
-    for (const auto& process : dead) process->shutdownThreads();
     {
         std::lock_guard<std::mutex> lock(w.defaultProcess->mutex);
         w.defaultProcess->maxThreads = kDefaultProcessMaxThreads;
@@ -419,6 +507,8 @@ void ABinderProcess_joinThreadPool(void) {
     {
         std::lock_guard<std::mutex> lock(process->mutex);
         process->poolStarted = true;
+        if (process->stopping) return;  // killed: there is no pool to join any more
+        ++process->running;
     }
     process->workerLoop();
 }

@@ -1,0 +1,220 @@
+// Killing and restarting a service process many times under calls must not grow the program: the
+// killed process's binder threads end and its memory comes back. A test suite that restarts a HAL
+// thousands of times relies on it.
+
+#include <android/binder_ibinder.h>
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "BinderTestSupport.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define RESTART_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define RESTART_SANITIZED 1
+#endif
+#endif
+
+#ifdef RESTART_SANITIZED
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+using namespace binder_test;
+
+constexpr transaction_code_t kEcho = FIRST_CALL_TRANSACTION;
+constexpr transaction_code_t kCallMeBack = FIRST_CALL_TRANSACTION + 1;
+constexpr const char* kInstance = "restart.svc";
+
+#ifdef RESTART_SANITIZED
+// The sanitizers make every call several times slower; the growth check needs the same per-cycle
+// sensitivity, not the same count (see kMaxGrowthBytes).
+constexpr int kCycles = 2000;
+#else
+constexpr int kCycles = 10000;
+#endif
+constexpr int kWarmupCycles = 200;
+// What the heap may differ by between the end and the warmed-up start: allocator and container
+// capacities settle during the warm-up, but a few free lists and caches still breathe. A leak of
+// 8 bytes a cycle (a 32-byte chunk with glibc) over the measured cycles is above it.
+constexpr size_t kMaxGrowthBytes = 48 * 1024;
+
+size_t threadCount() {
+    size_t count = 0;
+    if (DIR* dir = opendir("/proc/self/task")) {
+        while (const dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') ++count;
+        }
+        closedir(dir);
+    }
+    return count;
+}
+
+// A joined thread may stay listed for a moment while the kernel reaps it.
+size_t settledThreadCount(size_t expected) {
+    size_t count = threadCount();
+    for (int i = 0; i < 200 && count > expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        count = threadCount();
+    }
+    return count;
+}
+
+// Bytes in use on the heap.
+size_t heapBytes() {
+#ifdef RESTART_SANITIZED
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+void onDied(void* cookie) {
+    static_cast<std::atomic<int>*>(cookie)->fetch_add(1);
+}
+
+// The service: echoes, and on kCallMeBack calls the client's binder from the request once.
+binder_status_t serve(AIBinder*, transaction_code_t code, const AParcel* in, AParcel* out) {
+    if (code != kCallMeBack) return AParcel_writeInt32(out, 1);
+    ndk::SpAIBinder callback;
+    binder_status_t status = ndk::AParcel_readData(in, &callback);
+    if (status != STATUS_OK || callback.get() == nullptr) return STATUS_BAD_VALUE;
+    AIBinder_associateClass(callback.get(), serviceClass());
+    return call(callback, kEcho);
+}
+
+class RestartTest : public BinderTest {};
+
+// One cycle: a new service process, calls of every kind (with a callback that lets go of itself
+// while it runs), a death link, then the kill. A second thread keeps calling whatever service is
+// up, so kills land on calls in flight.
+TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
+    // One binder thread in this process, started by the first death notice, so that its thread
+    // count does not depend on how notices happen to overlap.
+    ASSERT_TRUE(ABinderProcess_setThreadPoolMaxThreadCount(1));
+    std::atomic<int> deaths{0};
+    std::atomic<int> callbacks{0};
+    std::atomic<bool> stop{false};
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
+
+    std::thread caller([&] {
+        while (!stop.load()) {
+            ndk::SpAIBinder svc(AServiceManager_checkService(kInstance));
+            if (svc.get() == nullptr || !AIBinder_associateClass(svc.get(), serviceClass())) {
+                std::this_thread::yield();
+                continue;
+            }
+            for (int i = 0; i < 4; ++i) {
+                const binder_flags_t flags = i % 2 == 0 ? 0 : FLAG_ONEWAY;
+                const binder_status_t status = call(svc, kEcho, nullptr, nullptr, flags);
+                if (status != STATUS_OK && status != STATUS_DEAD_OBJECT) {
+                    ADD_FAILURE() << "call failed with " << status;
+                    stop = true;
+                }
+            }
+        }
+    });
+
+    size_t threadsAtStart = 0, heapAtStart = 0;
+    for (int cycle = 0; cycle < kCycles; ++cycle) {
+        if (cycle == kWarmupCycles) {
+            ASSERT_TRUE(binder_host::drain());
+            threadsAtStart = settledThreadCount(0);
+            heapAtStart = heapBytes();
+        }
+        const binder_host::ProcessId pid = binder_host::createProcess("hal", 2);
+        startService(pid, kInstance, serve);
+        {
+            ndk::SpAIBinder svc = getService(kInstance);
+            ASSERT_NE(nullptr, svc.get());
+            ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(svc.get(), recipient.get(), &deaths));
+            ASSERT_EQ(STATUS_OK, call(svc, kEcho));
+            ASSERT_EQ(STATUS_OK, call(svc, kEcho, nullptr, nullptr, FLAG_ONEWAY));
+            // The callback's only reference on this side goes while the HAL calls it: it is
+            // destroyed on a binder thread of this process once the HAL lets go.
+            auto* holder = new ndk::SpAIBinder;
+            *holder = makeBinder(
+                    [holder, &callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
+                        callbacks.fetch_add(1);
+                        delete holder;
+                        return STATUS_OK;
+                    });
+            ASSERT_EQ(STATUS_OK, call(svc, kCallMeBack, [holder](AParcel* in) {
+                          ndk::AParcel_writeData(in, *holder);
+                      }));
+            binder_host::killProcess(pid);
+            // A link goes with the proxy it was made through: keep it until the notice came.
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            while (deaths.load() <= cycle && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::yield();
+            }
+            ASSERT_EQ(cycle + 1, deaths.load());
+        }
+    }
+    stop = true;
+    caller.join();
+    ASSERT_TRUE(binder_host::drain());
+    const size_t threadsExpected = threadsAtStart - 1;  // the caller has ended
+
+    EXPECT_EQ(kCycles, deaths.load());
+    EXPECT_EQ(kCycles, callbacks.load());
+    EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
+    EXPECT_EQ(threadsExpected, settledThreadCount(threadsExpected))
+            << "threads of killed processes are still there";
+    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
+    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
+            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles
+            << " restarts";
+    std::printf("restart: %d cycles, heap growth %lld bytes, %zu threads\n", kCycles,
+                static_cast<long long>(growth), threadsAtStart);
+}
+
+// The same without restarts: a callback that lets go of itself while the service calls it must
+// leave nothing behind in a service that lives on (in the service's proxy table, its queues or
+// the callback's process).
+TEST_F(RestartTest, CallbacksThatLetGoOfThemselvesLeaveNothingInALivingService) {
+    const binder_host::ProcessId pid = binder_host::createProcess("hal", 2);
+    startService(pid, kInstance, serve);
+    ndk::SpAIBinder svc = getService(kInstance);
+    ASSERT_NE(nullptr, svc.get());
+    std::atomic<int> callbacks{0};
+    auto oneCall = [&] {
+        auto* holder = new ndk::SpAIBinder;
+        *holder = makeBinder(
+                [holder, &callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
+                    callbacks.fetch_add(1);
+                    delete holder;
+                    return STATUS_OK;
+                });
+        return call(svc, kCallMeBack,
+                    [holder](AParcel* in) { ndk::AParcel_writeData(in, *holder); });
+    };
+    size_t heapAtStart = 0;
+    for (int i = 0; i < kCycles; ++i) {
+        if (i == kWarmupCycles) {
+            ASSERT_TRUE(binder_host::drain());
+            heapAtStart = heapBytes();
+        }
+        ASSERT_EQ(STATUS_OK, oneCall());
+    }
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(kCycles, callbacks.load());
+    EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
+    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
+    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
+            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles
+            << " callbacks";
+}
+
+}  // namespace
