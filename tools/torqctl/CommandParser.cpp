@@ -1,3 +1,6 @@
+// A command of the language is a Verb and a line in kVerbs: its synopsis gives its name, its
+// options and its usage text. Parser::interpret turns its other words into Command fields.
+
 #include "CommandParser.h"
 
 #include <algorithm>
@@ -5,289 +8,133 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
+#include <sstream>
 
 namespace torqctl {
 
 namespace {
 
+// One command of the language. Its synopsis is the whole description of its words: it starts
+// with the command's name and lists its options, "[--tag N]" one that takes a value, "[--map]"
+// one that takes none.
 struct VerbInfo {
     Verb verb;
-    const char* word;
-    const char* synopsis;
-    const char* summary;
-    std::vector<std::string> valueOptions;  // --name VALUE or --name=VALUE
-    std::vector<std::string> flagOptions;
     size_t minArgs;
     size_t maxArgs;
+    const char* synopsis;
+    const char* summary;
 };
 
 constexpr size_t kMany = std::numeric_limits<size_t>::max();
 
-const std::vector<VerbInfo>& verbs() {
-    static const std::vector<VerbInfo> kVerbs = {
-            {Verb::kHelp,
-             "help",
-             "help [COMMAND]",
-             "show this text, or one command's usage",
-             {},
-             {},
-             0,
-             1},
-            {Verb::kActions,
-             "actions",
-             "actions [PATTERN]",
-             "list the action table (event id and name), optionally only names containing "
-             "PATTERN",
-             {},
-             {},
-             0,
-             1},
-            {Verb::kAcquire,
-             "acquire",
-             "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
-             "acquire an action by name through ZelEventAcquireWrapper (\"VARDEX_\" is added "
-             "when missing)",
-             {"--scene", "--identity", "--timeout"},
-             {},
-             1,
-             1},
-            {Verb::kAcquireId,
-             "acquire-id",
-             "acquire-id EVENT_ID [--pkg TEXT] [--identity TEXT] [--duration MS] "
-             "[OPCODE=VALUE...]",
-             "acquire an event by id through ZelEventAcquire, with optional resources",
-             {"--pkg", "--identity", "--duration"},
-             {},
-             1,
-             kMany},
-            {Verb::kResAcquire,
-             "res-acquire",
-             "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] "
-             "OPCODE=VALUE...",
-             "acquire resources through ZelResAcquire; with --platform through "
-             "ZelPlatformResAcquire, which also takes a package",
-             {"--pkg", "--identity", "--duration"},
-             {"--platform"},
-             1,
-             kMany},
-            {Verb::kRelease,
-             "release",
-             "release HANDLE [--via wrapper|zel|halclient|sa]",
-             "release a handle (default: the front end that made it in a shell, else zel)",
-             {"--via"},
-             {},
-             1,
-             1},
-            {Verb::kResCtl,
-             "resctl",
-             "resctl [--duration MS] [--param N] [--option N] [--level N] [--tag N] "
-             "[--callback] OPCODE=VALUE...",
-             "resource control by opcode through torqHalclient::torqResCtlRequest",
-             {"--duration", "--param", "--option", "--level", "--tag"},
-             {"--callback"},
-             1,
-             kMany},
-            {Verb::kResCtlPath,
-             "resctl-path",
-             "resctl-path [--duration MS] [--param N] [--option N] [--level N] [--tag N] "
-             "[--callback] PATH=VALUE...",
-             "resource control by path through torq_resctl_request_by_path (or "
-             "..._with_callback_by_path)",
-             {"--duration", "--param", "--option", "--level", "--tag"},
-             {"--callback"},
-             1,
-             kMany},
-            {Verb::kSaCtl,
-             "sactl",
-             "sactl ID [--duration MS] [--param N] [--option N] [--level N] [--tag N] "
-             "[--callback]",
-             "SA control through torqHalclient::torqSACtlRequest",
-             {"--duration", "--param", "--option", "--level", "--tag"},
-             {"--callback"},
-             1,
-             1},
-            {Verb::kState,
-             "state",
-             "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
-             "current values through torqResStateRequest (halclient), ZelMutiResStateRequest "
-             "(zel) or ZelResStateRequest (zel-one)",
-             {"--via", "--tag"},
-             {},
-             1,
-             kMany},
-            {Verb::kStatePath,
-             "state-path",
-             "state-path [--map] [--tag N] PATH[=VALUE]...",
-             "current values by path through torq_res_state_request_by_path (or ..._map_...)",
-             {"--tag"},
-             {"--map"},
-             1,
-             kMany},
-            {Verb::kListen,
-             "listen",
-             "listen [--for MS] [--tag N] OPCODE...|PATH...",
-             "listen for changes (torqResListeningRegister, or the by-path form for paths) and "
-             "print callbacks as they arrive; outside a shell for --for MS (default 5000)",
-             {"--for", "--tag"},
-             {},
-             1,
-             kMany},
-            {Verb::kUnlisten,
-             "unlisten",
-             "unlisten HANDLE",
-             "stop listening through torqResListeningUnRegister",
-             {},
-             {},
-             1,
-             1},
-            {Verb::kThermal,
-             "thermal",
-             "thermal [--tag N] ID=LEVEL...",
-             "pass thermal levels through torqThermalNotify",
-             {"--tag"},
-             {},
-             1,
-             kMany},
-            {Verb::kThermalListen,
-             "thermal-listen",
-             "thermal-listen [--for MS] [ID...]",
-             "listen for thermal levels through torqThermalListeningRegister (no ID: all)",
-             {"--for"},
-             {},
-             0,
-             kMany},
-            {Verb::kThermalUnlisten,
-             "thermal-unlisten",
-             "thermal-unlisten HANDLE",
-             "stop thermal listening through torqThermalListeningUnregister",
-             {},
-             {},
-             1,
-             1},
-            {Verb::kNotify,
-             "notify",
-             "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
-             "a numbered notification through ZelNotifyWapper",
-             {"--name"},
-             {},
-             2,
-             4},
-            {Verb::kZelNotify,
-             "zel-notify",
-             "zel-notify FIRST SECOND [VALUE...]",
-             "a notification through ZelNotify",
-             {},
-             {},
-             2,
-             kMany},
-            {Verb::kRule,
-             "rule",
-             "rule RULE_ID STATUS [OPCODE=VALUE...]",
-             "switch a rule through zelRuleCtl",
-             {},
-             {},
-             2,
-             kMany},
-            {Verb::kSysInfo,
-             "sysinfo",
-             "sysinfo TYPE VALUE",
-             "pass system information through setRelatedSysInfo",
-             {},
-             {},
-             2,
-             2},
-            {Verb::kHistory,
-             "history",
-             "history on|off|show",
-             "switch history recording (torqHistoryRequestRecordOn/Off) or read it "
-             "(ZelGetHistory)",
-             {},
-             {},
-             1,
-             1},
-            {Verb::kPm, "pm", "pm MODE", "power-mode status through ZelGetPMStatus", {}, {}, 1, 1},
-            {Verb::kDump,
-             "dump",
-             "dump CODE|NAME|all",
-             "ask the HAL to dump a table (codes 0-8: ToDoQueue RunMap ActiveResMap ResRequest "
-             "ResInfo SAInfo PidFdList PidfdMonitorMap ResRecordList) through torqDump*",
-             {},
-             {},
-             1,
-             1},
-            {Verb::kProp,
-             "prop",
-             "prop get NAME | prop set NAME VALUE",
-             "read or write a HAL property through torqPropertyGet/torqPropertySet",
-             {},
-             {},
-             2,
-             3},
-            {Verb::kInit,
-             "init",
-             "init",
-             "connect both front ends: torq_init and zelInit",
-             {},
-             {},
-             0,
-             0},
-            {Verb::kJournal,
-             "journal",
-             "journal",
-             "everything the simulated HAL received and sent so far",
-             {},
-             {},
-             0,
-             0},
-            {Verb::kWait, "wait", "wait MS", "pause, letting callbacks arrive", {}, {}, 1, 1},
-            {Verb::kKillHal,
-             "kill-hal",
-             "kill-hal",
-             "kill the simulated HAL's process (as if it crashed)",
-             {},
-             {},
-             0,
-             0},
-            {Verb::kRestartHal,
-             "restart-hal",
-             "restart-hal [--after MS]",
-             "start the simulated HAL again (a fresh one), now or after MS in the background",
-             {"--after"},
-             {},
-             0,
-             0},
-            {Verb::kShell,
-             "shell",
-             "shell [FILE]",
-             "run commands line by line from FILE or standard input; handles and listeners "
-             "persist",
-             {},
-             {},
-             0,
-             1},
-            {Verb::kTour,
-             "tour",
-             "tour",
-             "walk through every front end, a callback, a HAL death and the reconnection; exit "
-             "code 0 only if every step worked",
-             {},
-             {},
-             0,
-             0},
-    };
-    return kVerbs;
+// In the order of the usage text.
+const VerbInfo kVerbs[] = {
+        {Verb::kHelp, 0, 1, "help [COMMAND]", "show this text, or one command's usage"},
+        {Verb::kActions, 0, 1, "actions [PATTERN]",
+         "list the action table (event id and name), optionally only names containing PATTERN"},
+        {Verb::kAcquire, 1, 1, "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
+         "acquire an action by name through ZelEventAcquireWrapper (\"VARDEX_\" is added when "
+         "missing)"},
+        {Verb::kAcquireId, 1, kMany,
+         "acquire-id EVENT_ID [--pkg TEXT] [--identity TEXT] [--duration MS] [OPCODE=VALUE...]",
+         "acquire an event by id through ZelEventAcquire, with optional resources"},
+        {Verb::kResAcquire, 1, kMany,
+         "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] OPCODE=VALUE...",
+         "acquire resources through ZelResAcquire; with --platform through ZelPlatformResAcquire, "
+         "which also takes a package"},
+        {Verb::kRelease, 1, 1, "release HANDLE [--via wrapper|zel|halclient|sa]",
+         "release a handle (default: the front end that made it in a shell, else zel)"},
+        {Verb::kResCtl, 1, kMany,
+         "resctl [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
+         "OPCODE=VALUE...",
+         "resource control by opcode through torqHalclient::torqResCtlRequest"},
+        {Verb::kResCtlPath, 1, kMany,
+         "resctl-path [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
+         "PATH=VALUE...",
+         "resource control by path through torq_resctl_request_by_path (or "
+         "..._with_callback_by_path)"},
+        {Verb::kSaCtl, 1, 1,
+         "sactl ID [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback]",
+         "SA control through torqHalclient::torqSACtlRequest"},
+        {Verb::kState, 1, kMany, "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
+         "current values through torqResStateRequest (halclient), ZelMutiResStateRequest (zel) or "
+         "ZelResStateRequest (zel-one)"},
+        {Verb::kStatePath, 1, kMany, "state-path [--map] [--tag N] PATH[=VALUE]...",
+         "current values by path through torq_res_state_request_by_path (or ..._map_...)"},
+        {Verb::kListen, 1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
+         "listen for changes (torqResListeningRegister, or the by-path form for paths) and print "
+         "callbacks as they arrive; outside a shell for --for MS (default 5000)"},
+        {Verb::kUnlisten, 1, 1, "unlisten HANDLE",
+         "stop listening through torqResListeningUnRegister"},
+        {Verb::kThermal, 1, kMany, "thermal [--tag N] ID=LEVEL...",
+         "pass thermal levels through torqThermalNotify"},
+        {Verb::kThermalListen, 0, kMany, "thermal-listen [--for MS] [ID...]",
+         "listen for thermal levels through torqThermalListeningRegister (no ID: all)"},
+        {Verb::kThermalUnlisten, 1, 1, "thermal-unlisten HANDLE",
+         "stop thermal listening through torqThermalListeningUnregister"},
+        {Verb::kNotify, 2, 4, "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
+         "a numbered notification through ZelNotifyWapper"},
+        {Verb::kZelNotify, 2, kMany, "zel-notify FIRST SECOND [VALUE...]",
+         "a notification through ZelNotify"},
+        {Verb::kRule, 2, kMany, "rule RULE_ID STATUS [OPCODE=VALUE...]",
+         "switch a rule through zelRuleCtl"},
+        {Verb::kSysInfo, 2, 2, "sysinfo TYPE VALUE",
+         "pass system information through setRelatedSysInfo"},
+        {Verb::kHistory, 1, 1, "history on|off|show",
+         "switch history recording (torqHistoryRequestRecordOn/Off) or read it (ZelGetHistory)"},
+        {Verb::kPm, 1, 1, "pm MODE", "power-mode status through ZelGetPMStatus"},
+        {Verb::kDump, 1, 1, "dump CODE|NAME|all",
+         "ask the HAL to dump a table (codes 0-8: ToDoQueue RunMap ActiveResMap ResRequest ResInfo "
+         "SAInfo PidFdList PidfdMonitorMap ResRecordList) through torqDump*"},
+        {Verb::kProp, 2, 3, "prop get NAME | prop set NAME VALUE",
+         "read or write a HAL property through torqPropertyGet/torqPropertySet"},
+        {Verb::kInit, 0, 0, "init", "connect both front ends: torq_init and zelInit"},
+        {Verb::kJournal, 0, 0, "journal", "everything the simulated HAL received and sent so far"},
+        {Verb::kWait, 1, 1, "wait MS", "pause, letting callbacks arrive"},
+        {Verb::kKillHal, 0, 0, "kill-hal", "kill the simulated HAL's process (as if it crashed)"},
+        {Verb::kRestartHal, 0, 0, "restart-hal [--after MS]",
+         "start the simulated HAL again (a fresh one), now or after MS in the background"},
+        {Verb::kShell, 0, 1, "shell [FILE]",
+         "run commands line by line from FILE or standard input; handles and listeners persist"},
+        {Verb::kTour, 0, 0, "tour",
+         "walk through every front end, a callback, a HAL death and the reconnection; exit code 0 "
+         "only if every step worked"},
+};
+
+std::string wordOf(const VerbInfo& entry) {
+    const std::string synopsis = entry.synopsis;
+    return synopsis.substr(0, synopsis.find(' '));
+}
+
+enum class OptionKind { kUnknown, kFlag, kValue };
+
+// What the synopsis says of option `name`: an option whose bracket does not close on it and is
+// followed by a placeholder ("[--tag N]") takes a value.
+OptionKind optionKind(const VerbInfo& entry, const std::string& name) {
+    std::istringstream in(entry.synopsis);
+    const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+    for (size_t i = 0; i < words.size(); ++i) {
+        std::string word = words[i].substr(words[i].find_first_not_of('['));
+        const bool closed = word.back() == ']';
+        if (word.substr(0, word.find(']')) != name || name.compare(0, 2, "--") != 0) continue;
+        const bool takesValue =
+                !closed && i + 1 < words.size() && words[i + 1][0] != '[' && words[i + 1][0] != '-';
+        return takesValue ? OptionKind::kValue : OptionKind::kFlag;
+    }
+    return OptionKind::kUnknown;
 }
 
 const VerbInfo* findVerb(const std::string& word) {
-    for (const VerbInfo& entry : verbs()) {
-        if (word == entry.word) return &entry;
+    for (const VerbInfo& entry : kVerbs) {
+        if (word == wordOf(entry)) return &entry;
     }
     return nullptr;
 }
 
 const VerbInfo* findVerb(Verb verb) {
-    for (const VerbInfo& entry : verbs()) {
+    for (const VerbInfo& entry : kVerbs) {
         if (verb == entry.verb) return &entry;
     }
     return nullptr;
@@ -338,26 +185,12 @@ bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out
 class Parser {
   public:
     Parser(const VerbInfo& entry, std::vector<std::string> words)
-        : info_(entry), words_(std::move(words)) {}
+        : info_(entry), word_(wordOf(entry)), words_(std::move(words)) {}
 
     ParseResult run() {
         result_.command.verb = info_.verb;
-        result_.command.word = info_.word;
-        if (!splitOptions()) return result_;
-        if (result_.command.help) {
-            result_.ok = true;
-            return result_;
-        }
-        if (args_.size() < info_.minArgs) {
-            return fail("missing argument for '" + std::string(info_.word) +
-                        "' (usage: " + info_.synopsis + ")");
-        }
-        if (args_.size() > info_.maxArgs) {
-            return fail("too many arguments for '" + std::string(info_.word) +
-                        "': " + shown(args_[info_.maxArgs]));
-        }
-        if (!interpret()) return result_;
-        result_.ok = true;
+        result_.command.word = word_;
+        result_.ok = splitOptions() && (result_.command.help || (argumentCount() && interpret()));
         return result_;
     }
 
@@ -367,14 +200,20 @@ class Parser {
     }
 
   private:
-    ParseResult& fail(const std::string& message) {
-        result_.ok = false;
+    // Always false, so that a check can end with `return fail(...)`. The first error stays.
+    bool fail(const std::string& message) {
         if (result_.error.empty()) result_.error = message;
-        return result_;
+        return false;
     }
 
-    bool has(const std::vector<std::string>& list, const std::string& name) const {
-        return std::find(list.begin(), list.end(), name) != list.end();
+    bool argumentCount() {
+        if (args_.size() < info_.minArgs) {
+            return fail("missing argument for '" + word_ + "' (usage: " + info_.synopsis + ")");
+        }
+        if (args_.size() > info_.maxArgs) {
+            return fail("too many arguments for '" + word_ + "': " + shown(args_[info_.maxArgs]));
+        }
+        return true;
     }
 
     bool splitOptions() {
@@ -395,24 +234,20 @@ class Parser {
             }
             const size_t eq = w.find('=');
             const std::string name = w.substr(0, eq);
-            if (has(info_.flagOptions, name)) {
-                if (eq != std::string::npos) {
-                    fail("option " + name + " takes no value");
-                    return false;
-                }
+            const OptionKind kind = optionKind(info_, name);
+            if (kind == OptionKind::kFlag) {
+                if (eq != std::string::npos) return fail("option " + name + " takes no value");
                 options_.emplace_back(name, "");
-            } else if (has(info_.valueOptions, name)) {
+            } else if (kind == OptionKind::kValue) {
                 if (eq != std::string::npos) {
                     options_.emplace_back(name, w.substr(eq + 1));
                 } else if (i + 1 < words_.size()) {
                     options_.emplace_back(name, words_[++i]);
                 } else {
-                    fail("option " + name + " needs a value");
-                    return false;
+                    return fail("option " + name + " needs a value");
                 }
             } else {
-                fail("unknown option " + shown(name) + " for '" + std::string(info_.word) + "'");
-                return false;
+                return fail("unknown option " + shown(name) + " for '" + word_ + "'");
             }
         }
         return true;
@@ -420,8 +255,7 @@ class Parser {
 
     bool int32Option(const std::string& name, const std::string& value, int32_t* out) {
         if (parseInt32(value, out)) return true;
-        fail("malformed number for " + name + ": " + shown(value));
-        return false;
+        return fail("malformed number for " + name + ": " + shown(value));
     }
 
     bool durationOption(const std::string& name, const std::string& value, int64_t* out,
@@ -432,8 +266,7 @@ class Parser {
         const int64_t hi = int32Only ? std::numeric_limits<int32_t>::max()
                                      : std::numeric_limits<int64_t>::max();
         if (!parseSigned(value, lo, hi, &v)) {
-            fail("malformed milliseconds for " + name + ": " + shown(value));
-            return false;
+            return fail("malformed milliseconds for " + name + ": " + shown(value));
         }
         *out = v;
         return true;
@@ -458,10 +291,7 @@ class Parser {
             } else if (name == "--for" || name == "--after") {
                 int64_t ms = 0;
                 ok = durationOption(name, value, &ms, true);
-                if (ok && ms < 0) {
-                    fail(name + " cannot be negative");
-                    return false;
-                }
+                if (ok && ms < 0) return fail(name + " cannot be negative");
                 c.forMs = ms;
             } else if (name == "--param") {
                 ok = int32Option(name, value, &c.param);
@@ -483,38 +313,31 @@ class Parser {
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
         if (info_.verb == Verb::kResAcquire && hasOption("--pkg") && !c.platform) {
-            fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
-            return false;
+            return fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
         }
         return true;
     }
 
     bool number(const std::string& word, const char* what, int32_t* out) {
         if (parseInt32(word, out)) return true;
-        fail("malformed " + std::string(what) + " " + shown(word));
-        return false;
+        return fail("malformed " + std::string(what) + " " + shown(word));
     }
 
     bool opcode(const std::string& word, int32_t* out) {
         if (parseOpcode(word, out)) return true;
-        fail("malformed opcode " + shown(word) + " (expected a number such as 0x010108a0)");
-        return false;
+        return fail("malformed opcode " + shown(word) + " (expected a number such as 0x010108a0)");
     }
 
     bool idValue(const std::string& word, const char* idWhat, bool asOpcode) {
         const size_t eq = word.find('=');
         if (eq == std::string::npos) {
-            fail("expected " + std::string(idWhat) + "=VALUE, got " + shown(word));
-            return false;
+            return fail("expected " + std::string(idWhat) + "=VALUE, got " + shown(word));
         }
         IdValue iv;
         const std::string id = word.substr(0, eq);
         if (asOpcode ? !opcode(id, &iv.id) : !number(id, idWhat, &iv.id)) return false;
         iv.value = word.substr(eq + 1);
-        if (iv.value.empty()) {
-            fail("missing value in " + shown(word));
-            return false;
-        }
+        if (iv.value.empty()) return fail("missing value in " + shown(word));
         result_.command.resources.push_back(std::move(iv));
         return true;
     }
@@ -530,21 +353,31 @@ class Parser {
         PathValue pv;
         const size_t eq = word.find('=');
         pv.path = word.substr(0, eq);
-        if (pv.path.empty()) {
-            fail("missing path in " + shown(word));
-            return false;
-        }
+        if (pv.path.empty()) return fail("missing path in " + shown(word));
         if (eq != std::string::npos) {
             pv.value = word.substr(eq + 1);
-            if (pv.value->empty()) {
-                fail("missing value in " + shown(word));
-                return false;
-            }
+            if (pv.value->empty()) return fail("missing value in " + shown(word));
         } else if (needValue) {
-            fail("expected PATH=VALUE, got " + shown(word));
-            return false;
+            return fail("expected PATH=VALUE, got " + shown(word));
         }
         result_.command.paths.push_back(std::move(pv));
+        return true;
+    }
+
+    // The words from `from` on, as opcodes or as numbers (`what` names them in an error).
+    bool idList(size_t from, const char* what, bool asOpcode) {
+        for (size_t i = from; i < args_.size(); ++i) {
+            int32_t id = 0;
+            if (asOpcode ? !opcode(args_[i], &id) : !number(args_[i], what, &id)) return false;
+            result_.command.ids.push_back(id);
+        }
+        return true;
+    }
+
+    bool pathWords(bool needValue) {
+        for (const std::string& w : args_) {
+            if (!pathWord(w, needValue)) return false;
+        }
         return true;
     }
 
@@ -554,8 +387,7 @@ class Parser {
         for (const char* choice : choices) {
             if (via == choice) return true;
         }
-        fail("unknown front end for --via: " + shown(via));
-        return false;
+        return fail("unknown front end for --via: " + shown(via));
     }
 
     bool interpret() {
@@ -566,8 +398,7 @@ class Parser {
                 if (!args_.empty()) {
                     c.topic = args_[0];
                     if (findVerb(c.topic) == nullptr) {
-                        fail("unknown command " + shown(c.topic));
-                        return false;
+                        return fail("unknown command " + shown(c.topic));
                     }
                 }
                 return true;
@@ -577,10 +408,7 @@ class Parser {
                 return true;
             case Verb::kAcquire:
                 c.name = args_[0];
-                if (c.name.empty()) {
-                    fail("missing action name");
-                    return false;
-                }
+                if (c.name.empty()) return fail("missing action name");
                 return true;
             case Verb::kAcquireId:
                 return number(args_[0], "event id", &c.number) && idValues(1);
@@ -594,34 +422,20 @@ class Parser {
                 return info_.verb != Verb::kRelease ||
                        viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
             case Verb::kResCtlPath:
-                for (const std::string& w : args_) {
-                    if (!pathWord(w, true)) return false;
-                }
-                return true;
+                return pathWords(true);
             case Verb::kSaCtl:
                 return number(args_[0], "SA id", &c.number);
             case Verb::kState:
                 if (!viaIsOneOf({"halclient", "zel", "zel-one"})) return false;
                 if (c.via == "zel-one" && args_.size() != 1) {
-                    fail("--via zel-one reads exactly one opcode");
-                    return false;
+                    return fail("--via zel-one reads exactly one opcode");
                 }
-                for (const std::string& w : args_) {
-                    int32_t id = 0;
-                    if (!opcode(w, &id)) return false;
-                    c.ids.push_back(id);
-                }
-                return true;
+                return idList(0, "opcode", true);
             case Verb::kStatePath: {
-                for (const std::string& w : args_) {
-                    if (!pathWord(w, false)) return false;
-                }
+                if (!pathWords(false)) return false;
                 if (c.map) {
                     for (const PathValue& pv : c.paths) {
-                        if (!pv.value) {
-                            fail("--map needs PATH=VALUE for every path");
-                            return false;
-                        }
+                        if (!pv.value) return fail("--map needs PATH=VALUE for every path");
                     }
                 }
                 return true;
@@ -640,21 +454,13 @@ class Parser {
                         c.ids.push_back(id);
                     }
                 }
-                if (anyPath && anyId) {
-                    fail("listen takes opcodes or paths, not both");
-                    return false;
-                }
+                if (anyPath && anyId) return fail("listen takes opcodes or paths, not both");
                 return true;
             }
             case Verb::kThermal:
                 return idValues(0, "ID", false);
             case Verb::kThermalListen:
-                for (const std::string& w : args_) {
-                    int32_t id = 0;
-                    if (!number(w, "thermal id", &id)) return false;
-                    c.ids.push_back(id);
-                }
-                return true;
+                return idList(0, "thermal id", false);
             case Verb::kNotify:
                 if (!number(args_[0], "SRC", &c.number) || !number(args_[1], "TYPE", &c.number2)) {
                     return false;
@@ -663,31 +469,21 @@ class Parser {
                 if (args_.size() > 3) c.text = args_[3];
                 return true;
             case Verb::kZelNotify:
-                if (!number(args_[0], "FIRST", &c.number) ||
-                    !number(args_[1], "SECOND", &c.number2)) {
-                    return false;
-                }
-                for (size_t i = 2; i < args_.size(); ++i) {
-                    int32_t v = 0;
-                    if (!number(args_[i], "VALUE", &v)) return false;
-                    c.ids.push_back(v);
-                }
-                return true;
+                return number(args_[0], "FIRST", &c.number) &&
+                       number(args_[1], "SECOND", &c.number2) && idList(2, "VALUE", false);
             case Verb::kRule:
                 return number(args_[0], "RULE_ID", &c.number) &&
                        number(args_[1], "STATUS", &c.number2) && idValues(2);
             case Verb::kSysInfo:
                 if (!number(args_[0], "TYPE", &c.number)) return false;
                 if (!parseInt64(args_[1], &c.value64)) {
-                    fail("malformed VALUE " + shown(args_[1]));
-                    return false;
+                    return fail("malformed VALUE " + shown(args_[1]));
                 }
                 return true;
             case Verb::kHistory:
                 c.name = args_[0];
                 if (c.name != "on" && c.name != "off" && c.name != "show") {
-                    fail("history takes on, off or show, not " + shown(c.name));
-                    return false;
+                    return fail("history takes on, off or show, not " + shown(c.name));
                 }
                 return true;
             case Verb::kPm:
@@ -699,8 +495,8 @@ class Parser {
                 }
                 c.number = dumpCodeFor(args_[0]);
                 if (c.number < 0) {
-                    fail("unknown dump table " + shown(args_[0]) + " (0-8, a table name or all)");
-                    return false;
+                    return fail("unknown dump table " + shown(args_[0]) +
+                                " (0-8, a table name or all)");
                 }
                 return true;
             case Verb::kProp:
@@ -714,13 +510,11 @@ class Parser {
                     c.value = args_[2];
                     return true;
                 }
-                fail("usage: prop get NAME | prop set NAME VALUE");
-                return false;
+                return fail("usage: prop get NAME | prop set NAME VALUE");
             case Verb::kWait: {
                 int64_t ms = 0;
                 if (!parseSigned(args_[0], 0, std::numeric_limits<int32_t>::max(), &ms)) {
-                    fail("malformed milliseconds " + shown(args_[0]));
-                    return false;
+                    return fail("malformed milliseconds " + shown(args_[0]));
                 }
                 c.forMs = ms;
                 return true;
@@ -737,6 +531,7 @@ class Parser {
     }
 
     const VerbInfo& info_;
+    const std::string word_;
     std::vector<std::string> words_;
     std::vector<std::string> args_;
     std::vector<std::pair<std::string, std::string>> options_;
@@ -931,9 +726,8 @@ std::string usage() {
             "  --version  print torqctl's version and exit\n"
             "\n"
             "Commands:\n";
-    for (const VerbInfo& entry : verbs()) {
-        std::string line = "  " + std::string(entry.synopsis);
-        out += line + "\n      " + entry.summary + "\n";
+    for (const VerbInfo& entry : kVerbs) {
+        out += "  " + std::string(entry.synopsis) + "\n      " + entry.summary + "\n";
     }
     out += "\n"
            "Numbers are decimal or 0x-hex. Exit codes: 0 success, 1 the library reported a\n"

@@ -1,3 +1,9 @@
+// How a command runs. A command that is one library call is a line in kCallCommands and a fill
+// function that names the call, makes it and says how its result reads; Console::call does the
+// rest (the HAL-down check, the report, what the HAL received, the handle kept for a shell).
+// Commands that are more, or no, library calls (listen, release, dump, init, the simulator's)
+// are members of Console. What a command's words mean is CommandParser's business.
+
 #include "Console.h"
 
 #include <ZelWrapper.h>
@@ -21,45 +27,36 @@ namespace {
 constexpr int64_t kAnswerWaitMs = 1000;
 constexpr int64_t kDefaultListenMs = 5000;
 constexpr char kActionPrefix[] = "VARDEX_";
+constexpr char kHalDown[] =
+        "the HAL is down: torqHalclient calls would wait until it is back (restart-hal first)";
 
 using torq_sim::hexId;
 using torq_sim::quoted;
 
-std::string resourcesText(const std::vector<IdValue>& resources) {
+// "{a, b, c}", each item as `show` writes it.
+template <typename T, typename Show>
+std::string listText(const std::vector<T>& items, Show show) {
     std::string out = "{";
-    for (size_t i = 0; i < resources.size(); ++i) {
-        if (i > 0) out += ", ";
-        out += hexId(resources[i].id) + "=" + quoted(resources[i].value);
-    }
+    for (size_t i = 0; i < items.size(); ++i) out += (i > 0 ? ", " : "") + show(items[i]);
     return out + "}";
+}
+
+std::string resourcesText(const std::vector<IdValue>& resources) {
+    return listText(resources, [](const IdValue& r) { return hexId(r.id) + "=" + quoted(r.value); });
 }
 
 std::string idsText(const std::vector<int32_t>& ids, bool hex) {
-    std::string out = "{";
-    for (size_t i = 0; i < ids.size(); ++i) {
-        if (i > 0) out += ", ";
-        out += hex ? hexId(ids[i]) : std::to_string(ids[i]);
-    }
-    return out + "}";
+    return listText(ids, [hex](int32_t id) { return hex ? hexId(id) : std::to_string(id); });
 }
 
 std::string stringsText(const std::vector<std::string>& items) {
-    std::string out = "{";
-    for (size_t i = 0; i < items.size(); ++i) {
-        if (i > 0) out += ", ";
-        out += quoted(items[i]);
-    }
-    return out + "}";
+    return listText(items, quoted);
 }
 
-std::list<ZelClient::Resource> resourceList(const std::vector<IdValue>& resources) {
-    std::list<ZelClient::Resource> out;
-    for (const IdValue& r : resources) out.push_back({r.id, r.value});
-    return out;
-}
-
-std::vector<ZelClient::Resource> resourceVector(const std::vector<IdValue>& resources) {
-    std::vector<ZelClient::Resource> out;
+// The resources in the container a library function takes.
+template <typename Container>
+Container libraryResources(const std::vector<IdValue>& resources) {
+    Container out;
     for (const IdValue& r : resources) out.push_back({r.id, r.value});
     return out;
 }
@@ -252,6 +249,368 @@ bool Console::waitForLog(const std::string& message, size_t count, int64_t timeo
     });
 }
 
+// --- one library call ------------------------------------------------------------------------
+
+// A library call on its way to becoming a report: what the command's `fill` function makes of
+// it.
+struct Call {
+    Call(Console* console, const Command& command) : console(console), c(command) {}
+
+    Console* console;
+    const Command& c;
+    Report r;
+    std::optional<int32_t> handle;       // a handle the call obtained
+    std::optional<int32_t> released;     // a handle the call gave back
+    std::shared_ptr<CallbackSink> sink;  // where the call's callbacks go
+    bool awaitsAnswer = false;           // a request with a callback: wait for its answer
+    std::string refused;                 // set instead of calling: the input does not fit
+
+    // The function and its arguments as the report shows them.
+    void calls(const char* function, const std::vector<std::string>& args) {
+        r.call = function;
+        r.args.clear();
+        for (size_t i = 0; i < args.size(); ++i) r.args += (i > 0 ? ", " : "") + args[i];
+    }
+    void returned(int64_t value, bool ok) {
+        r.result = value;
+        r.ok = ok;
+    }
+    // A handle, or a failure (below 1).
+    void obtained(int32_t value) {
+        returned(value, value >= 1);
+        r.extra["handle"] = value;
+        handle = value;
+    }
+    // Where the callback of a request goes: it is answered once, soon.
+    std::shared_ptr<CallbackSink> requestSink() {
+        sink = std::make_shared<CallbackSink>(console, "request");
+        awaitsAnswer = true;
+        r.args += ", callback";
+        return sink;
+    }
+    void values(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
+        for (const auto& [k, v] : pairs) r.details.push_back(k + " = " + quoted(v));
+        r.extra["values"] = valuesJson(pairs, key);
+    }
+};
+
+namespace {
+
+std::string str(int64_t value) {
+    return std::to_string(value);
+}
+
+std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
+    std::list<ZelClient::Resource> out;
+    for (int32_t id : ids) out.push_back({id, std::nullopt});
+    return out;
+}
+
+// --- the calls: the action wrapper and the flat API -----------------------------------------
+
+void acquire(Call& k) {
+    const Command& c = k.c;
+    std::string eventId = c.name;
+    if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
+        eventId = kActionPrefix + eventId;
+    }
+    const std::string action = eventId.substr(strlen(kActionPrefix));
+    auto it = std::find(gActionList.begin(), gActionList.end(), action);
+    if (it == gActionList.end()) {
+        k.refused = "unknown action " + quoted(c.name) + " (see 'torqctl actions')";
+        return;
+    }
+    const auto index = static_cast<int32_t>(it - gActionList.begin());
+    k.calls("ZelEventAcquireWrapper",
+            {quoted(eventId), quoted(c.text), quoted(c.identity), str(c.duration)});
+    k.obtained(ZelEventAcquireWrapper(eventId, c.text, c.identity, static_cast<int>(c.duration)));
+    k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
+    k.r.extra["event_id"] = index;
+}
+
+void notify(Call& k) {
+    const Command& c = k.c;
+    k.calls("ZelNotifyWapper", {quoted(c.notifyName), str(c.number), str(c.number2), str(c.number3),
+                                "0", "0", quoted(c.text)});
+    const int32_t result =
+            ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text);
+    k.returned(result, result == 0);
+}
+
+void acquireId(Call& k) {
+    const Command& c = k.c;
+    k.calls("ZelEventAcquire", {str(c.number), quoted(c.text), quoted(c.identity), str(c.duration),
+                                resourcesText(c.resources)});
+    k.obtained(ZelEventAcquire(c.number, c.text, c.identity, static_cast<int32_t>(c.duration),
+                               libraryResources<std::vector<ZelClient::Resource>>(c.resources)));
+}
+
+void resAcquire(Call& k) {
+    const Command& c = k.c;
+    const auto duration = static_cast<int32_t>(c.duration);
+    if (c.platform) {
+        k.calls("ZelPlatformResAcquire", {resourcesText(c.resources), "0", quoted(c.identity),
+                                          quoted(c.text), str(c.duration)});
+        k.obtained(ZelPlatformResAcquire(
+                libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0, c.identity,
+                c.text, duration));
+    } else {
+        k.calls("ZelResAcquire",
+                {resourcesText(c.resources), "0", quoted(c.identity), str(c.duration)});
+        k.obtained(ZelResAcquire(libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0,
+                                 c.identity, duration));
+    }
+}
+
+void zelNotify(Call& k) {
+    const Command& c = k.c;
+    k.calls("ZelNotify", {str(c.number), str(c.number2), idsText(c.ids, false)});
+    const int32_t result = ZelNotify(c.number, c.number2, c.ids);
+    k.returned(result, result != -1);
+}
+
+void rule(Call& k) {
+    const Command& c = k.c;
+    k.calls("zelRuleCtl", {str(c.number), str(c.number2), resourcesText(c.resources)});
+    const int32_t result = zelRuleCtl(
+            c.number, c.number2, libraryResources<std::vector<ZelClient::Resource>>(c.resources));
+    k.returned(result, result != -1);
+}
+
+void sysInfo(Call& k) {
+    const Command& c = k.c;
+    k.calls("setRelatedSysInfo", {str(c.number), str(c.value64)});
+    const int32_t result = setRelatedSysInfo(c.number, c.value64);
+    k.returned(result, result != -1);
+}
+
+void pm(Call& k) {
+    k.calls("ZelGetPMStatus", {str(k.c.number)});
+    try {
+        const int32_t result = ZelGetPMStatus(k.c.number);
+        k.returned(result, result != -1);
+    } catch (const std::bad_optional_access&) {
+        // The flat API lets this one escape when the HAL answers without a value.
+        k.r.ok = false;
+        k.r.details.push_back("threw std::bad_optional_access (the HAL's record had no value)");
+        k.r.extra["exception"] = "std::bad_optional_access";
+    }
+}
+
+// --- the calls: torqHalclient ----------------------------------------------------------------
+
+void resCtl(Call& k) {
+    const Command& c = k.c;
+    const auto duration = static_cast<int32_t>(c.duration);
+    k.calls("torqHalclient::torqResCtlRequest",
+            {str(c.param), str(c.duration), resourcesText(c.resources), str(c.option), str(c.level),
+             str(c.tag)});
+    auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
+    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(
+                                    c.param, duration, list, c.option, c.level, c.tag,
+                                    std::make_shared<IdCallback>(k.requestSink()))
+                          : torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
+                                                             c.level, c.tag));
+}
+
+void resCtlPath(Call& k) {
+    const Command& c = k.c;
+    std::vector<std::string> paths;
+    std::vector<std::string> values;
+    for (const PathValue& pv : c.paths) {
+        paths.push_back(pv.path);
+        values.push_back(pv.value.value_or(""));
+    }
+    k.calls("torqHalclient::torq_resctl_request_by_path",
+            {str(c.param), str(c.duration), stringsText(paths), stringsText(values), str(c.option),
+             str(c.level), str(c.tag)});
+    if (!c.callback) {
+        k.obtained(torqHalclient::torq_resctl_request_by_path(c.param, c.duration, paths, values,
+                                                              c.option, c.level, c.tag));
+        return;
+    }
+    k.r.call = "torqHalclient::torq_resctl_request_with_callback_by_path";
+    k.obtained(torqHalclient::torq_resctl_request_with_callback_by_path(
+            c.param, c.duration, paths, values, c.option, c.level, c.tag,
+            std::make_shared<PathCallback>(k.requestSink())));
+}
+
+void saCtl(Call& k) {
+    const Command& c = k.c;
+    const auto duration = static_cast<int32_t>(c.duration);
+    k.calls("torqHalclient::torqSACtlRequest", {str(c.param), str(c.duration), hexId(c.number),
+                                                str(c.option), str(c.level), str(c.tag)});
+    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(
+                                    c.param, duration, c.number, c.option, c.level, c.tag,
+                                    std::make_shared<IdCallback>(k.requestSink()))
+                          : torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
+                                                            c.level, c.tag));
+}
+
+void state(Call& k) {
+    const Command& c = k.c;
+    std::vector<std::pair<std::string, std::string>> values;
+    if (c.via.empty() || c.via == "halclient") {
+        k.calls("torqHalclient::torqResStateRequest", {idsText(c.ids, true), str(c.tag), "output"});
+        auto in = unsetList(c.ids);
+        std::list<ZelClient::Resource> output;
+        const int32_t result = torqHalclient::torqResStateRequest(in, c.tag, output);
+        k.returned(result, result >= 0);
+        for (const auto& res : output) values.emplace_back(hexId(res.id), res.value.value_or(""));
+    } else if (c.via == "zel") {
+        k.calls("ZelMutiResStateRequest", {idsText(c.ids, true)});
+        std::vector<ZelClient::Resource> resources;
+        for (int32_t id : c.ids) resources.push_back({id, std::string()});
+        const int32_t result = ZelMutiResStateRequest(resources);
+        k.returned(result, result >= 0);
+        for (const auto& res : resources)
+            values.emplace_back(hexId(res.id), res.value.value_or(""));
+    } else {
+        k.calls("ZelResStateRequest", {hexId(c.ids[0]), "value"});
+        // A marker no HAL value can equal tells "left untouched" from "set to empty".
+        const std::string untouched("\x01untouched", 10);
+        std::string value = untouched;
+        ZelResStateRequest(c.ids[0], value);
+        k.r.ok = value != untouched;
+        if (k.r.ok) values.emplace_back(hexId(c.ids[0]), value);
+        if (!k.r.ok) k.r.details.push_back("value left untouched");
+    }
+    k.values(values, "id");
+}
+
+void statePath(Call& k) {
+    const Command& c = k.c;
+    std::vector<std::pair<std::string, std::string>> values;
+    int32_t result;
+    if (c.map) {
+        std::map<std::string, std::string> in;
+        for (const PathValue& pv : c.paths) in[pv.path] = pv.value.value_or("");
+        std::string inText = "{";
+        for (const auto& [path, value] : in) {
+            inText += (inText.size() > 1 ? ", " : "") + quoted(path) + ": " + quoted(value);
+        }
+        k.calls("torqHalclient::torq_res_state_request_map_by_path",
+                {inText + "}", str(c.tag), "output"});
+        std::map<std::string, std::string> output;
+        result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
+        values.assign(output.begin(), output.end());
+    } else {
+        std::vector<std::string> paths;
+        std::vector<std::string> given;
+        for (const PathValue& pv : c.paths) {
+            paths.push_back(pv.path);
+            if (pv.value) given.push_back(*pv.value);
+        }
+        k.calls("torqHalclient::torq_res_state_request_by_path",
+                {stringsText(paths), stringsText(given), str(c.tag), "output"});
+        std::vector<std::string> output;
+        result = torqHalclient::torq_res_state_request_by_path(paths, given, c.tag, output);
+        // The answer is positional: value i belongs to path i.
+        for (size_t i = 0; i < output.size(); ++i) {
+            values.emplace_back(i < paths.size() ? paths[i] : "#" + std::to_string(i), output[i]);
+        }
+    }
+    k.returned(result, result >= 0);
+    k.values(values, "path");
+}
+
+void thermal(Call& k) {
+    const Command& c = k.c;
+    const std::string levels = listText(c.resources, [](const IdValue& r) {
+        return std::to_string(r.id) + "=" + quoted(r.value);
+    });
+    k.calls("torqHalclient::torqThermalNotify", {levels, str(c.tag)});
+    auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
+    const int32_t result = torqHalclient::torqThermalNotify(list, c.tag);
+    k.returned(result, result == 0);
+}
+
+void history(Call& k) {
+    if (k.c.name != "show") {
+        const bool on = k.c.name == "on";
+        k.calls(on ? "torqHalclient::torqHistoryRequestRecordOn"
+                   : "torqHalclient::torqHistoryRequestRecordOff",
+                {});
+        const int32_t result = on ? torqHalclient::torqHistoryRequestRecordOn()
+                                  : torqHalclient::torqHistoryRequestRecordOff();
+        k.returned(result, result == 0);
+        return;
+    }
+    k.calls("ZelGetHistory", {"history"});
+    std::string text;
+    const int32_t result = ZelGetHistory(text);
+    k.returned(result, result == 0);
+    k.r.extra["history"] = text;
+    if (!k.r.ok) return;
+    // "start:a;b;...;end": one record per line reads better.
+    std::string body = text;
+    if (body.compare(0, 6, "start:") == 0) body = body.substr(6);
+    if (body.size() >= 4 && body.compare(body.size() - 4, 4, ";end") == 0) {
+        body.resize(body.size() - 4);
+    }
+    for (size_t pos = 0; pos <= body.size();) {
+        const size_t next = body.find(';', pos);
+        k.r.details.push_back(body.substr(pos, next - pos));
+        if (next == std::string::npos) break;
+        pos = next + 1;
+    }
+}
+
+void prop(Call& k) {
+    const Command& c = k.c;
+    if (c.name == "set") {
+        k.calls("torqHalclient::torqPropertySet", {quoted(c.text), quoted(c.value)});
+        const int32_t result = torqHalclient::torqPropertySet(c.text, c.value);
+        k.returned(result, result >= 0);
+        return;
+    }
+    k.calls("torqHalclient::torqPropertyGet", {quoted(c.text)});
+    char* buffer = torqHalclient::torqPropertyGet(c.text);
+    // The buffer is 256 bytes and not cleared when the HAL is out of reach: read no further.
+    const std::string value(buffer, strnlen(buffer, 256));
+    delete[] buffer;
+    k.r.details.push_back(quoted(value));
+    k.r.extra["value"] = value;
+}
+
+// The commands that are one library call each.
+struct CallCommand {
+    Verb verb;
+    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
+    Origin origin;                        // what a handle it obtains is
+    void (*fill)(Call& k);
+};
+
+bool always(const Command& /*c*/) {
+    return true;
+}
+
+bool never(const Command& /*c*/) {
+    return false;
+}
+
+const CallCommand kCallCommands[] = {
+        {Verb::kAcquire, never, Origin::kWrapper, acquire},
+        {Verb::kNotify, never, Origin::kNone, notify},
+        {Verb::kAcquireId, never, Origin::kZel, acquireId},
+        {Verb::kResAcquire, never, Origin::kZel, resAcquire},
+        {Verb::kZelNotify, never, Origin::kNone, zelNotify},
+        {Verb::kRule, never, Origin::kNone, rule},
+        {Verb::kSysInfo, never, Origin::kNone, sysInfo},
+        {Verb::kPm, never, Origin::kNone, pm},
+        {Verb::kResCtl, always, Origin::kHalclient, resCtl},
+        {Verb::kResCtlPath, always, Origin::kHalclient, resCtlPath},
+        {Verb::kSaCtl, always, Origin::kSa, saCtl},
+        {Verb::kState, [](const Command& c) { return c.via.empty() || c.via == "halclient"; },
+         Origin::kNone, state},
+        {Verb::kStatePath, always, Origin::kNone, statePath},
+        {Verb::kThermal, always, Origin::kNone, thermal},
+        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, Origin::kNone, history},
+        {Verb::kProp, always, Origin::kNone, prop},
+};
+
+}  // namespace
+
 // --- running commands ----------------------------------------------------------------------
 
 int Console::usageError(const std::string& message) {
@@ -270,25 +629,6 @@ bool Console::halclientUsable() {
     return backend_.halUp() || restartPending_;
 }
 
-void Console::begin() {
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        callInProgress_ = true;
-    }
-    halMark_ = backend_.journalMark();
-}
-
-void Console::finishReport(Report& report) {
-    if (backend_.simulated()) {
-        report.halVisible = true;
-        report.hal = backend_.journalSince(halMark_);
-    }
-    out_.report(report);
-    reports_.push_back(report);
-    halMark_ = backend_.journalMark();
-    releaseHeld();
-}
-
 int Console::status() const {
     for (const Report& r : reports_) {
         if (!r.ok) return kExitFailed;
@@ -297,21 +637,12 @@ int Console::status() const {
 }
 
 void Console::remember(int32_t handle, Origin origin) {
-    if (shellMode_ && handle > 0) handles_[handle] = origin;
+    if (shellMode_ && handle > 0 && origin != Origin::kNone) handles_[handle] = origin;
 }
 
 void Console::forget(int32_t handle) {
     handles_.erase(handle);
     listeners_.erase(handle);
-}
-
-void Console::holdListener(int32_t handle, std::shared_ptr<CallbackSink> sink) {
-    if (handle > 0) listeners_[handle] = std::move(sink);
-}
-
-void Console::listenFor(int64_t ms) {
-    if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 void Console::awaitAnswer(const std::shared_ptr<CallbackSink>& sink) {
@@ -320,6 +651,36 @@ void Console::awaitAnswer(const std::shared_ptr<CallbackSink>& sink) {
     while (sink->received() == 0 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
+}
+
+int Console::call(const Command& c, bool halclient, Origin origin,
+                  const std::function<void(Call&)>& fill) {
+    if (halclient && !halclientUsable()) {
+        return noHal(kHalDown);
+    }
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        callInProgress_ = true;
+    }
+    const uint64_t mark = backend_.journalMark();
+    Call k(this, c);
+    k.r.command = c.word;
+    fill(k);
+    if (!k.refused.empty()) return usageError(k.refused);
+    if (backend_.simulated()) {
+        k.r.halVisible = true;
+        k.r.hal = backend_.journalSince(mark);
+    }
+    out_.report(k.r);
+    reports_.push_back(k.r);
+    releaseHeld();
+    if (k.handle) remember(*k.handle, origin);
+    if (k.released && k.r.ok) forget(*k.released);
+    if (k.sink) {
+        k.sink->assign(k.handle.value_or(0));
+        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) awaitAnswer(k.sink);
+    }
+    return status();
 }
 
 int Console::run(const std::string& line) {
@@ -364,86 +725,43 @@ int Console::execute(const Command& c) {
 }
 
 int Console::dispatch(const Command& c) {
-    switch (c.verb) {
-        case Verb::kNone:
-            return kExitOk;
-        case Verb::kHelp:
-            out_.raw(c.topic.empty() ? usage() : commandUsage(c.topic));
-            return kExitOk;
-        case Verb::kActions:
-            return actions(c);
-        case Verb::kAcquire:
-            return acquire(c);
-        case Verb::kAcquireId:
-            return acquireId(c);
-        case Verb::kResAcquire:
-            return resAcquire(c);
-        case Verb::kRelease:
-            return release(c);
-        case Verb::kResCtl:
-            return resCtl(c);
-        case Verb::kResCtlPath:
-            return resCtlPath(c);
-        case Verb::kSaCtl:
-            return saCtl(c);
-        case Verb::kState:
-            return state(c);
-        case Verb::kStatePath:
-            return statePath(c);
-        case Verb::kListen:
-            return listen(c);
-        case Verb::kUnlisten:
-            return unlisten(c);
-        case Verb::kThermal:
-            return thermal(c);
-        case Verb::kThermalListen:
-            return thermalListen(c);
-        case Verb::kThermalUnlisten:
-            return thermalUnlisten(c);
-        case Verb::kNotify:
-            return notify(c);
-        case Verb::kZelNotify:
-            return zelNotify(c);
-        case Verb::kRule:
-            return rule(c);
-        case Verb::kSysInfo:
-            return sysInfo(c);
-        case Verb::kHistory:
-            return history(c);
-        case Verb::kPm:
-            return pm(c);
-        case Verb::kDump:
-            return dump(c);
-        case Verb::kProp:
-            return prop(c);
-        case Verb::kInit:
-            return init(c);
-        case Verb::kJournal:
-            return journal(c);
-        case Verb::kWait:
-            std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
-            return kExitOk;
-        case Verb::kKillHal:
-            return killHal(c);
-        case Verb::kRestartHal:
-            return restartHal(c);
-        case Verb::kShell:
-        case Verb::kTour:
-            return usageError("'" + c.word + "' cannot run here");
+    for (const CallCommand& command : kCallCommands) {
+        if (command.verb == c.verb) {
+            return call(c, command.halclient(c), command.origin, command.fill);
+        }
     }
+    // The commands that are more than one call, or none.
+    static const std::map<Verb, int (Console::*)(const Command&)> kOthers = {
+            {Verb::kHelp, &Console::help},
+            {Verb::kActions, &Console::actions},
+            {Verb::kRelease, &Console::release},
+            {Verb::kListen, &Console::listen},
+            {Verb::kThermalListen, &Console::listen},
+            {Verb::kUnlisten, &Console::unlisten},
+            {Verb::kThermalUnlisten, &Console::unlisten},
+            {Verb::kDump, &Console::dump},
+            {Verb::kInit, &Console::init},
+            {Verb::kJournal, &Console::journal},
+            {Verb::kWait, &Console::wait},
+            {Verb::kKillHal, &Console::killHal},
+            {Verb::kRestartHal, &Console::restartHal}};
+    const auto it = kOthers.find(c.verb);
+    if (it != kOthers.end()) return (this->*it->second)(c);
+    if (c.verb == Verb::kNone) return kExitOk;
+    return usageError("'" + c.word + "' cannot run here");  // shell and tour
+}
+
+int Console::help(const Command& c) {
+    out_.raw(c.topic.empty() ? usage() : commandUsage(c.topic));
     return kExitOk;
 }
 
-#define REQUIRE_HALCLIENT()                                                             \
-    do {                                                                                \
-        if (!halclientUsable()) {                                                       \
-            return noHal(                                                               \
-                    "the HAL is down: torqHalclient calls would wait until it is back " \
-                    "(restart-hal first)");                                             \
-        }                                                                               \
-    } while (0)
+int Console::wait(const Command& c) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
+    return kExitOk;
+}
 
-// --- the action wrapper ----------------------------------------------------------------------
+// --- the commands that are more than one call ------------------------------------------------
 
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
@@ -475,95 +793,6 @@ int Console::actions(const Command& c) {
     return lines.empty() ? kExitFailed : kExitOk;
 }
 
-int Console::acquire(const Command& c) {
-    std::string eventId = c.name;
-    if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
-        eventId = kActionPrefix + eventId;
-    }
-    const std::string action = eventId.substr(strlen(kActionPrefix));
-    auto it = std::find(gActionList.begin(), gActionList.end(), action);
-    if (it == gActionList.end()) {
-        return usageError("unknown action " + quoted(c.name) + " (see 'torqctl actions')");
-    }
-    const auto index = static_cast<int32_t>(it - gActionList.begin());
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "ZelEventAcquireWrapper";
-    r.args = quoted(eventId) + ", " + quoted(c.text) + ", " + quoted(c.identity) + ", " +
-             std::to_string(c.duration);
-    const int handle =
-            ZelEventAcquireWrapper(eventId, c.text, c.identity, static_cast<int>(c.duration));
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.details.push_back("action " + action + " is event id " + std::to_string(index));
-    r.extra["event_id"] = index;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kWrapper);
-    return status();
-}
-
-int Console::notify(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "ZelNotifyWapper";
-    r.args = quoted(c.notifyName) + ", " + std::to_string(c.number) + ", " +
-             std::to_string(c.number2) + ", " + std::to_string(c.number3) + ", 0, 0, " +
-             quoted(c.text);
-    r.result = ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text);
-    r.ok = *r.result == 0;
-    finishReport(r);
-    return status();
-}
-
-// --- the flat API --------------------------------------------------------------------------
-
-int Console::acquireId(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "ZelEventAcquire";
-    r.args = std::to_string(c.number) + ", " + quoted(c.text) + ", " + quoted(c.identity) + ", " +
-             std::to_string(c.duration) + ", " + resourcesText(c.resources);
-    const int32_t handle =
-            ZelEventAcquire(c.number, c.text, c.identity, static_cast<int32_t>(c.duration),
-                            resourceVector(c.resources));
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kZel);
-    return status();
-}
-
-int Console::resAcquire(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    const auto resources = resourceVector(c.resources);
-    int32_t handle;
-    if (c.platform) {
-        r.call = "ZelPlatformResAcquire";
-        r.args = resourcesText(c.resources) + ", 0, " + quoted(c.identity) + ", " + quoted(c.text) +
-                 ", " + std::to_string(c.duration);
-        handle = ZelPlatformResAcquire(resources, 0, c.identity, c.text,
-                                       static_cast<int32_t>(c.duration));
-    } else {
-        r.call = "ZelResAcquire";
-        r.args = resourcesText(c.resources) + ", 0, " + quoted(c.identity) + ", " +
-                 std::to_string(c.duration);
-        handle = ZelResAcquire(resources, 0, c.identity, static_cast<int32_t>(c.duration));
-    }
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kZel);
-    return status();
-}
-
 int Console::release(const Command& c) {
     std::string via = c.via;
     if (shellMode_) {
@@ -577,526 +806,139 @@ int Console::release(const Command& c) {
                               (it->second == Origin::kListener ? "unlisten" : "thermal-unlisten"));
         }
         if (via.empty()) {
-            switch (it->second) {
-                case Origin::kWrapper:
-                    via = "wrapper";
-                    break;
-                case Origin::kHalclient:
-                    via = "halclient";
-                    break;
-                case Origin::kSa:
-                    via = "sa";
-                    break;
-                default:
-                    via = "zel";
-            }
+            const std::map<Origin, const char*> kVia = {{Origin::kWrapper, "wrapper"},
+                                                        {Origin::kHalclient, "halclient"},
+                                                        {Origin::kSa, "sa"},
+                                                        {Origin::kZel, "zel"}};
+            via = kVia.at(it->second);
         }
     }
     if (via.empty()) via = "zel";
-    if ((via == "halclient" || via == "sa")) REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    r.args = std::to_string(c.number);
-    if (via == "wrapper") {
-        r.call = "ZelReleaseWapper";
-        ZelReleaseWapper(c.number);
-    } else if (via == "zel") {
-        r.call = "ZelRelease";
-        ZelRelease(c.number);
-    } else if (via == "halclient") {
-        r.call = "torqHalclient::torqResCtlRelease";
-        r.result = torqHalclient::torqResCtlRelease(c.number);
-        r.ok = *r.result >= 0;
-    } else {
-        r.call = "torqHalclient::torqSACtlRelease";
-        r.result = torqHalclient::torqSACtlRelease(c.number);
-        r.ok = *r.result >= 0;
-    }
-    finishReport(r);
-    if (r.ok) forget(c.number);
-    return status();
-}
-
-int Console::zelNotify(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "ZelNotify";
-    r.args = std::to_string(c.number) + ", " + std::to_string(c.number2) + ", " +
-             idsText(c.ids, false);
-    r.result = ZelNotify(c.number, c.number2, c.ids);
-    r.ok = *r.result != -1;
-    finishReport(r);
-    return status();
-}
-
-int Console::rule(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "zelRuleCtl";
-    r.args = std::to_string(c.number) + ", " + std::to_string(c.number2) + ", " +
-             resourcesText(c.resources);
-    r.result = zelRuleCtl(c.number, c.number2, resourceVector(c.resources));
-    r.ok = *r.result != -1;
-    finishReport(r);
-    return status();
-}
-
-int Console::sysInfo(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "setRelatedSysInfo";
-    r.args = std::to_string(c.number) + ", " + std::to_string(c.value64);
-    r.result = setRelatedSysInfo(c.number, c.value64);
-    r.ok = *r.result != -1;
-    finishReport(r);
-    return status();
-}
-
-int Console::pm(const Command& c) {
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "ZelGetPMStatus";
-    r.args = std::to_string(c.number);
-    try {
-        r.result = ZelGetPMStatus(c.number);
-        r.ok = *r.result != -1;
-    } catch (const std::bad_optional_access&) {
-        // The flat API lets this one escape when the HAL answers without a value.
-        r.ok = false;
-        r.details.push_back("threw std::bad_optional_access (the HAL's record had no value)");
-        r.extra["exception"] = "std::bad_optional_access";
-    }
-    finishReport(r);
-    return status();
-}
-
-// --- torqHalclient ------------------------------------------------------------------------
-
-int Console::resCtl(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "torqHalclient::torqResCtlRequest";
-    r.args = std::to_string(c.param) + ", " + std::to_string(c.duration) + ", " +
-             resourcesText(c.resources) + ", " + std::to_string(c.option) + ", " +
-             std::to_string(c.level) + ", " + std::to_string(c.tag);
-    auto list = resourceList(c.resources);
-    std::shared_ptr<CallbackSink> sink;
-    int32_t handle;
-    if (c.callback) {
-        sink = std::make_shared<CallbackSink>(this, "request");
-        r.args += ", callback";
-        handle = torqHalclient::torqResCtlRequest(c.param, static_cast<int32_t>(c.duration), list,
-                                                  c.option, c.level, c.tag,
-                                                  std::make_shared<IdCallback>(sink));
-    } else {
-        handle = torqHalclient::torqResCtlRequest(c.param, static_cast<int32_t>(c.duration), list,
-                                                  c.option, c.level, c.tag);
-    }
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kHalclient);
-    if (sink) {
-        sink->assign(handle);
-        if (handle >= 1) awaitAnswer(sink);
-    }
-    return status();
-}
-
-int Console::resCtlPath(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    std::vector<std::string> paths;
-    std::vector<std::string> values;
-    for (const PathValue& pv : c.paths) {
-        paths.push_back(pv.path);
-        values.push_back(pv.value.value_or(""));
-    }
-    r.args = std::to_string(c.param) + ", " + std::to_string(c.duration) + ", " +
-             stringsText(paths) + ", " + stringsText(values) + ", " + std::to_string(c.option) +
-             ", " + std::to_string(c.level) + ", " + std::to_string(c.tag);
-    std::shared_ptr<CallbackSink> sink;
-    int32_t handle;
-    if (c.callback) {
-        sink = std::make_shared<CallbackSink>(this, "request");
-        r.call = "torqHalclient::torq_resctl_request_with_callback_by_path";
-        r.args += ", callback";
-        handle = torqHalclient::torq_resctl_request_with_callback_by_path(
-                c.param, c.duration, paths, values, c.option, c.level, c.tag,
-                std::make_shared<PathCallback>(sink));
-    } else {
-        r.call = "torqHalclient::torq_resctl_request_by_path";
-        handle = torqHalclient::torq_resctl_request_by_path(c.param, c.duration, paths, values,
-                                                            c.option, c.level, c.tag);
-    }
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kHalclient);
-    if (sink) {
-        sink->assign(handle);
-        if (handle >= 1) awaitAnswer(sink);
-    }
-    return status();
-}
-
-int Console::saCtl(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "torqHalclient::torqSACtlRequest";
-    r.args = std::to_string(c.param) + ", " + std::to_string(c.duration) + ", " + hexId(c.number) +
-             ", " + std::to_string(c.option) + ", " + std::to_string(c.level) + ", " +
-             std::to_string(c.tag);
-    std::shared_ptr<CallbackSink> sink;
-    int32_t handle;
-    if (c.callback) {
-        sink = std::make_shared<CallbackSink>(this, "request");
-        r.args += ", callback";
-        handle = torqHalclient::torqSACtlRequest(c.param, static_cast<int32_t>(c.duration),
-                                                 c.number, c.option, c.level, c.tag,
-                                                 std::make_shared<IdCallback>(sink));
-    } else {
-        handle = torqHalclient::torqSACtlRequest(c.param, static_cast<int32_t>(c.duration),
-                                                 c.number, c.option, c.level, c.tag);
-    }
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    remember(handle, Origin::kSa);
-    if (sink) {
-        sink->assign(handle);
-        if (handle >= 1) awaitAnswer(sink);
-    }
-    return status();
-}
-
-int Console::state(const Command& c) {
-    const std::string via = c.via.empty() ? "halclient" : c.via;
-    if (via == "halclient") REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    std::vector<std::pair<std::string, std::string>> values;
-    if (via == "halclient") {
-        r.call = "torqHalclient::torqResStateRequest";
-        r.args = idsText(c.ids, true) + ", " + std::to_string(c.tag) + ", output";
-        std::list<ZelClient::Resource> in;
-        for (int32_t id : c.ids) in.push_back({id, std::nullopt});
-        std::list<ZelClient::Resource> output;
-        r.result = torqHalclient::torqResStateRequest(in, c.tag, output);
-        r.ok = *r.result >= 0;
-        for (const auto& res : output) values.emplace_back(hexId(res.id), res.value.value_or(""));
-    } else if (via == "zel") {
-        r.call = "ZelMutiResStateRequest";
-        r.args = idsText(c.ids, true);
-        std::vector<ZelClient::Resource> resources;
-        for (int32_t id : c.ids) resources.push_back({id, std::string()});
-        r.result = ZelMutiResStateRequest(resources);
-        r.ok = *r.result >= 0;
-        for (const auto& res : resources)
-            values.emplace_back(hexId(res.id), res.value.value_or(""));
-    } else {
-        r.call = "ZelResStateRequest";
-        r.args = hexId(c.ids[0]) + ", value";
-        // A marker no HAL value can equal tells "left untouched" from "set to empty".
-        const std::string untouched("\x01untouched", 10);
-        std::string value = untouched;
-        ZelResStateRequest(c.ids[0], value);
-        r.ok = value != untouched;
-        if (r.ok) values.emplace_back(hexId(c.ids[0]), value);
-        if (!r.ok) r.details.push_back("value left untouched");
-    }
-    for (const auto& [k, v] : values) r.details.push_back(k + " = " + quoted(v));
-    r.extra["values"] = valuesJson(values, "id");
-    finishReport(r);
-    return status();
-}
-
-int Console::statePath(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    std::vector<std::pair<std::string, std::string>> values;
-    if (c.map) {
-        r.call = "torqHalclient::torq_res_state_request_map_by_path";
-        std::map<std::string, std::string> in;
-        std::string argText = "{";
-        for (const PathValue& pv : c.paths) in[pv.path] = pv.value.value_or("");
-        for (const auto& [k, v] : in) {
-            argText += (argText.size() > 1 ? ", " : "") + quoted(k) + ": " + quoted(v);
+    const bool halclient = via == "halclient" || via == "sa";
+    return call(c, halclient, Origin::kNone, [&](Call& k) {
+        k.released = c.number;
+        if (via == "wrapper") {
+            k.calls("ZelReleaseWapper", {str(c.number)});
+            ZelReleaseWapper(c.number);
+        } else if (via == "zel") {
+            k.calls("ZelRelease", {str(c.number)});
+            ZelRelease(c.number);
+        } else if (via == "halclient") {
+            k.calls("torqHalclient::torqResCtlRelease", {str(c.number)});
+            const int32_t result = torqHalclient::torqResCtlRelease(c.number);
+            k.returned(result, result >= 0);
+        } else {
+            k.calls("torqHalclient::torqSACtlRelease", {str(c.number)});
+            const int32_t result = torqHalclient::torqSACtlRelease(c.number);
+            k.returned(result, result >= 0);
         }
-        r.args = argText + "}, " + std::to_string(c.tag) + ", output";
-        std::map<std::string, std::string> output;
-        r.result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
-        for (const auto& [k, v] : output) values.emplace_back(k, v);
-    } else {
-        r.call = "torqHalclient::torq_res_state_request_by_path";
-        std::vector<std::string> paths;
-        std::vector<std::string> given;
-        for (const PathValue& pv : c.paths) {
-            paths.push_back(pv.path);
-            if (pv.value) given.push_back(*pv.value);
-        }
-        r.args = stringsText(paths) + ", " + stringsText(given) + ", " + std::to_string(c.tag) +
-                 ", output";
-        std::vector<std::string> output;
-        r.result = torqHalclient::torq_res_state_request_by_path(paths, given, c.tag, output);
-        // The answer is positional: value i belongs to path i.
-        for (size_t i = 0; i < output.size(); ++i) {
-            values.emplace_back(i < paths.size() ? paths[i] : "#" + std::to_string(i), output[i]);
-        }
-    }
-    r.ok = *r.result >= 0;
-    for (const auto& [k, v] : values) r.details.push_back(k + " = " + quoted(v));
-    r.extra["values"] = valuesJson(values, "path");
-    finishReport(r);
-    return status();
+    });
 }
 
 int Console::listen(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    auto sink = std::make_shared<CallbackSink>(this, "listener");
-    int32_t handle;
-    if (!c.paths.empty()) {
-        std::vector<std::string> paths;
-        for (const PathValue& pv : c.paths) paths.push_back(pv.path);
-        r.call = "torqHalclient::torq_res_listening_register_by_path";
-        r.args = stringsText(paths) + ", " + std::to_string(c.tag) + ", callback";
-        handle = torqHalclient::torq_res_listening_register_by_path(
-                paths, c.tag, std::make_shared<PathCallback>(sink));
-    } else {
-        std::list<ZelClient::Resource> in;
-        for (int32_t id : c.ids) in.push_back({id, std::nullopt});
-        r.call = "torqHalclient::torqResListeningRegister";
-        r.args = idsText(c.ids, true) + ", " + std::to_string(c.tag) + ", callback";
-        handle = torqHalclient::torqResListeningRegister(in, c.tag,
-                                                         std::make_shared<IdCallback>(sink));
-    }
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    sink->assign(handle);
-    if (!r.ok) return status();
+    const bool thermal = c.verb == Verb::kThermalListen;
+    std::shared_ptr<CallbackSink> sink;
+    int32_t handle = 0;
+    const int status = call(c, true, Origin::kNone, [&](Call& k) {
+        sink = k.sink =
+                std::make_shared<CallbackSink>(this, thermal ? "thermal listener" : "listener");
+        if (thermal) {
+            k.calls("torqHalclient::torqThermalListeningRegister",
+                    {idsText(c.ids, false), "callback"});
+            k.obtained(torqHalclient::torqThermalListeningRegister(
+                    c.ids, std::make_shared<IdCallback>(sink)));
+        } else if (!c.paths.empty()) {
+            std::vector<std::string> paths;
+            for (const PathValue& pv : c.paths) paths.push_back(pv.path);
+            k.calls("torqHalclient::torq_res_listening_register_by_path",
+                    {stringsText(paths), str(c.tag), "callback"});
+            k.obtained(torqHalclient::torq_res_listening_register_by_path(
+                    paths, c.tag, std::make_shared<PathCallback>(sink)));
+        } else {
+            auto in = unsetList(c.ids);
+            k.calls("torqHalclient::torqResListeningRegister",
+                    {idsText(c.ids, true), str(c.tag), "callback"});
+            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag,
+                                                               std::make_shared<IdCallback>(sink)));
+        }
+        handle = *k.handle;
+    });
+    if (sink == nullptr || handle < 1) return status;
     if (shellMode_ && !c.forMs) {
-        remember(handle, Origin::kListener);
-        holdListener(handle, sink);
-        return status();
+        remember(handle, thermal ? Origin::kThermalListener : Origin::kListener);
+        listeners_[handle] = sink;
+        return status;
     }
-    listenFor(c.forMs.value_or(kDefaultListenMs));
-    return doUnlisten(handle, /*thermal=*/false);
+    const int64_t ms = c.forMs.value_or(kDefaultListenMs);
+    if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    return stopListening(c, handle, thermal);
 }
 
 int Console::unlisten(const Command& c) {
-    if (shellMode_) {
-        auto it = handles_.find(c.number);
-        if (it == handles_.end() || it->second != Origin::kListener) {
-            return usageError("unknown listener handle " + std::to_string(c.number));
+    return stopListening(c, c.number, c.verb == Verb::kThermalUnlisten);
+}
+
+int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
+    const Origin origin = thermal ? Origin::kThermalListener : Origin::kListener;
+    // Called by listen itself for a listener it does not keep.
+    const bool typed = c.verb == Verb::kUnlisten || c.verb == Verb::kThermalUnlisten;
+    if (typed && shellMode_) {
+        auto it = handles_.find(handle);
+        if (it == handles_.end() || it->second != origin) {
+            return usageError(std::string(thermal ? "unknown thermal listener handle "
+                                                  : "unknown listener handle ") +
+                              std::to_string(handle));
         }
     }
-    REQUIRE_HALCLIENT();
-    return doUnlisten(c.number, /*thermal=*/false);
-}
-
-int Console::doUnlisten(int32_t handle, bool thermal) {
-    begin();
-    Report r;
-    r.command = thermal ? "thermal-unlisten" : "unlisten";
-    r.args = std::to_string(handle);
-    if (thermal) {
-        r.call = "torqHalclient::torqThermalListeningUnregister";
-        r.result = torqHalclient::torqThermalListeningUnregister(handle);
-    } else {
-        r.call = "torqHalclient::torqResListeningUnRegister";
-        r.result = torqHalclient::torqResListeningUnRegister(handle);
-    }
-    r.ok = *r.result >= 0;
-    finishReport(r);
-    if (r.ok) forget(handle);
-    return status();
-}
-
-int Console::thermal(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "torqHalclient::torqThermalNotify";
-    std::string args = "{";
-    for (size_t i = 0; i < c.resources.size(); ++i) {
-        args += (i > 0 ? ", " : "") + std::to_string(c.resources[i].id) + "=" +
-                quoted(c.resources[i].value);
-    }
-    r.args = args + "}, " + std::to_string(c.tag);
-    auto list = resourceList(c.resources);
-    r.result = torqHalclient::torqThermalNotify(list, c.tag);
-    r.ok = *r.result == 0;
-    finishReport(r);
-    return status();
-}
-
-int Console::thermalListen(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    r.call = "torqHalclient::torqThermalListeningRegister";
-    r.args = idsText(c.ids, false) + ", callback";
-    auto sink = std::make_shared<CallbackSink>(this, "thermal listener");
-    const int32_t handle =
-            torqHalclient::torqThermalListeningRegister(c.ids, std::make_shared<IdCallback>(sink));
-    r.result = handle;
-    r.ok = handle >= 1;
-    r.extra["handle"] = handle;
-    finishReport(r);
-    sink->assign(handle);
-    if (!r.ok) return status();
-    if (shellMode_ && !c.forMs) {
-        remember(handle, Origin::kThermalListener);
-        holdListener(handle, sink);
-        return status();
-    }
-    listenFor(c.forMs.value_or(kDefaultListenMs));
-    return doUnlisten(handle, /*thermal=*/true);
-}
-
-int Console::thermalUnlisten(const Command& c) {
-    if (shellMode_) {
-        auto it = handles_.find(c.number);
-        if (it == handles_.end() || it->second != Origin::kThermalListener) {
-            return usageError("unknown thermal listener handle " + std::to_string(c.number));
-        }
-    }
-    REQUIRE_HALCLIENT();
-    return doUnlisten(c.number, /*thermal=*/true);
-}
-
-int Console::history(const Command& c) {
-    if (c.name != "show") REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    if (c.name == "show") {
-        r.call = "ZelGetHistory";
-        r.args = "history";
-        std::string text;
-        r.result = ZelGetHistory(text);
-        r.ok = *r.result == 0;
-        if (r.ok) {
-            // "start:a;b;...;end": one record per line reads better.
-            std::string body = text;
-            if (body.compare(0, 6, "start:") == 0) body = body.substr(6);
-            if (body.size() >= 4 && body.compare(body.size() - 4, 4, ";end") == 0) {
-                body.resize(body.size() - 4);
-            }
-            size_t pos = 0;
-            while (pos <= body.size()) {
-                const size_t next = body.find(';', pos);
-                r.details.push_back(body.substr(pos, next - pos));
-                if (next == std::string::npos) break;
-                pos = next + 1;
-            }
-        }
-        r.extra["history"] = text;
-    } else {
-        const bool on = c.name == "on";
-        r.call = on ? "torqHalclient::torqHistoryRequestRecordOn"
-                    : "torqHalclient::torqHistoryRequestRecordOff";
-        r.result = on ? torqHalclient::torqHistoryRequestRecordOn()
-                      : torqHalclient::torqHistoryRequestRecordOff();
-        r.ok = *r.result == 0;
-    }
-    finishReport(r);
-    return status();
+    return call(c, typed, Origin::kNone, [&](Call& k) {
+        k.r.command = thermal ? "thermal-unlisten" : "unlisten";
+        k.released = handle;
+        k.calls(thermal ? "torqHalclient::torqThermalListeningUnregister"
+                        : "torqHalclient::torqResListeningUnRegister",
+                {str(handle)});
+        const int32_t result = thermal ? torqHalclient::torqThermalListeningUnregister(handle)
+                                       : torqHalclient::torqResListeningUnRegister(handle);
+        k.returned(result, result >= 0);
+    });
 }
 
 int Console::dump(const Command& c) {
-    REQUIRE_HALCLIENT();
     static int32_t (*const kDumps[])() = {
             torqHalclient::torqDumpToDoQueue,    torqHalclient::torqDumpRunMap,
             torqHalclient::torqDumpActiveResMap, torqHalclient::torqDumpResRequest,
             torqHalclient::torqDumpResInfo,      torqHalclient::torqDumpSAInfo,
             torqHalclient::torqDumpPidFdList,    torqHalclient::torqDumpPidfdMonitorMap,
             torqHalclient::torqDumpResRecordList};
-    const int32_t first = c.allDumps ? 0 : c.number;
-    const int32_t last = c.allDumps ? 8 : c.number;
+    if (!halclientUsable()) return noHal(kHalDown);
     backend_.takeDumpOutput();  // drop anything printed before
-    for (int32_t code = first; code <= last; ++code) {
-        begin();
-        Report r;
-        r.command = c.word;
-        r.call = std::string("torqHalclient::torqDump") + dumpName(code);
-        r.result = kDumps[code]();
-        r.ok = *r.result == 0;
-        const std::vector<std::string> lines = backend_.takeDumpOutput();
-        Json::Value output(Json::arrayValue);
-        for (const std::string& line : lines) {
-            r.details.push_back(line);
-            output.append(line);
-        }
-        if (backend_.simulated()) r.extra["output"] = std::move(output);
-        finishReport(r);
+    for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
+        call(c, false, Origin::kNone, [&](Call& k) {
+            k.r.call = std::string("torqHalclient::torqDump") + dumpName(code);
+            const int32_t result = kDumps[code]();
+            k.returned(result, result == 0);
+            Json::Value output(Json::arrayValue);
+            for (const std::string& line : backend_.takeDumpOutput()) {
+                k.r.details.push_back(line);
+                output.append(line);
+            }
+            if (backend_.simulated()) k.r.extra["output"] = std::move(output);
+        });
     }
-    return status();
-}
-
-int Console::prop(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report r;
-    r.command = c.word;
-    if (c.name == "get") {
-        r.call = "torqHalclient::torqPropertyGet";
-        r.args = quoted(c.text);
-        char* buffer = torqHalclient::torqPropertyGet(c.text);
-        // The buffer is 256 bytes and not cleared when the HAL is out of reach: read no further.
-        const std::string value(buffer, strnlen(buffer, 256));
-        delete[] buffer;
-        r.details.push_back(quoted(value));
-        r.extra["value"] = value;
-    } else {
-        r.call = "torqHalclient::torqPropertySet";
-        r.args = quoted(c.text) + ", " + quoted(c.value);
-        r.result = torqHalclient::torqPropertySet(c.text, c.value);
-        r.ok = *r.result >= 0;
-    }
-    finishReport(r);
     return status();
 }
 
 int Console::init(const Command& c) {
-    REQUIRE_HALCLIENT();
-    begin();
-    Report first;
-    first.command = c.word;
-    first.call = "torqHalclient::torq_init";
-    torqHalclient::torq_init();
-    finishReport(first);
-    Report second;
-    second.command = c.word;
-    second.call = "zelInit";
-    second.result = zelInit();
-    second.ok = *second.result == 0;
-    finishReport(second);
-    return status();
+    if (!halclientUsable()) return noHal(kHalDown);
+    call(c, false, Origin::kNone, [](Call& k) {
+        k.r.call = "torqHalclient::torq_init";
+        torqHalclient::torq_init();
+    });
+    return call(c, false, Origin::kNone, [](Call& k) {
+        k.r.call = "zelInit";
+        const int32_t result = zelInit();
+        k.returned(result, result == 0);
+    });
 }
 
 // --- the simulator ---------------------------------------------------------------------------

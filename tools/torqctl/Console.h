@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <istream>
 #include <map>
 #include <memory>
@@ -29,6 +30,10 @@ constexpr int kExitUsage = 2;   // bad input
 constexpr int kExitNoHal = 3;   // no usable HAL for this command
 
 class CallbackSink;
+struct Call;
+
+// What a handle obtained in a shell is, so that it is released the way it was made.
+enum class Origin { kNone, kWrapper, kZel, kHalclient, kSa, kListener, kThermalListener };
 
 class Console {
   public:
@@ -69,46 +74,29 @@ class Console {
     void deliver(const CallbackEvent& event);
 
   private:
-    enum class Origin { kWrapper, kZel, kHalclient, kSa, kListener, kThermalListener };
-
     int dispatch(const Command& c);
+    // The shape every library call shares: refuse a torqHalclient call while the HAL is down,
+    // make the call (`fill`), report it with what the HAL saw, keep the handle it obtained.
+    int call(const Command& c, bool halclient, Origin origin,
+             const std::function<void(Call&)>& fill);
     bool halclientUsable();
     int usageError(const std::string& message);
     int noHal(const std::string& message);
-    void begin();
     void releaseHeld();
-    void finishReport(Report& report);
     int status() const;
     void remember(int32_t handle, Origin origin);
     void forget(int32_t handle);
-    void holdListener(int32_t handle, std::shared_ptr<CallbackSink> sink);
-    void listenFor(int64_t ms);
     void awaitAnswer(const std::shared_ptr<CallbackSink>& sink);
 
+    // The commands that are more than one call, or none.
+    int help(const Command& c);
+    int wait(const Command& c);
     int actions(const Command& c);
-    int acquire(const Command& c);
-    int acquireId(const Command& c);
-    int resAcquire(const Command& c);
     int release(const Command& c);
-    int resCtl(const Command& c);
-    int resCtlPath(const Command& c);
-    int saCtl(const Command& c);
-    int state(const Command& c);
-    int statePath(const Command& c);
     int listen(const Command& c);
     int unlisten(const Command& c);
-    int thermal(const Command& c);
-    int thermalListen(const Command& c);
-    int thermalUnlisten(const Command& c);
-    int doUnlisten(int32_t handle, bool thermal);
-    int notify(const Command& c);
-    int zelNotify(const Command& c);
-    int rule(const Command& c);
-    int sysInfo(const Command& c);
-    int history(const Command& c);
-    int pm(const Command& c);
+    int stopListening(const Command& c, int32_t handle, bool thermal);
     int dump(const Command& c);
-    int prop(const Command& c);
     int init(const Command& c);
     int journal(const Command& c);
     int killHal(const Command& c);
@@ -118,7 +106,6 @@ class Console {
     Backend& backend_;
     const bool shellMode_;
     std::vector<Report> reports_;
-    uint64_t halMark_ = 0;
 
     std::map<int32_t, Origin> handles_;
     std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;

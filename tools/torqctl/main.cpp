@@ -39,17 +39,17 @@ int runCommand(const ParseResult& parsed, Output& out) {
     if (c.verb == Verb::kShell && !c.name.empty()) {
         // An ifstream opens a directory without complaint and then reads nothing from it.
         struct stat info {};
+        std::string why;
         if (stat(c.name.c_str(), &info) != 0) {
-            out.error("cannot read " + c.name + ": " + strerror(errno), kExitUsage);
-            return kExitUsage;
+            why = strerror(errno);
+        } else if (S_ISDIR(info.st_mode)) {
+            why = "it is a directory";
+        } else {
+            file.open(c.name);
+            if (!file) why = strerror(errno);
         }
-        if (S_ISDIR(info.st_mode)) {
-            out.error("cannot read " + c.name + ": it is a directory", kExitUsage);
-            return kExitUsage;
-        }
-        file.open(c.name);
-        if (!file) {
-            out.error("cannot read " + c.name + ": " + strerror(errno), kExitUsage);
+        if (!why.empty()) {
+            out.error("cannot read " + c.name + ": " + why, kExitUsage);
             return kExitUsage;
         }
     }
