@@ -1,0 +1,411 @@
+// The hand-written Torq stubs against the code the AIDL compiler generates from interface/: every
+// method in both directions across emulated processes, every parcelable field shape, and the
+// same bytes on the wire from both sides.
+
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <binder_host/process.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "TorqConformance.h"
+
+namespace conformance {
+namespace {
+
+constexpr const char* kInstance = "vendor.quarn.hardware.torq.ITorq/default";
+
+Hand::Data data(int32_t id, std::optional<std::string> value,
+                std::optional<std::string> path = std::nullopt,
+                std::optional<std::string> extra = std::nullopt) {
+    Hand::Data d;
+    d.id = id;
+    d.subId = id / 2;
+    d.value = std::move(value);
+    d.path = std::move(path);
+    d.extra = std::move(extra);
+    return d;
+}
+
+// A parcel with every field set to something, before a case changes what it tests.
+Hand::Parcel baseParcel() {
+    Hand::Parcel p;
+    p.kind = 8;
+    p.data = {data(0x010108a0, "1800000")};
+    p.flag = true;
+    p.option = -1;
+    p.tag = 42;
+    p.duration = -2000;
+    p.param = 3;
+    return p;
+}
+
+struct ParcelCase {
+    const char* name;
+    std::function<void(Hand::Parcel&)> change;
+};
+
+// The field shapes both readers and writers must agree on. The callback is set apart (it needs
+// a live object).
+std::vector<ParcelCase> parcelCases() {
+    return {
+            {"absent", [](Hand::Parcel& p) { p.data.clear(); }},
+            {"present-empty",
+             [](Hand::Parcel& p) {
+                 p.pkg = "";
+                 p.identity = "";
+                 p.extras.emplace();
+                 p.numbers.emplace();
+                 p.data = {data(0, "", "", "")};
+             }},
+            {"present",
+             [](Hand::Parcel& p) {
+                 p.pkg = "com.example.camera";
+                 p.identity = "camera";
+                 p.extras = std::vector<std::optional<std::string>>{"a", std::nullopt, "", "b"};
+                 p.numbers = std::vector<int32_t>{1, -1, INT32_MAX, INT32_MIN};
+                 p.data = {data(1, "v", "/sys/x", "e"), data(2, std::nullopt, "/p"),
+                           data(3, std::nullopt, std::nullopt, "only-extra")};
+             }},
+            {"non-ascii",
+             [](Hand::Parcel& p) {
+                 p.pkg = "Gr\xc3\xbc\xc3\x9f"
+                         "e \xd0\xb6";                          // two-byte UTF-8
+                 p.identity = "\xe2\x82\xac \xf0\x9f\x9a\x80";  // three and four
+                 p.extras = std::vector<std::optional<std::string>>{"\xe6\x97\xa5"};
+                 p.data = {data(5, "\xf0\x9f\x98\x80", "\xc3\xa9")};
+             }},
+            {"extremes",
+             [](Hand::Parcel& p) {
+                 p.kind = INT32_MIN;
+                 p.flag = false;
+                 p.option = INT32_MAX;
+                 p.duration = INT64_MIN;
+                 p.param = -1;
+                 p.tag = 0;
+             }},
+            {"large",
+             [](Hand::Parcel& p) {
+                 p.data.clear();
+                 for (int i = 0; i < 3000; ++i) p.data.push_back(data(i, std::to_string(i * 7)));
+                 p.numbers.emplace();
+                 for (int i = 0; i < 5000; ++i) p.numbers->push_back(i * 3 - 7000);
+                 p.extras.emplace(700, std::string(40, 'x'));
+                 (*p.extras)[350].reset();
+                 p.pkg = std::string(10000, 'p');
+             }},
+    };
+}
+
+// One process serves a HAL of side `Server`; the test thread calls it through side `Client`.
+class TorqConformanceTest : public ::testing::Test {
+  protected:
+    void SetUp() override { binder_host::reset(); }
+    void TearDown() override { binder_host::reset(); }
+
+    template <typename Server>
+    std::shared_ptr<Hal<Server>> serve() {
+        const binder_host::ProcessId pid = binder_host::createProcess("torq-hal");
+        std::shared_ptr<Hal<Server>> hal;
+        binder_host::runInProcess(pid, [&] {
+            hal = ::ndk::SharedRefBase::make<Hal<Server>>();
+            ASSERT_EQ(EX_NONE, AServiceManager_addService(hal->asBinder().get(), kInstance));
+        });
+        return hal;
+    }
+
+    template <typename Client>
+    std::shared_ptr<typename Client::ITorq> connect() {
+        ::ndk::SpAIBinder binder(AServiceManager_checkService(kInstance));
+        EXPECT_TRUE(AIBinder_isRemote(binder.get()));
+        return Client::ITorq::fromBinder(binder);
+    }
+
+    // Every method once, with its result and what the HAL saw checked, callbacks included.
+    template <typename Client, typename Server>
+    void everyMethod() {
+        std::shared_ptr<Hal<Server>> hal = serve<Server>();
+        std::shared_ptr<typename Client::ITorq> torq = connect<Client>();
+        ASSERT_NE(nullptr, torq);
+        ASSERT_TRUE(torq->isRemote());
+        auto listener = ::ndk::SharedRefBase::make<Listener<Client>>();
+
+        EXPECT_TRUE(torq->init().isOk());
+        EXPECT_EQ(1, hal->snapshot().inits);
+
+        Hand::Parcel sent = baseParcel();
+        int32_t r = 0;
+        ASSERT_TRUE(torq->request(convertParcel<Client>(sent), &r).isOk());
+        EXPECT_EQ(108, r);
+        EXPECT_EQ(sent, *hal->snapshot().parcel);
+
+        ASSERT_TRUE(torq->release(21, &r).isOk());
+        EXPECT_EQ(42, r);
+
+        std::vector<typename Client::Data> state;
+        ASSERT_TRUE(torq->stateRequest(convertParcel<Client>(sent), &state).isOk());
+        EXPECT_EQ(sent.data, convertData<Hand>(state));
+
+        ASSERT_TRUE(torq->listeningRegister(convertParcel<Client>(sent), listener, &r).isOk());
+        EXPECT_EQ(7, r);
+        EXPECT_TRUE(hal->snapshot().hadCallback);
+        ASSERT_EQ(1u, listener->waitFor(1).size());
+        EXPECT_EQ(sent.data, listener->waitFor(1)[0]);
+
+        ASSERT_TRUE(torq->listeningUnregister(5, &r).isOk());
+        EXPECT_EQ(-5, r);
+
+        std::string text;
+        ASSERT_TRUE(torq->propertyGet("vendor.torq.mode", &text).isOk());
+        EXPECT_EQ("vendor.torq.mode=value", text);
+        ASSERT_TRUE(torq->propertySet("ab", "\xc3\xa9t\xc3\xa9", &r).isOk());
+        EXPECT_EQ(2005, r);  // lengths in UTF-8 bytes, as sent
+
+        ASSERT_TRUE(torq->thermalListeningRegister({3, -4}, listener, &r).isOk());
+        EXPECT_EQ(2, r);
+        EXPECT_EQ((std::vector<int32_t>{3, -4}), hal->snapshot().ids);
+        ASSERT_EQ(2u, listener->waitFor(2).size());
+        EXPECT_EQ(-4, listener->waitFor(2)[1].at(1).id);
+        EXPECT_EQ("3", listener->waitFor(2)[1].at(0).value);
+
+        ASSERT_TRUE(torq->thermalListeningRegister({}, nullptr, &r).isOk());
+        EXPECT_EQ(0, r);
+        EXPECT_FALSE(hal->snapshot().hadCallback);
+
+        ASSERT_TRUE(torq->thermalListeningUnregister(9, &r).isOk());
+        EXPECT_EQ(10, r);
+
+        sent.tag = 77;
+        ASSERT_TRUE(torq->notifyEvent(convertParcel<Client>(sent), &r).isOk());
+        EXPECT_EQ(77, r);
+
+        ASSERT_TRUE(torq->setRelatedSysInfo(4, INT64_MIN + 5, &r).isOk());
+        EXPECT_EQ(4, r);
+        EXPECT_EQ(INT64_MIN + 5, hal->snapshot().sysInfo);
+
+        const std::vector<Hand::Data> rules = {data(0x010108a0, "10"), data(0x010108b0, "20")};
+        ASSERT_TRUE(torq->ruleCtl(130, 1, convertData<Client>(rules), &r).isOk());
+        EXPECT_EQ(129, r);
+        EXPECT_EQ(rules, hal->snapshot().data);
+
+        int32_t version = 0;
+        ASSERT_TRUE(torq->getInterfaceVersion(&version).isOk());
+        EXPECT_EQ(1, version);
+    }
+
+    // Every field shape through request (in) and stateRequest (in and out), with and without a
+    // callback in the parcel.
+    template <typename Client, typename Server>
+    void everyField() {
+        std::shared_ptr<Hal<Server>> hal = serve<Server>();
+        std::shared_ptr<typename Client::ITorq> torq = connect<Client>();
+        ASSERT_NE(nullptr, torq);
+        auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+        for (const ParcelCase& c : parcelCases()) {
+            for (bool withCallback : {false, true}) {
+                SCOPED_TRACE(std::string(c.name) + (withCallback ? " with callback" : ""));
+                Hand::Parcel sent = baseParcel();
+                c.change(sent);
+                if (withCallback) sent.callback = listener;
+                int32_t r = 0;
+                ASSERT_TRUE(torq->request(convertParcel<Client>(sent), &r).isOk());
+                Hand::Parcel got = *hal->snapshot().parcel;
+                // The HAL got a proxy of the callback (calls through it are checked above).
+                EXPECT_EQ(withCallback, got.callback != nullptr);
+                if (withCallback) {
+                    EXPECT_TRUE(got.callback->isRemote());
+                }
+                got.callback = sent.callback;
+                EXPECT_EQ(sent, got);
+
+                std::vector<typename Client::Data> state;
+                ASSERT_TRUE(torq->stateRequest(convertParcel<Client>(sent), &state).isOk());
+                EXPECT_EQ(sent.data, convertData<Hand>(state));
+            }
+        }
+    }
+};
+
+TEST_F(TorqConformanceTest, GeneratedProxyCallsEveryMethodOfHandWrittenHal) {
+    everyMethod<Gen, Hand>();
+}
+
+TEST_F(TorqConformanceTest, HandWrittenProxyCallsEveryMethodOfGeneratedHal) {
+    everyMethod<Hand, Gen>();
+}
+
+TEST_F(TorqConformanceTest, GeneratedWritersReachHandWrittenReaders) {
+    everyField<Gen, Hand>();
+}
+
+TEST_F(TorqConformanceTest, HandWrittenWritersReachGeneratedReaders) {
+    everyField<Hand, Gen>();
+}
+
+// --- Bytes ---------------------------------------------------------------------------------------
+
+// The int32 words of a parcel from `from` to its end (binder objects read as their words).
+std::vector<int32_t> words(const AParcel* parcel, int32_t from = 0) {
+    std::vector<int32_t> out;
+    AParcel_setDataPosition(parcel, from);
+    int32_t word = 0;
+    while (AParcel_readInt32(parcel, &word) == STATUS_OK) out.push_back(word);
+    return out;
+}
+
+TEST_F(TorqConformanceTest, BothSidesWriteTheSameParcelableBytes) {
+    auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+    for (const ParcelCase& c : parcelCases()) {
+        for (bool withCallback : {false, true}) {
+            SCOPED_TRACE(std::string(c.name) + (withCallback ? " with callback" : ""));
+            Hand::Parcel value = baseParcel();
+            c.change(value);
+            if (withCallback) value.callback = listener;
+            ::ndk::ScopedAParcel hand(AParcel_create());
+            ::ndk::ScopedAParcel gen(AParcel_create());
+            ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeParcelable(hand.get(), value));
+            ASSERT_EQ(STATUS_OK,
+                      ::ndk::AParcel_writeParcelable(gen.get(), convertParcel<Gen>(value)));
+            EXPECT_EQ(words(hand.get()), words(gen.get()));
+
+            ::ndk::ScopedAParcel handVector(AParcel_create());
+            ::ndk::ScopedAParcel genVector(AParcel_create());
+            ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeVector(handVector.get(), value.data));
+            ASSERT_EQ(STATUS_OK,
+                      ::ndk::AParcel_writeVector(genVector.get(), convertData<Gen>(value.data)));
+            EXPECT_EQ(words(handVector.get()), words(genVector.get()));
+        }
+    }
+}
+
+// A raw binder with the HAL's descriptor that keeps the request words of each call and answers
+// with an empty success (status header, then zeros: 0, empty vector or empty string).
+struct Recorder {
+    std::mutex mutex;
+    std::map<transaction_code_t, std::vector<int32_t>> requests;
+
+    static AIBinder_Class* clazz() {
+        static AIBinder_Class* c = AIBinder_Class_define(
+                Hand::ITorq::descriptor, [](void* args) { return args; }, [](void*) {},
+                [](AIBinder* binder, transaction_code_t code, const AParcel* in,
+                   AParcel* out) -> binder_status_t {
+                    auto* self = static_cast<Recorder*>(AIBinder_getUserData(binder));
+                    std::vector<int32_t> request = words(in, AParcel_getDataPosition(in));
+                    {
+                        std::lock_guard<std::mutex> lock(self->mutex);
+                        self->requests[code] = std::move(request);
+                    }
+                    ::ndk::ScopedAStatus ok = ::ndk::ScopedAStatus::ok();
+                    AParcel_writeStatusHeader(out, ok.get());
+                    AParcel_writeInt32(out, 0);
+                    return AParcel_writeInt32(out, 0);
+                });
+        return c;
+    }
+};
+
+// Calls every method with the same arguments and returns the request words per code.
+template <typename S>
+std::map<transaction_code_t, std::vector<int32_t>> requestsOf(
+        Recorder* recorder, const ::ndk::SpAIBinder& binder,
+        const std::shared_ptr<Hand::ICallback>& listener) {
+    {
+        std::lock_guard<std::mutex> lock(recorder->mutex);
+        recorder->requests.clear();
+    }
+    std::shared_ptr<typename S::ITorq> torq = S::ITorq::fromBinder(binder);
+    Hand::Parcel p = baseParcel();
+    parcelCases()[2].change(p);  // "present": every nullable field set
+    p.callback = listener;
+    const auto parcel = convertParcel<S>(p);
+    const auto callback = convertCallback<S>(listener);
+    int32_t r = 0;
+    std::string s;
+    std::vector<typename S::Data> v;
+    EXPECT_TRUE(torq->init().isOk());
+    EXPECT_TRUE(torq->request(parcel, &r).isOk());
+    EXPECT_TRUE(torq->release(3, &r).isOk());
+    EXPECT_TRUE(torq->stateRequest(parcel, &v).isOk());
+    EXPECT_TRUE(torq->listeningRegister(parcel, callback, &r).isOk());
+    EXPECT_TRUE(torq->listeningUnregister(4, &r).isOk());
+    EXPECT_TRUE(torq->propertyGet("n\xc3\xa9", &s).isOk());
+    EXPECT_TRUE(torq->propertySet("n", "v", &r).isOk());
+    EXPECT_TRUE(torq->thermalListeningRegister({1, 2, 3}, callback, &r).isOk());
+    EXPECT_TRUE(torq->thermalListeningUnregister(5, &r).isOk());
+    EXPECT_TRUE(torq->notifyEvent(parcel, &r).isOk());
+    EXPECT_TRUE(torq->setRelatedSysInfo(6, -7, &r).isOk());
+    EXPECT_TRUE(torq->ruleCtl(8, 9, parcel.data, &r).isOk());
+    std::lock_guard<std::mutex> lock(recorder->mutex);
+    return recorder->requests;
+}
+
+TEST_F(TorqConformanceTest, BothProxiesSendTheSameRequestBytes) {
+    const binder_host::ProcessId pid = binder_host::createProcess("recorder");
+    Recorder recorder;
+    ::ndk::SpAIBinder remote;
+    binder_host::runInProcess(pid, [&] {
+        ::ndk::SpAIBinder local(AIBinder_new(Recorder::clazz(), &recorder));
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(local.get(), kInstance));
+    });
+    remote.set(AServiceManager_checkService(kInstance));
+    ASSERT_TRUE(AIBinder_isRemote(remote.get()));
+    auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+
+    const auto hand = requestsOf<Hand>(&recorder, remote, listener);
+    const auto gen = requestsOf<Gen>(&recorder, remote, listener);
+    ASSERT_EQ(13u, hand.size());
+    for (const auto& [code, bytes] : hand) {
+        SCOPED_TRACE("transaction " + std::to_string(code));
+        ASSERT_EQ(1u, gen.count(code));
+        EXPECT_EQ(bytes, gen.at(code));
+    }
+}
+
+// The same request bytes to a hand-written and to a generated HAL give the same reply bytes.
+TEST_F(TorqConformanceTest, BothHalsAnswerWithTheSameReplyBytes) {
+    const binder_host::ProcessId handPid = binder_host::createProcess("hand-hal");
+    const binder_host::ProcessId genPid = binder_host::createProcess("gen-hal");
+    ::ndk::SpAIBinder hand;
+    ::ndk::SpAIBinder gen;
+    binder_host::runInProcess(handPid,
+                              [&] { hand = ::ndk::SharedRefBase::make<Hal<Hand>>()->asBinder(); });
+    binder_host::runInProcess(genPid,
+                              [&] { gen = ::ndk::SharedRefBase::make<Hal<Gen>>()->asBinder(); });
+
+    // Requests without binders (those with a callback argument send a null one), built by the
+    // hand-written proxy against a recorder.
+    const binder_host::ProcessId recorderPid = binder_host::createProcess("recorder");
+    Recorder recorder;
+    binder_host::runInProcess(recorderPid, [&] {
+        ::ndk::SpAIBinder local(AIBinder_new(Recorder::clazz(), &recorder));
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(local.get(), kInstance));
+    });
+    const auto requests = requestsOf<Hand>(
+            &recorder, ::ndk::SpAIBinder(AServiceManager_checkService(kInstance)), nullptr);
+    ASSERT_EQ(13u, requests.size());
+
+    auto reply = [](const ::ndk::SpAIBinder& to, transaction_code_t code,
+                    const std::vector<int32_t>& request) {
+        ::ndk::ScopedAParcel in;
+        EXPECT_EQ(STATUS_OK, AIBinder_prepareTransaction(to.get(), in.getR()));
+        for (int32_t w : request) AParcel_writeInt32(in.get(), w);
+        ::ndk::ScopedAParcel out;
+        EXPECT_EQ(STATUS_OK, AIBinder_transact(to.get(), code, in.getR(), out.getR(), 0));
+        return words(out.get());
+    };
+    for (const auto& [code, request] : requests) {
+        SCOPED_TRACE("transaction " + std::to_string(code));
+        const std::vector<int32_t> fromHand = reply(hand, code, request);
+        EXPECT_FALSE(fromHand.empty());
+        EXPECT_EQ(0, fromHand.at(0));  // EX_NONE: the request was understood
+        EXPECT_EQ(fromHand, reply(gen, code, request));
+    }
+}
+
+}  // namespace
+}  // namespace conformance
