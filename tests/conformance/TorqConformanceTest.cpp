@@ -10,10 +10,21 @@
 #include <climits>
 #include <functional>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "TorqConformance.h"
+
+// Readable failures: gtest prints the hand-written parcelables through their toString().
+namespace aidl::vendor::quarn::hardware::torq {
+void PrintTo(const TorqRequestData& value, std::ostream* os) {
+    *os << value.toString();
+}
+void PrintTo(const TorqRequestParcel& value, std::ostream* os) {
+    *os << value.toString();
+}
+}  // namespace aidl::vendor::quarn::hardware::torq
 
 namespace conformance {
 namespace {
