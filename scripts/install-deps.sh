@@ -10,6 +10,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
     googletest                                 # GoogleTest's sources, for the libc++ build
     blueprint-tools                            # bpfmt, to check the Android.bp files
+    aidl                                       # the AIDL compiler, for the conformance tests
 )
 
 missing=()
