@@ -39,7 +39,8 @@ struct Gen {
     using Parcel = ::aidlc::vendor::quarn::hardware::torq::TorqRequestParcel;
 };
 
-// The same callback object seen through the other side's class: its binder, associated again.
+// A callback's binder seen through side To's class. Only a proxy that no other class has claimed
+// yet can be associated: a process holds one side's stubs per binder, as on a device.
 template <typename To, typename FromCallback>
 std::shared_ptr<typename To::ICallback> convertCallback(const std::shared_ptr<FromCallback>& from) {
     if (!from) return nullptr;
@@ -75,7 +76,8 @@ typename To::Parcel convertParcel(const FromParcel& from) {
     to.duration = from.duration;
     to.extras = from.extras;
     to.param = from.param;
-    to.callback = convertCallback<To>(from.callback);
+    // Not converted: the callback belongs to one side per process (see convertCallback).
+    to.callback = nullptr;
     to.pkg = from.pkg;
     to.identity = from.identity;
     to.numbers = from.numbers;
@@ -89,7 +91,9 @@ struct Received {
     std::vector<int32_t> ids;
     std::vector<Hand::Data> data;
     int64_t sysInfo = 0;
-    bool hadCallback = false;
+    bool hadCallback = false;           // a callback argument
+    bool parcelCallback = false;        // a callback inside the last parcel
+    bool parcelCallbackRemote = false;  // ... and it was a proxy
 };
 
 // One HAL for both sides. Every result is a function of the arguments, so a caller can check it,
@@ -203,6 +207,8 @@ class Hal : public S::BnTorq {
         Hand::Parcel converted = convertParcel<Hand>(p);
         std::lock_guard<std::mutex> lock(mutex);
         received.parcel = std::move(converted);
+        received.parcelCallback = p.callback != nullptr;
+        received.parcelCallbackRemote = p.callback != nullptr && p.callback->isRemote();
     }
 
     std::mutex mutex;

@@ -114,6 +114,26 @@ std::vector<ParcelCase> parcelCases() {
     };
 }
 
+constexpr const char* kListener = "conformance.listener";
+
+// A callback object in a process of its own, registered as kListener, so that each side's stubs
+// can wrap its own proxy of the same object (a process holds one side's stubs per binder).
+void serveListener() {
+    const binder_host::ProcessId pid = binder_host::createProcess("listener");
+    binder_host::runInProcess(pid, [] {
+        auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(listener->asBinder().get(), kListener));
+    });
+}
+
+template <typename S>
+std::shared_ptr<typename S::ICallback> listenerProxy() {
+    auto callback =
+            S::ICallback::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kListener)));
+    EXPECT_NE(nullptr, callback);
+    return callback;
+}
+
 // One process serves a HAL of side `Server`; the test thread calls it through side `Client`.
 class TorqConformanceTest : public ::testing::Test {
   protected:
@@ -217,23 +237,21 @@ class TorqConformanceTest : public ::testing::Test {
         std::shared_ptr<Hal<Server>> hal = serve<Server>();
         std::shared_ptr<typename Client::ITorq> torq = connect<Client>();
         ASSERT_NE(nullptr, torq);
-        auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+        auto listener = ::ndk::SharedRefBase::make<Listener<Client>>();
         for (const ParcelCase& c : parcelCases()) {
             for (bool withCallback : {false, true}) {
                 SCOPED_TRACE(std::string(c.name) + (withCallback ? " with callback" : ""));
                 Hand::Parcel sent = baseParcel();
                 c.change(sent);
-                if (withCallback) sent.callback = listener;
+                typename Client::Parcel parcel = convertParcel<Client>(sent);
+                if (withCallback) parcel.callback = listener;
                 int32_t r = 0;
-                ASSERT_TRUE(torq->request(convertParcel<Client>(sent), &r).isOk());
-                Hand::Parcel got = *hal->snapshot().parcel;
-                // The HAL got a proxy of the callback (calls through it are checked above).
-                EXPECT_EQ(withCallback, got.callback != nullptr);
-                if (withCallback) {
-                    EXPECT_TRUE(got.callback->isRemote());
-                }
-                got.callback = sent.callback;
-                EXPECT_EQ(sent, got);
+                ASSERT_TRUE(torq->request(parcel, &r).isOk());
+                const Received got = hal->snapshot();
+                // The HAL got a proxy of the callback (calls through one are checked above).
+                EXPECT_EQ(withCallback, got.parcelCallback);
+                EXPECT_EQ(withCallback, got.parcelCallbackRemote);
+                EXPECT_EQ(sent, *got.parcel);
 
                 std::vector<typename Client::Data> state;
                 ASSERT_TRUE(torq->stateRequest(convertParcel<Client>(sent), &state).isOk());
@@ -259,6 +277,21 @@ TEST_F(TorqConformanceTest, HandWrittenWritersReachGeneratedReaders) {
     everyField<Hand, Gen>();
 }
 
+// Two copies of the stubs in one process (ours and the generated ones) share descriptors but not
+// classes: a binder claimed by one copy is refused by the other, as on a device, instead of being
+// handed out as an object of the wrong type.
+TEST_F(TorqConformanceTest, ABinderBelongsToOneCopyOfTheStubsPerProcess) {
+    auto local = ::ndk::SharedRefBase::make<Listener<Hand>>();
+    EXPECT_EQ(nullptr, Gen::ICallback::fromBinder(local->asBinder()));
+    EXPECT_EQ(local, Hand::ICallback::fromBinder(local->asBinder()));
+
+    serveListener();
+    ::ndk::SpAIBinder proxy(AServiceManager_checkService(kListener));
+    ASSERT_NE(nullptr, Gen::ICallback::fromBinder(proxy));
+    EXPECT_EQ(nullptr, Hand::ICallback::fromBinder(proxy));
+    EXPECT_NE(nullptr, Gen::ICallback::fromBinder(proxy));  // the first copy keeps it
+}
+
 // --- Bytes ---------------------------------------------------------------------------------------
 
 // The int32 words of a parcel from `from` to its end (binder objects read as their words).
@@ -270,28 +303,43 @@ std::vector<int32_t> words(const AParcel* parcel, int32_t from = 0) {
     return out;
 }
 
-TEST_F(TorqConformanceTest, BothSidesWriteTheSameParcelableBytes) {
-    auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
+// The words side S writes for each case: the parcel, then the vector of its data; with a
+// callback, the listener's proxy. Run in a process of S's own.
+template <typename S>
+std::vector<std::vector<int32_t>> parcelWords() {
+    const auto callback = listenerProxy<S>();
+    std::vector<std::vector<int32_t>> out;
     for (const ParcelCase& c : parcelCases()) {
         for (bool withCallback : {false, true}) {
-            SCOPED_TRACE(std::string(c.name) + (withCallback ? " with callback" : ""));
             Hand::Parcel value = baseParcel();
             c.change(value);
-            if (withCallback) value.callback = listener;
-            ::ndk::ScopedAParcel hand(AParcel_create());
-            ::ndk::ScopedAParcel gen(AParcel_create());
-            ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeParcelable(hand.get(), value));
-            ASSERT_EQ(STATUS_OK,
-                      ::ndk::AParcel_writeParcelable(gen.get(), convertParcel<Gen>(value)));
-            EXPECT_EQ(words(hand.get()), words(gen.get()));
-
-            ::ndk::ScopedAParcel handVector(AParcel_create());
-            ::ndk::ScopedAParcel genVector(AParcel_create());
-            ASSERT_EQ(STATUS_OK, ::ndk::AParcel_writeVector(handVector.get(), value.data));
-            ASSERT_EQ(STATUS_OK,
-                      ::ndk::AParcel_writeVector(genVector.get(), convertData<Gen>(value.data)));
-            EXPECT_EQ(words(handVector.get()), words(genVector.get()));
+            typename S::Parcel parcel = convertParcel<S>(value);
+            if (withCallback) parcel.callback = callback;
+            ::ndk::ScopedAParcel whole(AParcel_create());
+            EXPECT_EQ(STATUS_OK, ::ndk::AParcel_writeParcelable(whole.get(), parcel));
+            out.push_back(words(whole.get()));
+            ::ndk::ScopedAParcel vector(AParcel_create());
+            EXPECT_EQ(STATUS_OK, ::ndk::AParcel_writeVector(vector.get(), parcel.data));
+            out.push_back(words(vector.get()));
         }
+    }
+    return out;
+}
+
+TEST_F(TorqConformanceTest, BothSidesWriteTheSameParcelableBytes) {
+    serveListener();
+    std::vector<std::vector<int32_t>> hand;
+    std::vector<std::vector<int32_t>> gen;
+    binder_host::runInProcess(binder_host::createProcess("hand-writer"),
+                              [&] { hand = parcelWords<Hand>(); });
+    binder_host::runInProcess(binder_host::createProcess("gen-writer"),
+                              [&] { gen = parcelWords<Gen>(); });
+    ASSERT_EQ(parcelCases().size() * 4, hand.size());
+    ASSERT_EQ(hand.size(), gen.size());
+    for (size_t i = 0; i < hand.size(); ++i) {
+        SCOPED_TRACE(std::string(parcelCases()[i / 4].name) + (i % 4 >= 2 ? " with callback" : "") +
+                     (i % 2 == 0 ? ", parcel" : ", vector"));
+        EXPECT_EQ(hand[i], gen[i]);
     }
 }
 
@@ -321,21 +369,24 @@ struct Recorder {
     }
 };
 
-// Calls every method with the same arguments and returns the request words per code.
+// Calls every method of the recorder registered as kInstance with the same arguments (the
+// listener of kListener as callback, or none) and returns the request words per code.
 template <typename S>
-std::map<transaction_code_t, std::vector<int32_t>> requestsOf(
-        Recorder* recorder, const ::ndk::SpAIBinder& binder,
-        const std::shared_ptr<Hand::ICallback>& listener) {
+std::map<transaction_code_t, std::vector<int32_t>> requestsOf(Recorder* recorder,
+                                                              bool withCallback) {
     {
         std::lock_guard<std::mutex> lock(recorder->mutex);
         recorder->requests.clear();
     }
-    std::shared_ptr<typename S::ITorq> torq = S::ITorq::fromBinder(binder);
+    std::shared_ptr<typename S::ITorq> torq =
+            S::ITorq::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    EXPECT_NE(nullptr, torq);
+    if (torq == nullptr) return {};
+    const auto callback = withCallback ? listenerProxy<S>() : nullptr;
     Hand::Parcel p = baseParcel();
     parcelCases()[2].change(p);  // "present": every nullable field set
-    p.callback = listener;
-    const auto parcel = convertParcel<S>(p);
-    const auto callback = convertCallback<S>(listener);
+    typename S::Parcel parcel = convertParcel<S>(p);
+    parcel.callback = callback;
     int32_t r = 0;
     std::string s;
     std::vector<typename S::Data> v;
@@ -357,19 +408,21 @@ std::map<transaction_code_t, std::vector<int32_t>> requestsOf(
 }
 
 TEST_F(TorqConformanceTest, BothProxiesSendTheSameRequestBytes) {
+    serveListener();
     const binder_host::ProcessId pid = binder_host::createProcess("recorder");
     Recorder recorder;
-    ::ndk::SpAIBinder remote;
     binder_host::runInProcess(pid, [&] {
         ::ndk::SpAIBinder local(AIBinder_new(Recorder::clazz(), &recorder));
         ASSERT_EQ(EX_NONE, AServiceManager_addService(local.get(), kInstance));
     });
-    remote.set(AServiceManager_checkService(kInstance));
-    ASSERT_TRUE(AIBinder_isRemote(remote.get()));
-    auto listener = ::ndk::SharedRefBase::make<Listener<Hand>>();
 
-    const auto hand = requestsOf<Hand>(&recorder, remote, listener);
-    const auto gen = requestsOf<Gen>(&recorder, remote, listener);
+    // Each side calls from a process of its own.
+    std::map<transaction_code_t, std::vector<int32_t>> hand;
+    std::map<transaction_code_t, std::vector<int32_t>> gen;
+    binder_host::runInProcess(binder_host::createProcess("hand-client"),
+                              [&] { hand = requestsOf<Hand>(&recorder, true); });
+    binder_host::runInProcess(binder_host::createProcess("gen-client"),
+                              [&] { gen = requestsOf<Gen>(&recorder, true); });
     ASSERT_EQ(13u, hand.size());
     for (const auto& [code, bytes] : hand) {
         SCOPED_TRACE("transaction " + std::to_string(code));
@@ -397,8 +450,7 @@ TEST_F(TorqConformanceTest, BothHalsAnswerWithTheSameReplyBytes) {
         ::ndk::SpAIBinder local(AIBinder_new(Recorder::clazz(), &recorder));
         ASSERT_EQ(EX_NONE, AServiceManager_addService(local.get(), kInstance));
     });
-    const auto requests = requestsOf<Hand>(
-            &recorder, ::ndk::SpAIBinder(AServiceManager_checkService(kInstance)), nullptr);
+    const auto requests = requestsOf<Hand>(&recorder, false);
     ASSERT_EQ(13u, requests.size());
 
     auto reply = [](const ::ndk::SpAIBinder& to, transaction_code_t code,
