@@ -43,7 +43,8 @@ class Source {
         return static_cast<int32_t>(v);
     }
     int64_t int64() {
-        return (static_cast<int64_t>(int32()) << 32) | static_cast<uint32_t>(int32());
+        const uint64_t high = static_cast<uint32_t>(int32());
+        return static_cast<int64_t>((high << 32) | static_cast<uint32_t>(int32()));
     }
     // A string of up to 15 bytes forced to ASCII (the writers refuse invalid UTF-8 on purpose),
     // or null.

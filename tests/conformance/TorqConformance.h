@@ -96,6 +96,11 @@ struct Received {
     bool parcelCallbackRemote = false;  // ... and it was a proxy
 };
 
+// The low 32 bits of `v`: the HAL's results wrap instead of overflowing on hostile arguments.
+inline int32_t wrap(int64_t v) {
+    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
+}
+
 // One HAL for both sides. Every result is a function of the arguments, so a caller can check it,
 // and both sides answer the same arguments with the same bytes. A callback handed to a
 // registration is called at once with the request's data.
@@ -113,11 +118,11 @@ class Hal : public S::BnTorq {
     }
     ::ndk::ScopedAStatus request(const Parcel& p, int32_t* r) override {
         keep(p);
-        *r = p.kind + 100;
+        *r = wrap(int64_t{p.kind} + 100);
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus release(int32_t handle, int32_t* r) override {
-        *r = handle * 2;
+        *r = wrap(int64_t{handle} * 2);
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus stateRequest(const Parcel& p, std::vector<Data>* r) override {
@@ -140,7 +145,7 @@ class Hal : public S::BnTorq {
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus listeningUnregister(int32_t handle, int32_t* r) override {
-        *r = -handle;
+        *r = wrap(-int64_t{handle});
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus propertyGet(const std::string& name, std::string* r) override {
@@ -149,7 +154,7 @@ class Hal : public S::BnTorq {
     }
     ::ndk::ScopedAStatus propertySet(const std::string& name, const std::string& value,
                                      int32_t* r) override {
-        *r = static_cast<int32_t>(name.size() * 1000 + value.size());
+        *r = wrap(static_cast<int64_t>(name.size() * 1000 + value.size()));
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus thermalListeningRegister(const std::vector<int32_t>& ids,
@@ -175,7 +180,7 @@ class Hal : public S::BnTorq {
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus thermalListeningUnregister(int32_t handle, int32_t* r) override {
-        *r = handle + 1;
+        *r = wrap(int64_t{handle} + 1);
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus notifyEvent(const Parcel& p, int32_t* r) override {
@@ -193,7 +198,7 @@ class Hal : public S::BnTorq {
                                  int32_t* r) override {
         std::lock_guard<std::mutex> lock(mutex);
         received.data = convertData<Hand>(data);
-        *r = ruleId - status;
+        *r = wrap(int64_t{ruleId} - status);
         return ::ndk::ScopedAStatus::ok();
     }
 
