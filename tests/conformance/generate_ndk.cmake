@@ -6,21 +6,11 @@
 #
 # Output: OUT/include/<NAMESPACE>/<package path>/*.h and OUT/src/<package path>/*.cpp.
 #
-# Every change made to the compiler's output is listed here, each with its reason:
-#  1. @VintfStability is removed from a copy of the sources: Android 10's compiler does not know it
-#     (later compilers use it only to mark the binders, which the host ignores).
-#  2. The top namespace `aidl` (and the include folder `aidl/`) becomes NAMESPACE, so the generated
-#     classes do not collide with the hand-written ones. Descriptors are left alone: both sides
-#     must see the same interface on the wire.
-#  3. `(new BpFoo(binder))->ref<IFoo>()` becomes `::ndk::SharedRefBase::make<BpFoo>(binder)`.
-#     From API 30 on, the platform's SharedRefBase hides operator new (only make() may allocate),
-#     so Android 10's fromBinder does not compile against API-34 headers on a device either.
-#  4. The int32 "non-null" marker before a parcelable moves out of the parcelable's own
-#     writeToParcel / readFromParcel into ::ndk::AParcel_writeParcelable / AParcel_readParcelable
-#     at the call sites. Android 10's compiler put the marker inside; later compilers and the
-#     API-34 headers put it at the call site (the headers' vector helpers write it for each
-#     element), so Android 10's output combined with API-34 headers would write the marker twice
-#     inside vectors on a device too. The bytes on the wire are the same as both compilers intend.
+# The compiler's output is used as it comes except for four changes (1-4 below), each made
+# beside the comment that names why. 1 works around a limit of Android 10's compiler; 2 lets the
+# generated classes live beside the hand-written ones; 3 and 4 are differences between Android
+# 10's output and the API-34 headers that a device has too. A shape the script does not know
+# stops the build rather than slip through.
 
 foreach(var AIDL ROOT FILES OUT NAMESPACE)
     if(NOT DEFINED ${var})
@@ -36,7 +26,8 @@ set(copy_root ${OUT}/aidl-src)
 set(raw_root ${OUT}/raw)
 file(REMOVE_RECURSE ${copy_root} ${raw_root} ${OUT}/include ${OUT}/src)
 
-# 1. A copy of the sources without @VintfStability.
+# 1. A copy of the sources without @VintfStability: Android 10's compiler does not know the
+#    annotation (later compilers only use it to mark the binders, a no-op on the host).
 foreach(f IN LISTS FILES)
     file(READ ${ROOT}/${f} text)
     string(REGEX REPLACE "@VintfStability[ \t\r\n]*" "" text "${text}")
@@ -59,18 +50,27 @@ file(GLOB_RECURSE generated RELATIVE ${raw_root} ${raw_root}/*.h ${raw_root}/*.c
 foreach(rel IN LISTS generated)
     file(READ ${raw_root}/${rel} text)
 
-    # 2. A namespace of its own.
+    # 2. A namespace of its own: the top namespace `aidl` and the include folder `aidl/` become
+    #    NAMESPACE, so the classes do not collide with hand-written stubs of the same interface.
+    #    Descriptors are left alone: both sides must be the same interface on the wire.
     string(REPLACE "namespace aidl {" "namespace ${NAMESPACE} {" text "${text}")
     string(REPLACE "}  // namespace aidl\n" "}  // namespace ${NAMESPACE}\n" text "${text}")
     string(REPLACE "::aidl::" "::${NAMESPACE}::" text "${text}")
     string(REPLACE "#include <aidl/" "#include <${NAMESPACE}/" text "${text}")
     string(REPLACE "#include \"aidl/" "#include \"${NAMESPACE}/" text "${text}")
 
-    # 3. Proxies are made through SharedRefBase::make.
+    # 3. `(new BpFoo(binder))->ref<IFoo>()` becomes `::ndk::SharedRefBase::make<BpFoo>(binder)`:
+    #    from API 30 on, SharedRefBase hides operator new (only make() may allocate), so Android
+    #    10's fromBinder does not compile against API-34 headers on a device either.
     string(REGEX REPLACE "\\(new (Bp[A-Za-z0-9_]+)\\(binder\\)\\)->ref<[A-Za-z0-9_:]+>\\(\\)"
                          "::ndk::SharedRefBase::make<\\1>(binder)" text "${text}")
 
-    # 4. The non-null marker at the call sites, not inside the parcelable.
+    # 4. The int32 non-null marker before a parcelable moves out of the parcelable's own
+    #    writeToParcel / readFromParcel to the call sites (::ndk::AParcel_writeParcelable /
+    #    AParcel_readParcelable). Android 10's compiler wrote it inside; the API-34 headers write
+    #    it in their helpers (for each element of a vector too), so Android 10's output with
+    #    API-34 headers would write it twice inside vectors, on a device too. The bytes on the
+    #    wire become what both compilers intend.
     string(REGEX REPLACE
            "\\(([A-Za-z0-9_]+)\\)\\.writeToParcel\\(([A-Za-z0-9_]+(\\.get\\(\\))?)\\)"
            "::ndk::AParcel_writeParcelable(\\2, \\1)" text "${text}")
