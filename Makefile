@@ -66,7 +66,7 @@ test-tsan: deps
 # starting from its checked-in corpus (fuzz/corpus/<target>); what it finds goes to
 # $(BUILD)-fuzz/corpus (new inputs) and $(BUILD)-fuzz/crashes (failing ones), never into the tree.
 FUZZ_SECONDS ?= 20
-FUZZ_TARGETS ?= string_utils callback_client parcelables torqctl_parser torqctl_json
+FUZZ_TARGETS ?= string_utils callback_client parcelables torqctl_parser torqctl_json conformance
 
 fuzz: deps
 	@$(call configure,$(BUILD)-fuzz,-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DZEL_SANITIZE_ADDRESS=ON -DZEL_BUILD_FUZZERS=ON -DZEL_BUILD_TESTS=OFF -DZEL_BUILD_BENCHMARKS=OFF)

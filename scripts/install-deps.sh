@@ -27,6 +27,7 @@ test_packages=(
     blueprint-tools                            # bpfmt, to check the Android.bp files
     python3                                    # the checks of the device tree files
     pkgconf                                    # pkg-config, to test the installed package
+    aidl                                       # the AIDL compiler, for the conformance tests
 )
 
 # What measuring needs on top (make bench, make bench-instructions).

@@ -33,7 +33,7 @@ class ParcelTest : public BinderTest {
   protected:
     void SetUp() override {
         BinderTest::SetUp();
-        parcel.reset(AParcel_create());
+        parcel.set(AParcel_create());
     }
     // Raw int32 words of the whole parcel.
     std::vector<int32_t> words() {
@@ -230,7 +230,7 @@ TEST_F(ParcelTest, BindersAreKeptByReferenceAndCannotBeForged) {
     rewind();
     AParcel_writeInt64(parcel.get(), 0);
     EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));  // ours + the copy's
-    copy.reset();
+    copy.set(nullptr);
     EXPECT_EQ(1, AIBinder_debugGetRefCount(binder.get()));
     binder.set(nullptr);
     EXPECT_EQ(1, destroyed.load());

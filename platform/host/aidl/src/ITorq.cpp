@@ -2,6 +2,8 @@
 #include <aidl/vendor/quarn/hardware/torq/BpTorq.h>
 #include <aidl/vendor/quarn/hardware/torq/ITorq.h>
 
+#include <android/binder_stability.h>
+
 #include "StubSupport.h"
 
 namespace aidl::vendor::quarn::hardware::torq {
@@ -433,6 +435,9 @@ std::function<void(const BnTorq::TransactionLog&)> BnTorq::logFunc;
 
 ::ndk::SpAIBinder BnTorq::createBinder() {
     AIBinder* binder = AIBinder_new(g_clazz, static_cast<void*>(this));
+    // A @VintfStability interface: the device's generated code marks its binders so that they
+    // may cross the system/vendor boundary.
+    AIBinder_markVintfStability(binder);
     return ::ndk::SpAIBinder(binder);
 }
 

@@ -2,6 +2,8 @@
 #include <aidl/vendor/quarn/hardware/torq/BpTorqCallback.h>
 #include <aidl/vendor/quarn/hardware/torq/ITorqCallback.h>
 
+#include <android/binder_stability.h>
+
 #include "StubSupport.h"
 
 namespace aidl::vendor::quarn::hardware::torq {
@@ -124,6 +126,9 @@ std::function<void(const BnTorqCallback::TransactionLog&)> BnTorqCallback::logFu
 
 ::ndk::SpAIBinder BnTorqCallback::createBinder() {
     AIBinder* binder = AIBinder_new(g_clazz, static_cast<void*>(this));
+    // A @VintfStability interface: the device's generated code marks its binders so that they
+    // may cross the system/vendor boundary.
+    AIBinder_markVintfStability(binder);
     return ::ndk::SpAIBinder(binder);
 }
 

@@ -349,7 +349,10 @@ bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (binder == nullptr || clazz == nullptr) return false;
     const AIBinder_Class* current = binder->clazz.load(std::memory_order_acquire);
     if (current == clazz) return true;
-    if (current != nullptr) return current->descriptor == clazz->descriptor;
+    // A binder keeps the first class it was given. Another class object, even one with the same
+    // descriptor (two copies of the generated stubs in one process), fails as on a device: the
+    // binder's user data belongs to the first class's interface.
+    if (current != nullptr) return false;
     // A proxy learns its class here; the descriptor comes from the remote object, which a dead
     // process can no longer tell.
     if (!binder->node->process->alive.load(std::memory_order_acquire)) return false;
@@ -359,7 +362,7 @@ bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {
     if (binder->clazz.compare_exchange_strong(expected, clazz, std::memory_order_acq_rel)) {
         return true;
     }
-    return expected->descriptor == clazz->descriptor;
+    return expected == clazz;
 }
 
 const AIBinder_Class* AIBinder_getClass(AIBinder* binder) {

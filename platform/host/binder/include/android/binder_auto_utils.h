@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <ostream>
 #include <string>
 
 namespace ndk {
@@ -79,6 +80,44 @@ class SpAIBinder {
     AIBinder* mBinder;
 };
 
+// Comparisons of a held binder with a raw pointer, either way round.
+inline bool operator==(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() == rhs;
+}
+inline bool operator!=(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() != rhs;
+}
+inline bool operator<(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() < rhs;
+}
+inline bool operator<=(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() <= rhs;
+}
+inline bool operator>(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() > rhs;
+}
+inline bool operator>=(const SpAIBinder& lhs, const AIBinder* rhs) {
+    return lhs.get() >= rhs;
+}
+inline bool operator==(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs == rhs.get();
+}
+inline bool operator!=(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs != rhs.get();
+}
+inline bool operator<(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs < rhs.get();
+}
+inline bool operator<=(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs <= rhs.get();
+}
+inline bool operator>(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs > rhs.get();
+}
+inline bool operator>=(const AIBinder* lhs, const SpAIBinder& rhs) {
+    return lhs >= rhs.get();
+}
+
 namespace impl {
 
 // Owns one resource of type T, released with Destroy unless it equals Default.
@@ -86,13 +125,13 @@ template <typename T, void (*Destroy)(T), T Default>
 class ScopedAResource {
   public:
     explicit ScopedAResource(T t = Default) : mT(t) {}
-    ~ScopedAResource() { reset(); }
+    ~ScopedAResource() { set(Default); }
 
     ScopedAResource(const ScopedAResource&) = delete;
     ScopedAResource& operator=(const ScopedAResource&) = delete;
     ScopedAResource(ScopedAResource&& other) noexcept : mT(other.release()) {}
     ScopedAResource& operator=(ScopedAResource&& other) noexcept {
-        if (this != &other) reset(other.release());
+        if (this != &other) set(other.release());
         return *this;
     }
 
@@ -100,11 +139,14 @@ class ScopedAResource {
     // For out-parameters: the held resource must be the default before.
     T* getR() { return &mT; }
 
-    void reset(T t = Default) {
+    // Releases the held resource and takes ownership of `t`. Generated proxies store their
+    // result status this way.
+    void set(T t) {
         if (mT != Default) Destroy(mT);
         mT = t;
     }
-    T release() {
+    // Gives up ownership without releasing: the caller now owns the returned resource.
+    [[nodiscard]] T release() {
         T t = mT;
         mT = Default;
         return t;
@@ -168,6 +210,11 @@ class ScopedAStatus : public impl::ScopedAResource<AStatus*, AStatus_delete, nul
         return ScopedAStatus(AStatus_fromStatus(status));
     }
 };
+
+// Prints the status's description (as gtest and logging code do with `<<`).
+inline std::ostream& operator<<(std::ostream& os, const ScopedAStatus& status) {
+    return os << status.getDescription();
+}
 
 class ScopedAIBinder_DeathRecipient
     : public impl::ScopedAResource<AIBinder_DeathRecipient*, AIBinder_DeathRecipient_delete, nullptr> {

@@ -82,6 +82,9 @@ void AIBinder_decStrong(AIBinder* binder);
 // The number of strong references held through this handle; -1 for null.
 int32_t AIBinder_debugGetRefCount(AIBinder* binder);
 
+// Gives `binder` its class: true when it already has exactly this class, or when it is a proxy
+// without one whose remote object has the class's descriptor. Another class object with the same
+// descriptor is refused, as on a device (a binder belongs to one copy of the stubs per process).
 bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz);
 const AIBinder_Class* AIBinder_getClass(AIBinder* binder);
 // The onCreate result of a local binder; null for a proxy.

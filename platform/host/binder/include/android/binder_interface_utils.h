@@ -215,7 +215,7 @@ SpAIBinder BnCInterface<INTERFACE>::asBinder() {
     if (mWeakBinder.get() != nullptr) binder.set(AIBinder_Weak_promote(mWeakBinder.get()));
     if (binder.get() == nullptr) {
         binder = createBinder();
-        mWeakBinder.reset(AIBinder_Weak_new(binder.get()));
+        mWeakBinder.set(AIBinder_Weak_new(binder.get()));
     }
     return binder;
 }

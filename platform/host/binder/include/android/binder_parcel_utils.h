@@ -709,7 +709,7 @@ static inline binder_status_t AParcel_readData(const AParcel* parcel, T* value) 
     } else if constexpr (std::is_same_v<T, ScopedFileDescriptor>) {
         int fd = -1;
         binder_status_t status = AParcel_readParcelFileDescriptor(parcel, &fd);
-        if (status == STATUS_OK) value->reset(fd);
+        if (status == STATUS_OK) value->set(fd);
         return status;
     } else if constexpr (std::is_enum_v<T>) {
         std::underlying_type_t<T> raw{};

@@ -1,0 +1,6 @@
+package conformance.probe;
+
+parcelable Inner {
+    int count;
+    @nullable String label;
+}
