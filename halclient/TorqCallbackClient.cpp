@@ -13,10 +13,10 @@ using ::aidl::vendor::quarn::hardware::torq::TorqRequestData;
 
 namespace {
 
-constexpr const char* kTag = "TorqFramework-lib-vendor";
+constexpr const char* kLogTag = "TorqFramework-lib-vendor";
 
-#define CB_LOGI(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
-#define CB_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, kTag, __VA_ARGS__)
+#define LOGI(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
+#define LOGE(...) __android_log_print(ANDROID_LOG_ERROR, kLogTag, __VA_ARGS__)
 
 void printLog(const BnTorqCallback::TransactionLog& log) {
     __android_log_print(ANDROID_LOG_INFO, nullptr,
@@ -58,7 +58,7 @@ TorqCallbackClient::TorqCallbackClient(const std::shared_ptr<IClientCallbackByPa
 }
 
 TorqCallbackClient::~TorqCallbackClient() {
-    CB_LOGI("ndk backend ~TorqCallbackClient");
+    LOGI("ndk backend ~TorqCallbackClient");
     mCallback.reset();
     mPathCallback.reset();
 }
@@ -74,13 +74,13 @@ ndk::ScopedAStatus TorqCallbackClient::onCallback(const std::vector<TorqRequestD
                 paths.push_back(record.path.value_or(std::string()));
                 values.push_back(record.value.value_or(std::string()));
                 if (record.path.has_value() && record.value.has_value()) {
-                    CB_LOGI("TorqCallbackClient::onCallback res_Id %s res_Value %s is_register %d",
-                            record.path->c_str(), record.value->c_str(), is_register);
+                    LOGI("TorqCallbackClient::onCallback res_Id %s res_Value %s is_register %d",
+                         record.path->c_str(), record.value->c_str(), is_register);
                 }
             }
             if (mPathCallback != nullptr) {
-                CB_LOGI("TorqCallback::onCallback call IClientCallback onCallback is_register %d",
-                        is_register);
+                LOGI("TorqCallback::onCallback call IClientCallback onCallback is_register %d",
+                     is_register);
                 mPathCallback->onCallback(std::move(values), std::move(paths));
             }
         } else {
@@ -88,17 +88,17 @@ ndk::ScopedAStatus TorqCallbackClient::onCallback(const std::vector<TorqRequestD
             for (const TorqRequestData& record : data) {
                 resources.push_back({record.id, record.value.value_or(std::string())});
                 if (record.value.has_value()) {
-                    CB_LOGI("TorqCallbackClient::onCallback res_Id %#x res_Value %s is_register "
-                            "%d",
-                            record.id, record.value->c_str(), is_register);
+                    LOGI("TorqCallbackClient::onCallback res_Id %#x res_Value %s is_register "
+                         "%d",
+                         record.id, record.value->c_str(), is_register);
                 } else {
-                    CB_LOGI("TorqCallbackClient::onCallback res_Id %#x is_register %d", record.id,
-                            is_register);
+                    LOGI("TorqCallbackClient::onCallback res_Id %#x is_register %d", record.id,
+                         is_register);
                 }
             }
             if (mCallback != nullptr) {
-                CB_LOGI("TorqCallback::onCallback call IClientCallback onCallback is_register %d",
-                        is_register);
+                LOGI("TorqCallback::onCallback call IClientCallback onCallback is_register %d",
+                     is_register);
                 mCallback->onCallback(std::move(resources));
             }
         }
@@ -112,14 +112,14 @@ ndk::ScopedAStatus TorqCallbackClient::onCallback(const std::vector<TorqRequestD
     auto kept = std::remove_if(request_callbacks.begin(), request_callbacks.end(),
                                [this](const std::shared_ptr<TorqCallbackClient>& client) {
                                    if (client.get() != this) return false;
-                                   CB_LOGI("callback is found in request_callbacks");
+                                   LOGI("callback is found in request_callbacks");
                                    return true;
                                });
     request_callbacks.erase(kept, request_callbacks.end());
     size_t after = request_callbacks.size();
-    if (after == before) CB_LOGE("callback not found in request_callbacks");
-    CB_LOGI("TorqCallback::onCallback request callback called , remove from request_callbacks , "
-            "request_callbacks size before %d after %d",
-            static_cast<int>(before), static_cast<int>(after));
+    if (after == before) LOGE("callback not found in request_callbacks");
+    LOGI("TorqCallback::onCallback request callback called , remove from request_callbacks , "
+         "request_callbacks size before %d after %d",
+         static_cast<int>(before), static_cast<int>(after));
     return ndk::ScopedAStatus::ok();
 }

@@ -8,8 +8,11 @@
 #include <android/binder_manager.h>
 #include <android/log.h>
 
+#include "../utils/HalCallFrame.h"
+
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <shared_mutex>
 #include <utility>
 
@@ -19,11 +22,11 @@ using ::aidl::vendor::quarn::hardware::torq::TorqRequestParcel;
 
 namespace {
 
-constexpr const char* kTag = "TORQFramework-lib-vendor";
+constexpr const char* kLogTag = "TORQFramework-lib-vendor";
 constexpr const char* kTorqInstance = "vendor.quarn.hardware.torq.ITorq/default";
 
-#define TORQ_LOGI(...) __android_log_print(ANDROID_LOG_INFO, kTag, __VA_ARGS__)
-#define TORQ_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, kTag, __VA_ARGS__)
+#define LOGI(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
+#define LOGE(...) __android_log_print(ANDROID_LOG_ERROR, kLogTag, __VA_ARGS__)
 
 // Request kinds understood by the HAL.
 constexpr int32_t kKindResCtl = 1;
@@ -46,6 +49,23 @@ struct TorqCallbackGroup {
 
 // Load-time state. The definition order is the construction order (and the reverse the
 // destruction order at unload); keep it.
+//
+// Locks and who holds them:
+//   g_torq_hal_mutex, shared     - every call, from the interface test through its one ITorq call.
+//   g_torq_hal_mutex, exclusive  - connect, death and the failure rule; never taken while this
+//                                  thread holds it shared (the shared lock is never upgraded).
+//   listening_groups_mutex       - the id and path listening registrations take it under the
+//                                  shared interface lock and keep it after that is released,
+//                                  through the failure rule (so the exclusive interface lock is
+//                                  then taken under it); unregistering takes it after the shared
+//                                  lock is released, and also keeps it through the failure rule.
+//                                  This order is the front end's established behaviour and is
+//                                  kept: a failing registration waits for the exclusive lock with
+//                                  the registry held, so a registration running meanwhile on
+//                                  another thread (shared lock held, waiting for the registry)
+//                                  would deadlock with it.
+//   request_callback_mutex       - taken under the shared interface lock to add a request client,
+//                                  and alone on binder threads (TorqCallbackClient) to remove one.
 static std::shared_ptr<ITorq> g_torq_hal;
 // Shared for every call that uses g_torq_hal, exclusive only to change it.
 static std::shared_timed_mutex g_torq_hal_mutex;
@@ -59,20 +79,19 @@ static AIBinder_DeathRecipient* g_death_recipient = nullptr;
 
 namespace {
 
-using HalSharedLock = std::shared_lock<std::shared_timed_mutex>;
 using HalUniqueLock = std::unique_lock<std::shared_timed_mutex>;
 
 void onTorqHalDied(void* /*cookie*/) {
     HalUniqueLock lock(g_torq_hal_mutex);
     g_torq_hal.reset();
-    TORQ_LOGE("Torq HAL Service died");
+    LOGE("Torq HAL Service died");
 }
 
 }  // namespace
 
 static void get_torq_hal_and_link_to_death() {
     {
-        HalSharedLock lock(g_torq_hal_mutex);
+        halframe::HalSharedLock lock(g_torq_hal_mutex);
         if (g_torq_hal != nullptr) return;
     }
     HalUniqueLock lock(g_torq_hal_mutex);
@@ -82,7 +101,7 @@ static void get_torq_hal_and_link_to_death() {
         g_torq_hal = ITorq::fromBinder(binder);
         binder.set(nullptr);
         if (g_torq_hal == nullptr) {
-            TORQ_LOGE("Torq HAL Service not found");
+            LOGE("Torq HAL Service not found");
             return;
         }
         g_death_recipient = AIBinder_DeathRecipient_new(onTorqHalDied);
@@ -91,39 +110,40 @@ static void get_torq_hal_and_link_to_death() {
         if (linked != STATUS_OK) {
             // Never use an interface whose death would go unnoticed.
             g_torq_hal.reset();
-            TORQ_LOGE("Unable to link to g_torq_hal death notifications!");
+            LOGE("Unable to link to g_torq_hal death notifications!");
         }
     } else {
-        TORQ_LOGE("Torq is not declared, AServiceManager_isDeclared:%d",
-                  AServiceManager_isDeclared(kTorqInstance));
+        LOGE("Torq is not declared, AServiceManager_isDeclared:%d",
+             AServiceManager_isDeclared(kTorqInstance));
     }
 }
 
 namespace {
 
-// Takes the HAL lock shared and returns the connected interface, connecting first if there is
-// none. Returns null with the lock released when the HAL cannot be reached. The interface
-// stays valid while the shared lock is held: only exclusive holders replace g_torq_hal.
-ITorq* lockHal(HalSharedLock& lock) {
-    lock.lock();
-    if (g_torq_hal != nullptr) return g_torq_hal.get();
-    lock.unlock();
-    get_torq_hal_and_link_to_death();
-    lock.lock();
-    if (g_torq_hal != nullptr) return g_torq_hal.get();
-    lock.unlock();
-    return nullptr;
-}
+// This front end's side of the call frame (utils/HalCallFrame.h).
+struct TorqFront {
+    static constexpr const char* kLogTag = ::kLogTag;
+    static constexpr const char* kCallFailedFormat = "%s() failed: torq HAL service not available";
 
-// After a failed transaction the connection is not trusted any more: drop it so that the next
-// call connects again. Must be called without the shared lock. Returns whether the call was OK.
-bool checkHalStatus(const ndk::ScopedAStatus& status, const char* step) {
-    if (status.isOk()) return true;
-    TORQ_LOGE("%s() failed: torq HAL service not available", step);
-    HalUniqueLock lock(g_torq_hal_mutex);
-    g_torq_hal.reset();
-    return false;
-}
+    static std::shared_timed_mutex& mutex() { return g_torq_hal_mutex; }
+    // The interface stays valid while the shared lock is held: only exclusive holders replace it.
+    static ITorq* cachedHal() { return g_torq_hal.get(); }
+    // The connect step logs its own failures and reports none: the interface test under the
+    // lock decides.
+    static bool connectHal() {
+        get_torq_hal_and_link_to_death();
+        return true;
+    }
+    // After a failed transaction the connection is not trusted any more.
+    static void dropHal() {
+        HalUniqueLock lock(g_torq_hal_mutex);
+        g_torq_hal.reset();
+    }
+};
+
+using Frame = halframe::HalFrame<TorqFront>;
+using halframe::HalCall;
+using halframe::MaybeStatus;
 
 std::vector<TorqRequestData> toRequestData(const std::list<ZelClient::Resource>& resources) {
     std::vector<TorqRequestData> data(resources.size());
@@ -154,7 +174,7 @@ std::vector<TorqRequestData> toPathData(const std::vector<std::string>& paths,
 
 void addRequestCallback(const std::shared_ptr<TorqCallbackClient>& client, const char* addLine) {
     std::lock_guard<std::mutex> guard(request_callback_mutex);
-    TORQ_LOGI("%s", addLine);
+    LOGI("%s", addLine);
     request_callbacks.push_back(client);
 }
 
@@ -178,97 +198,83 @@ namespace {
 int32_t resCtlRequest(int32_t param, int32_t duration, std::list<ZelClient::Resource>& resources,
                       int32_t option, int32_t level, int32_t tag,
                       const std::shared_ptr<IClientCallback>* callback) {
-    TORQ_LOGI(callback ? "torq client torqResCtlRequest with callback"
-                       : "torq client torqResCtlRequest");
+    LOGI(callback ? "torq client torqResCtlRequest with callback" : "torq client torqResCtlRequest");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    parcel.flag = level >= 1;
-    if (!torqHalclient::checkResourceList(resources)) {
-        TORQ_LOGE(callback ? "torq client torq_resctl_request ERROR: size unmatched for id and "
-                             "value "
-                           : "torqResCtlRequest ERROR: size unmatched for id and value ");
-        return -1;
-    }
-    parcel.kind = kKindResCtl;
-    parcel.option = option;
-    parcel.tag = tag;
-    parcel.param = param;
-    parcel.duration = duration;
-    if (callback != nullptr) {
-        TORQ_LOGI("new std::shared_ptr TorqCallbackClient callback");
-        auto client = ndk::SharedRefBase::make<TorqCallbackClient>(*callback, false, false);
-        addRequestCallback(client, "torq client torqResCtlRequest add to request_callbacks");
-        parcel.callback = std::move(client);
-    }
-    parcel.data = toRequestData(resources);
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status,
-                   callback ? "torq client TorqCallbackClient with callback" : "torqResCtlRequest");
+    Frame::callHal(
+            callback ? "torq client TorqCallbackClient with callback" : "torqResCtlRequest",
+            [&](ITorq& hal) -> MaybeStatus {
+                TorqRequestParcel parcel;
+                parcel.flag = level >= 1;
+                // Checked only once connected, as it always was.
+                if (!torqHalclient::checkResourceList(resources)) {
+                    LOGE(callback ? "torq client torq_resctl_request ERROR: size unmatched for id "
+                                    "and value "
+                                  : "torqResCtlRequest ERROR: size unmatched for id and value ");
+                    return std::nullopt;
+                }
+                parcel.kind = kKindResCtl;
+                parcel.option = option;
+                parcel.tag = tag;
+                parcel.param = param;
+                parcel.duration = duration;
+                if (callback != nullptr) {
+                    LOGI("new std::shared_ptr TorqCallbackClient callback");
+                    auto client =
+                            ndk::SharedRefBase::make<TorqCallbackClient>(*callback, false, false);
+                    addRequestCallback(client,
+                                       "torq client torqResCtlRequest add to request_callbacks");
+                    parcel.callback = std::move(client);
+                }
+                parcel.data = toRequestData(resources);
+                return hal.request(parcel, &handle);
+            });
     return handle;
 }
 
 int32_t saCtlRequest(int32_t param, int32_t duration, int32_t id, int32_t option, int32_t level,
                      int32_t tag, const std::shared_ptr<IClientCallback>* callback) {
-    TORQ_LOGI(callback ? "torq client torqSACtlRequest with callback"
-                       : "torq client torqSACtlRequest");
+    LOGI(callback ? "torq client torqSACtlRequest with callback" : "torq client torqSACtlRequest");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    parcel.flag = level >= 1;
-    parcel.kind = kKindSACtl;
-    parcel.option = option;
-    parcel.tag = tag;
-    parcel.param = param;
-    parcel.duration = duration;
-    if (callback != nullptr) {
-        TORQ_LOGI("new std::shared_ptr TorqCallbackClient callback");
-        auto client = ndk::SharedRefBase::make<TorqCallbackClient>(*callback, false, false);
-        addRequestCallback(client, "torq client torqSACtlRequest add to request_callbacks");
-        parcel.callback = std::move(client);
-    }
-    parcel.data.resize(1);
-    parcel.data[0].id = id;
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status, callback ? "torqSACtlRequest with callback" : "torqSACtlRequest");
+    Frame::callHal(callback ? "torqSACtlRequest with callback" : "torqSACtlRequest", [&](ITorq& hal) {
+        TorqRequestParcel parcel;
+        parcel.flag = level >= 1;
+        parcel.kind = kKindSACtl;
+        parcel.option = option;
+        parcel.tag = tag;
+        parcel.param = param;
+        parcel.duration = duration;
+        if (callback != nullptr) {
+            LOGI("new std::shared_ptr TorqCallbackClient callback");
+            auto client = ndk::SharedRefBase::make<TorqCallbackClient>(*callback, false, false);
+            addRequestCallback(client, "torq client torqSACtlRequest add to request_callbacks");
+            parcel.callback = std::move(client);
+        }
+        parcel.data.resize(1);
+        parcel.data[0].id = id;
+        return hal.request(parcel, &handle);
+    });
     return handle;
 }
 
 int32_t release(int32_t handle, const char* entryLine, const char* step) {
-    TORQ_LOGI("%s", entryLine);
+    LOGI("%s", entryLine);
     int32_t result = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    ndk::ScopedAStatus status = hal->release(handle, &result);
-    lock.unlock();
-    checkHalStatus(status, step);
+    Frame::callHal(step, [&](ITorq& hal) { return hal.release(handle, &result); });
     return result;
 }
 
 // Dump and history commands: a kind-5 request whose single entry carries the command code.
 int32_t sendCommand(int32_t code, const char* entryLine, const char* step) {
-    TORQ_LOGI("%s", entryLine);
+    LOGI("%s", entryLine);
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    TorqRequestParcel parcel;
-    parcel.kind = kKindCommand;
-    parcel.option = 1;
-    parcel.data.resize(1);
-    parcel.data[0].id = code;
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status, step);
+    Frame::callHal(step, [&](ITorq& hal) {
+        TorqRequestParcel parcel;
+        parcel.kind = kKindCommand;
+        parcel.option = 1;
+        parcel.data.resize(1);
+        parcel.data[0].id = code;
+        return hal.request(parcel, &handle);
+    });
     return handle >= 1 ? 0 : -1;
 }
 
@@ -286,24 +292,32 @@ bool samePaths(const std::vector<std::string>& paths) {
     return false;
 }
 
-// The path listening registrations; `paths` becomes the group's path list.
-int32_t listeningRegisterByPath(TorqRequestParcel& parcel, std::vector<std::string> paths,
-                                const std::shared_ptr<IClientCallbackByPath>& callback,
-                                HalSharedLock& lock, ITorq* hal, const char* step) {
+// The path listening registrations. `fillData(parcel)` fills the parcel's entries and returns the
+// group's path list. The registry is locked under the interface lock, from the duplicate test
+// until the new group is in, and stays locked through the failure rule.
+template <typename FillData>
+int32_t listeningRegisterByPath(int32_t tag, const std::shared_ptr<IClientCallbackByPath>& callback,
+                                const char* step, FillData fillData) {
     int32_t handle = -1;
-    std::lock_guard<std::mutex> groupsGuard(listening_groups_mutex);
-    if (samePaths(paths)) {
-        TORQ_LOGE("Same callback interface registered already");
-        return -1;
-    }
-    auto client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, true);
-    ndk::ScopedAStatus status = hal->listeningRegister(parcel, client, &handle);
-    lock.unlock();
-    if (status.isOk()) {
+    std::unique_lock<std::mutex> groups(listening_groups_mutex, std::defer_lock);
+    std::vector<std::string> paths;
+    std::shared_ptr<TorqCallbackClient> client;
+    HalCall made = Frame::callHal(step, [&](ITorq& hal) -> MaybeStatus {
+        TorqRequestParcel parcel;
+        torqHalclient::torq_add_zdbdebug_for_request_parcel(parcel);
+        parcel.tag = tag;
+        paths = fillData(parcel);
+        groups.lock();
+        if (samePaths(paths)) {
+            LOGE("Same callback interface registered already");
+            return std::nullopt;
+        }
+        client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, true);
+        return hal.listeningRegister(parcel, client, &handle);
+    });
+    if (made == HalCall::kOk) {
         listening_groups.push_back({{}, std::move(paths), handle, std::move(client)});
-        TORQ_LOGI("A callback has been registered to Torq HAL ");
-    } else {
-        checkHalStatus(status, step);
+        LOGI("A callback has been registered to Torq HAL ");
     }
     return handle;
 }
@@ -313,13 +327,8 @@ int32_t listeningRegisterByPath(TorqRequestParcel& parcel, std::vector<std::stri
 namespace torqHalclient {
 
 void torq_init() {
-    TORQ_LOGI("torq client torq_init");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return;
-    ndk::ScopedAStatus status = hal->init();
-    lock.unlock();
-    checkHalStatus(status, "torq_init");
+    LOGI("torq client torq_init");
+    Frame::callHal("torq_init", [](ITorq& hal) { return hal.init(); });
 }
 
 // ---- Resource and SA control ---------------------------------------------------------------
@@ -385,143 +394,130 @@ int32_t torqSACtlRelease(int32_t handle) {
 
 int32_t torqResListeningRegister(std::list<ZelClient::Resource>& resources, int32_t tag,
                                  const std::shared_ptr<IClientCallback>& callback) {
-    TORQ_LOGI("torqResListeningRegister");
+    LOGI("torqResListeningRegister");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    parcel.data = toRequestData(resources);
-    parcel.tag = tag;
+    // Locked under the interface lock, from the duplicate test until the new group is in, and
+    // through the failure rule.
+    std::unique_lock<std::mutex> groups(listening_groups_mutex, std::defer_lock);
     std::vector<int32_t> ids;
-    ids.reserve(resources.size());
-    for (const ZelClient::Resource& res : resources) ids.push_back(res.id);
+    std::shared_ptr<TorqCallbackClient> client;
+    // Reported under the map registration's name; tools grep for it.
+    HalCall made = Frame::callHal("torq_res_listening_register_map", [&](ITorq& hal) -> MaybeStatus {
+        TorqRequestParcel parcel;
+        parcel.data = toRequestData(resources);
+        parcel.tag = tag;
+        ids.reserve(resources.size());
+        for (const ZelClient::Resource& res : resources) ids.push_back(res.id);
 
-    std::lock_guard<std::mutex> groupsGuard(listening_groups_mutex);
-    if (sameIds(ids)) {
-        TORQ_LOGE("Same callback interface registered already");
-        return -1;
-    }
-    auto client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, false);
-    ndk::ScopedAStatus status = hal->listeningRegister(parcel, client, &handle);
-    lock.unlock();
-    if (status.isOk()) {
+        groups.lock();
+        if (sameIds(ids)) {
+            LOGE("Same callback interface registered already");
+            return std::nullopt;
+        }
+        client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, false);
+        return hal.listeningRegister(parcel, client, &handle);
+    });
+    if (made == HalCall::kOk) {
         listening_groups.push_back({std::move(ids), {}, handle, std::move(client)});
-        TORQ_LOGI("A callback has been registered to Torq HAL ");
-    } else {
-        // Reported under the map registration's name; tools grep for it.
-        checkHalStatus(status, "torq_res_listening_register_map");
+        LOGI("A callback has been registered to Torq HAL ");
     }
     return handle;
 }
 
 int32_t torqResListeningUnRegister(int32_t handle) {
-    TORQ_LOGI("torq client torqResListeningUnRegister");
+    LOGI("torq client torqResListeningUnRegister");
     int32_t result = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    ndk::ScopedAStatus status = hal->listeningUnregister(handle, &result);
-    lock.unlock();
-
-    // The local registration goes whatever the HAL said: the caller is done with it.
-    std::lock_guard<std::mutex> groupsGuard(listening_groups_mutex);
-    auto kept = listening_groups.begin();
-    bool found = false;
-    for (auto it = listening_groups.begin(); it != listening_groups.end(); ++it) {
-        if (it->handle == handle) {
-            found = true;
-            TORQ_LOGI("a callback has been unregistered to Torq HAL handle %d", handle);
-            continue;
+    std::unique_lock<std::mutex> groups(listening_groups_mutex, std::defer_lock);
+    // The local registration goes whatever the HAL said (the caller is done with it): it is
+    // removed between the lock release and the failure rule, which runs with the registry locked.
+    auto removeGroup = [&] {
+        groups.lock();
+        auto kept = listening_groups.begin();
+        bool found = false;
+        for (auto it = listening_groups.begin(); it != listening_groups.end(); ++it) {
+            if (it->handle == handle) {
+                found = true;
+                LOGI("a callback has been unregistered to Torq HAL handle %d", handle);
+                continue;
+            }
+            if (kept != it) *kept = std::move(*it);
+            ++kept;
         }
-        if (kept != it) *kept = std::move(*it);
-        ++kept;
-    }
-    listening_groups.erase(kept, listening_groups.end());
-    if (!found) TORQ_LOGE("The callback was not registered before");
-    checkHalStatus(status, "torqResListeningUnRegister");
+        listening_groups.erase(kept, listening_groups.end());
+        if (!found) LOGE("The callback was not registered before");
+    };
+    Frame::callHal(
+            "torqResListeningUnRegister",
+            [&](ITorq& hal) { return hal.listeningUnregister(handle, &result); }, nullptr,
+            halframe::Proceed(), removeGroup);
     return result;
 }
 
 int32_t torqResStateRequest(std::list<ZelClient::Resource>& resources, int32_t tag,
                             std::list<ZelClient::Resource>& output) {
-    TORQ_LOGI("torq client torqResStateRequest");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    parcel.data = toRequestData(resources);
-    parcel.tag = tag;
-    TORQ_LOGI("torq client hal torqResStateRequest");
+    LOGI("torq client torqResStateRequest");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status = hal->stateRequest(parcel, &records);
-    lock.unlock();
-    if (!checkHalStatus(status, "torqResStateRequest") || records.empty()) return -1;
+    HalCall made = Frame::callHal("torqResStateRequest", [&](ITorq& hal) {
+        TorqRequestParcel parcel;
+        parcel.data = toRequestData(resources);
+        parcel.tag = tag;
+        LOGI("torq client hal torqResStateRequest");
+        return hal.stateRequest(parcel, &records);
+    });
+    if (made != HalCall::kOk || records.empty()) return -1;
 
     for (TorqRequestData& record : records) {
         output.push_back(
                 {record.id, record.value.has_value() ? std::move(*record.value) : std::string()});
     }
     int32_t size = static_cast<int32_t>(output.size());
-    TORQ_LOGI("torq client torqResStateRequest size %d", size);
+    LOGI("torq client torqResStateRequest size %d", size);
     return size;
 }
 
 int32_t torqThermalNotify(std::list<ZelClient::Resource>& levels, int32_t tag) {
-    TORQ_LOGI("torq client torqThermalNotify");
+    LOGI("torq client torqThermalNotify");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    if (!checkResourceList(levels)) {
-        TORQ_LOGE("torqThermalNotify ERROR: size unmatched for id and level ");
-        return -1;
-    }
-    TorqRequestParcel parcel;
-    parcel.kind = kKindThermalNotify;
-    parcel.data = toRequestData(levels);
-    parcel.tag = tag;
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status, "torqThermalNotify");
+    Frame::callHal("torqThermalNotify", [&](ITorq& hal) -> MaybeStatus {
+        if (!checkResourceList(levels)) {
+            LOGE("torqThermalNotify ERROR: size unmatched for id and level ");
+            return std::nullopt;
+        }
+        TorqRequestParcel parcel;
+        parcel.kind = kKindThermalNotify;
+        parcel.data = toRequestData(levels);
+        parcel.tag = tag;
+        return hal.request(parcel, &handle);
+    });
     return handle >= 1 ? 0 : -1;
 }
 
 int32_t torqThermalListeningRegister(const std::vector<int32_t>& ids,
                                      const std::shared_ptr<IClientCallback>& callback) {
-    TORQ_LOGI("torqThermalListeningRegister");
+    LOGI("torqThermalListeningRegister");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    auto client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, false);
-    ndk::ScopedAStatus status = hal->thermalListeningRegister(ids, client, &handle);
-    lock.unlock();
-    if (status.isOk()) {
+    std::shared_ptr<TorqCallbackClient> client;
+    HalCall made = Frame::callHal("torqThermalListeningRegister", [&](ITorq& hal) {
+        client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, true, false);
+        return hal.thermalListeningRegister(ids, client, &handle);
+    });
+    if (made == HalCall::kOk) {
         // Thermal subsystems may be watched more than once; callers register them from one
         // thread, so the registry is not locked here.
         listening_groups.push_back({ids, {}, handle, std::move(client)});
-        TORQ_LOGI("subsys's callback has been registered to Torq HAL");
-    } else {
-        checkHalStatus(status, "torqThermalListeningRegister");
+        LOGI("subsys's callback has been registered to Torq HAL");
     }
     return handle;
 }
 
 int32_t torqThermalListeningUnregister(int32_t handle) {
-    TORQ_LOGI("torq client torqThermalListeningUnregister");
+    LOGI("torq client torqThermalListeningUnregister");
     int32_t result = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    ndk::ScopedAStatus status = hal->thermalListeningUnregister(handle, &result);
-    lock.unlock();
+    HalCall made = Frame::callHal("torqThermalListeningUnregister", [&](ITorq& hal) {
+        return hal.thermalListeningUnregister(handle, &result);
+    });
     // The registration itself stays: torqResListeningUnRegister removes it by handle.
-    if (checkHalStatus(status, "torqThermalListeningUnregister")) {
-        TORQ_LOGI("subsys's callback has been unRegistered to Torq HAL");
-    }
+    if (made == HalCall::kOk) LOGI("subsys's callback has been unRegistered to Torq HAL");
     return result;
 }
 
@@ -530,28 +526,24 @@ int32_t torqThermalListeningUnregister(int32_t handle) {
 int32_t torq_resctl_request_by_path(int32_t a, int64_t b, const std::vector<std::string>& paths,
                                     const std::vector<std::string>& values, int32_t c, int32_t d,
                                     int32_t e) {
-    TORQ_LOGI("torq client torq_resctl_request");
+    LOGI("torq client torq_resctl_request");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.flag = d >= 1;
-    if (paths.size() != values.size()) {
-        TORQ_LOGE("torq_resctl_request ERROR: size unmatched for paths and value ");
-        return -1;
-    }
-    parcel.option = c;
-    parcel.tag = e;
-    parcel.duration = b;
-    parcel.param = a;
-    parcel.kind = kKindResCtl;
-    parcel.data = toPathData(paths, &values);
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status, "torq_resctl_request_by_path");
+    Frame::callHal("torq_resctl_request_by_path", [&](ITorq& hal) -> MaybeStatus {
+        TorqRequestParcel parcel;
+        torq_add_zdbdebug_for_request_parcel(parcel);
+        parcel.flag = d >= 1;
+        if (paths.size() != values.size()) {
+            LOGE("torq_resctl_request ERROR: size unmatched for paths and value ");
+            return std::nullopt;
+        }
+        parcel.option = c;
+        parcel.tag = e;
+        parcel.duration = b;
+        parcel.param = a;
+        parcel.kind = kKindResCtl;
+        parcel.data = toPathData(paths, &values);
+        return hal.request(parcel, &handle);
+    });
     return handle;
 }
 
@@ -559,133 +551,113 @@ int32_t torq_resctl_request_with_callback_by_path(
         int32_t a, int64_t b, const std::vector<std::string>& paths,
         const std::vector<std::string>& values, int32_t c, int32_t d, int32_t e,
         const std::shared_ptr<IClientCallbackByPath>& callback) {
-    TORQ_LOGI("torq client torq_resctl_request_with_callback");
+    LOGI("torq client torq_resctl_request_with_callback");
     int32_t handle = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.flag = d >= 1;
-    if (paths.size() != values.size()) {
-        TORQ_LOGE("torq client torq_resctl_request ERROR: size unmatched for id and value ");
-        return -1;
-    }
-    parcel.option = c;
-    parcel.tag = e;
-    parcel.duration = b;
-    parcel.param = a;
-    parcel.kind = kKindResCtl;
-    TORQ_LOGI("new std::shared_ptr TorqCallbackClient callback");
-    auto client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, false, true);
-    addRequestCallback(client,
-                       "torq client torq_resctl_request_with_callback add to request_callbacks");
-    parcel.callback = std::move(client);
-    parcel.data = toPathData(paths, &values);
-    ndk::ScopedAStatus status = hal->request(parcel, &handle);
-    lock.unlock();
-    checkHalStatus(status, "torq client torq_resctl_request_with_callback");
+    Frame::callHal("torq client torq_resctl_request_with_callback", [&](ITorq& hal) -> MaybeStatus {
+        TorqRequestParcel parcel;
+        torq_add_zdbdebug_for_request_parcel(parcel);
+        parcel.flag = d >= 1;
+        if (paths.size() != values.size()) {
+            LOGE("torq client torq_resctl_request ERROR: size unmatched for id and value ");
+            return std::nullopt;
+        }
+        parcel.option = c;
+        parcel.tag = e;
+        parcel.duration = b;
+        parcel.param = a;
+        parcel.kind = kKindResCtl;
+        LOGI("new std::shared_ptr TorqCallbackClient callback");
+        auto client = ndk::SharedRefBase::make<TorqCallbackClient>(callback, false, true);
+        addRequestCallback(
+                client, "torq client torq_resctl_request_with_callback add to request_callbacks");
+        parcel.callback = std::move(client);
+        parcel.data = toPathData(paths, &values);
+        return hal.request(parcel, &handle);
+    });
     return handle;
 }
 
 int32_t torq_res_state_request_by_path(const std::vector<std::string>& paths,
                                        const std::vector<std::string>& values, int32_t tag,
                                        std::vector<std::string>& output) {
-    TORQ_LOGI("torq client torq_res_state_request");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.tag = tag;
-    // Values are optional in a state query; without a matching set only the paths are asked.
-    bool withValues = !values.empty() && values.size() == paths.size();
-    parcel.data = toPathData(paths, withValues ? &values : nullptr);
+    LOGI("torq client torq_res_state_request");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status = hal->stateRequest(parcel, &records);
-    lock.unlock();
-    if (!checkHalStatus(status, "torq_res_state_request") || records.empty()) return -1;
+    HalCall made = Frame::callHal("torq_res_state_request", [&](ITorq& hal) {
+        TorqRequestParcel parcel;
+        torq_add_zdbdebug_for_request_parcel(parcel);
+        parcel.tag = tag;
+        // Values are optional in a state query; without a matching set only the paths are asked.
+        bool withValues = !values.empty() && values.size() == paths.size();
+        parcel.data = toPathData(paths, withValues ? &values : nullptr);
+        return hal.stateRequest(parcel, &records);
+    });
+    if (made != HalCall::kOk || records.empty()) return -1;
 
     for (TorqRequestData& record : records) {
         output.push_back(record.value.has_value() ? std::move(*record.value) : std::string());
     }
     int32_t size = static_cast<int32_t>(output.size());
-    TORQ_LOGI("torq client torq_res_state_request size %d", size);
+    LOGI("torq client torq_res_state_request size %d", size);
     return size;
 }
 
 int32_t torq_res_state_request_map_by_path(const std::map<std::string, std::string>& paths,
                                            int32_t tag, std::map<std::string, std::string>& output) {
-    TORQ_LOGI("torq client torq_res_state_request_map");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.tag = tag;
-    parcel.data.resize(paths.size());
-    auto entry = parcel.data.begin();
-    for (const auto& [path, value] : paths) {
-        entry->path = path;
-        entry->value = value;
-        ++entry;
-    }
+    LOGI("torq client torq_res_state_request_map");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status = hal->stateRequest(parcel, &records);
-    lock.unlock();
-    if (!checkHalStatus(status, "torq_res_state_request_map") || records.empty()) return -1;
+    HalCall made = Frame::callHal("torq_res_state_request_map", [&](ITorq& hal) {
+        TorqRequestParcel parcel;
+        torq_add_zdbdebug_for_request_parcel(parcel);
+        parcel.tag = tag;
+        parcel.data.resize(paths.size());
+        auto entry = parcel.data.begin();
+        for (const auto& [path, value] : paths) {
+            entry->path = path;
+            entry->value = value;
+            ++entry;
+        }
+        return hal.stateRequest(parcel, &records);
+    });
+    if (made != HalCall::kOk || records.empty()) return -1;
 
     for (const TorqRequestData& record : records) {
         if (!record.value.has_value() || !record.path.has_value()) continue;
         output[*record.path] = *record.value;
-        TORQ_LOGE("res_Path: %s, res_Value:%s", record.path->c_str(), record.value->c_str());
+        LOGE("res_Path: %s, res_Value:%s", record.path->c_str(), record.value->c_str());
     }
     int32_t size = static_cast<int32_t>(output.size());
-    TORQ_LOGI("torq client torq_res_state_request_map size %d", size);
+    LOGI("torq client torq_res_state_request_map size %d", size);
     return size;
 }
 
 int32_t torq_res_listening_register_by_path(const std::vector<std::string>& paths, int32_t tag,
                                             const std::shared_ptr<IClientCallbackByPath>& callback) {
-    TORQ_LOGI("torq client torq_res_listening_register");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.tag = tag;
-    parcel.data = toPathData(paths, nullptr);
-    return listeningRegisterByPath(parcel, paths, callback, lock, hal,
-                                   "torq_res_listening_register");
+    LOGI("torq client torq_res_listening_register");
+    return listeningRegisterByPath(tag, callback, "torq_res_listening_register",
+                                   [&](TorqRequestParcel& parcel) {
+                                       parcel.data = toPathData(paths, nullptr);
+                                       return paths;
+                                   });
 }
 
 int32_t torq_res_listening_register_map_by_path(
         const std::map<std::string, std::string>& paths, int32_t tag,
         const std::shared_ptr<IClientCallbackByPath>& callback) {
-    TORQ_LOGI("torq client torq_res_listening_register_map");
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-
-    TorqRequestParcel parcel;
-    torq_add_zdbdebug_for_request_parcel(parcel);
-    parcel.tag = tag;
-    std::vector<std::string> keys;
-    keys.reserve(paths.size());
-    parcel.data.resize(paths.size());
-    auto entry = parcel.data.begin();
-    for (const auto& [path, value] : paths) {
-        entry->path = path;
-        entry->value = value;
-        keys.push_back(path);
-        ++entry;
-    }
-    return listeningRegisterByPath(parcel, std::move(keys), callback, lock, hal,
-                                   "torq_res_listening_register_map");
+    LOGI("torq client torq_res_listening_register_map");
+    return listeningRegisterByPath(tag, callback, "torq_res_listening_register_map",
+                                   [&](TorqRequestParcel& parcel) {
+                                       std::vector<std::string> keys;
+                                       keys.reserve(paths.size());
+                                       parcel.data.resize(paths.size());
+                                       auto entry = parcel.data.begin();
+                                       for (const auto& [path, value] : paths) {
+                                           entry->path = path;
+                                           entry->value = value;
+                                           keys.push_back(path);
+                                           ++entry;
+                                       }
+                                       return keys;
+                                   });
 }
 
 // ---- Diagnostics, history and properties ---------------------------------------------------
@@ -736,34 +708,27 @@ int32_t torqHistoryRequestRecordOff() {
 }
 
 char* torqPropertyGet(const std::string& name) {
-    TORQ_LOGI("torq client torqPropertyGet");
+    LOGI("torq client torqPropertyGet");
     char* buffer = new char[kPropertyBufferSize];
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal != nullptr) {
+    Frame::callHal("torqPropertyGet", [&](ITorq& hal) {
         std::string text;
-        ndk::ScopedAStatus status = hal->propertyGet(name, &text);
+        ndk::ScopedAStatus status = hal.propertyGet(name, &text);
         // A value that does not fit must not be handed back cut short.
         size_t length = strlen(text.c_str());
         if (length >= kPropertyBufferSize) abort();
         memcpy(buffer, text.c_str(), length + 1);
-        lock.unlock();
-        checkHalStatus(status, "torqPropertyGet");
-    }
+        return status;
+    });
     // Bounded: without a HAL the buffer was never written.
-    TORQ_LOGI("torqPropertyGet %.*s ", static_cast<int>(kPropertyBufferSize), buffer);
+    LOGI("torqPropertyGet %.*s ", static_cast<int>(kPropertyBufferSize), buffer);
     return buffer;
 }
 
 int32_t torqPropertySet(const std::string& name, const std::string& value) {
-    TORQ_LOGI("torq client torqPropertySet");
+    LOGI("torq client torqPropertySet");
     int32_t result = -1;
-    HalSharedLock lock(g_torq_hal_mutex, std::defer_lock);
-    ITorq* hal = lockHal(lock);
-    if (hal == nullptr) return -1;
-    ndk::ScopedAStatus status = hal->propertySet(name, value, &result);
-    lock.unlock();
-    checkHalStatus(status, "torqPropertySet");
+    Frame::callHal("torqPropertySet",
+                   [&](ITorq& hal) { return hal.propertySet(name, value, &result); });
     return result;
 }
 

@@ -7,6 +7,8 @@
 
 #include "ZelRuleCtl.h"
 
+#include "../utils/HalCallFrame.h"
+
 #include <aidl/vendor/quarn/hardware/torq/ITorq.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestData.h>
 #include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
@@ -58,13 +60,16 @@ constexpr int32_t kCmdPlatformResourceAcquire = -3;
 
 }  // namespace
 
-#define ZLOGD(...) __android_log_print(ANDROID_LOG_DEBUG, kLogTag, __VA_ARGS__)
-#define ZLOGI(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
-#define ZLOGE(...) __android_log_print(ANDROID_LOG_ERROR, kLogTag, __VA_ARGS__)
+#define LOGD(...) __android_log_print(ANDROID_LOG_DEBUG, kLogTag, __VA_ARGS__)
+#define LOGI(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
+#define LOGE(...) __android_log_print(ANDROID_LOG_ERROR, kLogTag, __VA_ARGS__)
 
+// The one lock of the flat API, g_zel_hal_mutex, guards g_zel_hal: held shared by every entry
+// point from the interface test through its one ITorq call, exclusive only to set or clear the
+// interface (connect, death, failure rule), never upgraded from shared. No other lock of the
+// library is taken under it, and it is taken under none.
 static std::shared_ptr<ITorq> g_zel_hal;
 static std::shared_timed_mutex g_zel_hal_mutex;
-using ZelSharedLock = std::shared_lock<std::shared_timed_mutex>;
 // Replaced at every connect. An older recipient may still be linked to a binder whose death
 // notice is in flight, so it is never deleted.
 static AIBinder_DeathRecipient* g_zel_death_recipient = nullptr;
@@ -83,18 +88,7 @@ void onZelHalDied(void* /* cookie */) {
     std::shared_ptr<ITorq> dropped;  // outlives the lock
     std::unique_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
     dropped.swap(g_zel_hal);
-    ZLOGE("Torq HAL Service died");
-}
-
-// Judges the status of a HAL call made under the shared lock (already released). Any failure drops
-// the cached interface so that the next call connects again.
-bool zelCallSucceeded(const ndk::ScopedAStatus& status, const char* step) {
-    if (status.isOk()) {
-        return true;
-    }
-    ZLOGE("%s() failed : torq HAL service not available", step);
-    dropZelHal();
-    return false;
+    LOGE("Torq HAL Service died");
 }
 
 int zel_get_torq_hal_and_link_to_death() {
@@ -110,7 +104,7 @@ int zel_get_torq_hal_and_link_to_death() {
     std::unique_lock<std::shared_timed_mutex> lock(g_zel_hal_mutex);
     if (!AServiceManager_isDeclared(kTorqInstance)) {
         const int declared = AServiceManager_isDeclared(kTorqInstance) ? 1 : 0;
-        ZLOGE("Torq is not declared, AServiceManager_isDeclared:%d", declared);
+        LOGE("Torq is not declared, AServiceManager_isDeclared:%d", declared);
         return -1;
     }
     {
@@ -118,7 +112,7 @@ int zel_get_torq_hal_and_link_to_death() {
         g_zel_hal = ITorq::fromBinder(binder);
     }
     if (g_zel_hal == nullptr) {
-        ZLOGE("Torq HAL Service not found");
+        LOGE("Torq HAL Service not found");
         return -1;
     }
     g_zel_death_recipient = AIBinder_DeathRecipient_new(onZelHalDied);
@@ -126,34 +120,33 @@ int zel_get_torq_hal_and_link_to_death() {
                                                         g_zel_death_recipient, g_zel_hal.get());
     if (linked != STATUS_OK) {
         g_zel_hal = nullptr;
-        ZLOGE("Unable to link to g_zel_hal death notifications!");
+        LOGE("Unable to link to g_zel_hal death notifications!");
         return -1;
     }
     return 0;
 }
 
-// Runs the connect step of an entry point; logs the failure the way every entry point does.
-bool zelConnect() {
-    const int ret = zel_get_torq_hal_and_link_to_death();
-    if (ret != 0) {
-        ZLOGE("zel_get_torq_hal_and_link_to_death error:%d", ret);
-        return false;
-    }
-    return true;
-}
+// This front end's side of the call frame (utils/HalCallFrame.h).
+struct ZelFront {
+    static constexpr const char* kLogTag = ::kLogTag;
+    static constexpr const char* kCallFailedFormat = "%s() failed : torq HAL service not available";
 
-// Connects if needed and returns with the interface lock held shared, so that a connected
-// caller takes the lock once. False, with the lock not held and the failure logged, when there is
-// no connection. The interface may still be gone once the lock is taken after connecting: callers
-// test g_zel_hal under the lock as before.
-bool zelConnectAndLock(ZelSharedLock& lock) {
-    lock.lock();
-    if (g_zel_hal != nullptr) return true;
-    lock.unlock();
-    if (!zelConnect()) return false;
-    lock.lock();
-    return true;
-}
+    static std::shared_timed_mutex& mutex() { return g_zel_hal_mutex; }
+    static ITorq* cachedHal() { return g_zel_hal.get(); }
+    // The connect step of every entry point, which logs its failure the same way for all.
+    static bool connectHal() {
+        const int ret = zel_get_torq_hal_and_link_to_death();
+        if (ret != 0) {
+            LOGE("zel_get_torq_hal_and_link_to_death error:%d", ret);
+            return false;
+        }
+        return true;
+    }
+    static void dropHal() { dropZelHal(); }
+};
+
+using Frame = halframe::HalFrame<ZelFront>;
+using halframe::HalCall;
 
 // A request entry for one caller resource. The value always travels present, as an empty text
 // when the caller gave none.
@@ -240,19 +233,9 @@ const char* orNone(const std::string& text) {
 // zelRuleCtl over a list to copy (const) or to take (non-const: the values move).
 template <typename Resources>
 int32_t ruleCtl(int32_t ruleId, int32_t status, Resources& resources) {
-    ZLOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
+    LOGI("zelRuleCtl, ruleId:%d, status:%d", ruleId, status);
     int32_t result = -1;
-    ndk::ScopedAStatus callStatus;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
+    HalCall made = Frame::callHal("zelRuleCtl", [&](ITorq& hal) {
         std::vector<TorqRequestData> entries;
         entries.reserve(resources.size());
         for (auto& res : resources) {
@@ -262,9 +245,9 @@ int32_t ruleCtl(int32_t ruleId, int32_t status, Resources& resources) {
                 appendResourceRecord(entries, std::move(res));
             }
         }
-        callStatus = g_zel_hal->ruleCtl(ruleId, status, entries, &result);
-    }
-    return zelCallSucceeded(callStatus, "zelRuleCtl") ? result : -1;
+        return hal.ruleCtl(ruleId, status, entries, &result);
+    });
+    return made == HalCall::kOk ? result : -1;
 }
 
 }  // namespace
@@ -272,21 +255,16 @@ int32_t ruleCtl(int32_t ruleId, int32_t status, Resources& resources) {
 extern "C" {
 
 ZEL_EXPORT int32_t zelInit() {
-    ZLOGE("zelInit enter");
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            ZLOGE("g_zel_hal is null");
+    LOGE("zelInit enter");
+    switch (Frame::callHal(
+            "torq_init", [](ITorq& hal) { return hal.init(); }, "g_zel_hal is null")) {
+        case HalCall::kOk:
+            return 0;
+        case HalCall::kFailed:
+            return -2;
+        default:
             return -1;
-        }
-        status = g_zel_hal->init();
     }
-    return zelCallSucceeded(status, "torq_init") ? 0 : -2;
 }
 
 ZEL_EXPORT int32_t ZelEventAcquire(int32_t cmdId, const std::string& pkg,
@@ -302,17 +280,10 @@ ZEL_EXPORT int32_t ZelEventAcquire(int32_t cmdId, const std::string& pkg,
         name.put(" duration:");
         name.putNumber(duration);
     });
-    ZLOGI("ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", cmdId, orNone(pkg), orNone(identity));
+    LOGI("ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", cmdId, orNone(pkg), orNone(identity));
 
     int32_t handle = -1;
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
+    HalCall made = Frame::callHal("ZelEventAcquire", [&](ITorq& hal) {
         TorqRequestParcel parcel;
         switch (cmdId) {
             case kCmdResourceAcquire:
@@ -336,29 +307,25 @@ ZEL_EXPORT int32_t ZelEventAcquire(int32_t cmdId, const std::string& pkg,
         for (const ZelClient::Resource& res : resources) {
             appendResourceRecord(parcel.data, res);
         }
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
-        status = g_zel_hal->request(parcel, &handle);
+        return hal.request(parcel, &handle);
+    });
+    if (made == HalCall::kFailed) {
+        LOGE("torqResCtlRequest error:%d", handle);
     }
-    if (!zelCallSucceeded(status, "ZelEventAcquire")) {
-        ZLOGE("torqResCtlRequest error:%d", handle);
-        return -1;
-    }
-    return handle;
+    return made == HalCall::kOk ? handle : -1;
 }
 
 ZEL_EXPORT int32_t ZelResAcquire(const std::vector<ZelClient::Resource>& resources,
                                  int64_t /* reserved */, const std::string& identity,
                                  int32_t duration) {
-    ZLOGI("ZelResAcquire");
+    LOGI("ZelResAcquire");
     return ZelEventAcquire(kCmdResourceAcquire, std::string(), identity, duration, resources);
 }
 
 ZEL_EXPORT int32_t ZelPlatformResAcquire(const std::vector<ZelClient::Resource>& resources,
                                          int64_t /* reserved */, const std::string& identity,
                                          const std::string& pkg, int32_t duration) {
-    ZLOGI("ZelPlatformResAcquire");
+    LOGI("ZelPlatformResAcquire");
     return ZelEventAcquire(kCmdPlatformResourceAcquire, pkg, identity, duration, resources);
 }
 
@@ -367,37 +334,18 @@ ZEL_EXPORT void ZelRelease(int32_t handle) {
         name.put("ZelRelease: ");
         name.putNumber(handle);
     });
-    ZLOGI("ZelRelease, handle:%d", handle);
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return;
-    }
-
+    LOGI("ZelRelease, handle:%d", handle);
     int32_t out = 0;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            ZLOGE("ZelRelease g_zel_hal is null");
-            return;
-        }
-        status = g_zel_hal->release(handle, &out);
-    }
     // The HAL's answer carries nothing the caller could act on.
-    zelCallSucceeded(status, "torqResCtlRelease");
+    Frame::callHal(
+            "torqResCtlRelease", [&](ITorq& hal) { return hal.release(handle, &out); },
+            "ZelRelease g_zel_hal is null");
 }
 
 ZEL_EXPORT int32_t ZelNotify(int32_t first, int32_t second, const std::vector<int32_t>& values) {
-    ZLOGI("ZelNotify enter");
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
+    LOGI("ZelNotify enter");
     int32_t result = -1;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
+    HalCall made = Frame::callHal("ZelNotify", [&](ITorq& hal) {
         TorqRequestParcel parcel;
         parcel.kind = kKindNotify;
         // The value texts have never reached the HAL: HALs in the field read one identical entry
@@ -414,30 +362,17 @@ ZEL_EXPORT int32_t ZelNotify(int32_t first, int32_t second, const std::vector<in
         for (int32_t value : values) {
             unsentTexts.emplace_back(std::to_string(value));
         }
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
-        status = g_zel_hal->request(parcel, &result);
-    }
-    return zelCallSucceeded(status, "ZelNotify") ? result : -1;
+        return hal.request(parcel, &result);
+    });
+    return made == HalCall::kOk ? result : -1;
 }
 
 ZEL_EXPORT int32_t setRelatedSysInfo(int32_t first, int64_t second) {
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
     int32_t result = -1;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
-        status = g_zel_hal->setRelatedSysInfo(first, second, &result);
-    }
-    return zelCallSucceeded(status, "setRelatedSysInfo") ? result : -1;
+    HalCall made = Frame::callHal("setRelatedSysInfo", [&](ITorq& hal) {
+        return hal.setRelatedSysInfo(first, second, &result);
+    });
+    return made == HalCall::kOk ? result : -1;
 }
 
 ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
@@ -446,37 +381,34 @@ ZEL_EXPORT int32_t zelRuleCtl(int32_t ruleId, int32_t status,
 }
 
 ZEL_EXPORT int32_t ZelMutiResStateRequest(std::vector<ZelClient::Resource>& resources) {
-    ZLOGI("ZelMutiResStateRequest enter");
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
+    LOGI("ZelMutiResStateRequest enter");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
+    // The empty list is turned down once connected and locked, before the interface test.
+    auto haveResources = [&] {
         if (resources.empty()) {
-            ZLOGE("input resource is empty, return");
-            return -1;
+            LOGE("input resource is empty, return");
+            return false;
         }
-        TorqRequestParcel parcel;
-        parcel.kind = kKindResourceState;
-        // Only the ids: the HAL answers with the current values.
-        parcel.data.resize(resources.size());
-        for (size_t i = 0; i < resources.size(); ++i) {
-            parcel.data[i].id = resources[i].id;
-        }
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
-        status = g_zel_hal->stateRequest(parcel, &records);
-    }
-    if (!zelCallSucceeded(status, "ZelMutiResStateRequest")) {
+        return true;
+    };
+    HalCall made = Frame::callHal(
+            "ZelMutiResStateRequest",
+            [&](ITorq& hal) {
+                TorqRequestParcel parcel;
+                parcel.kind = kKindResourceState;
+                // Only the ids: the HAL answers with the current values.
+                parcel.data.resize(resources.size());
+                for (size_t i = 0; i < resources.size(); ++i) {
+                    parcel.data[i].id = resources[i].id;
+                }
+                return hal.stateRequest(parcel, &records);
+            },
+            nullptr, haveResources);
+    if (made != HalCall::kOk) {
         return -1;
     }
     if (records.empty()) {
-        ZLOGE("failed to get resource value");
+        LOGE("failed to get resource value");
         return -1;
     }
 
@@ -485,22 +417,22 @@ ZEL_EXPORT int32_t ZelMutiResStateRequest(std::vector<ZelClient::Resource>& reso
         auto match = std::find_if(records.begin(), records.end(),
                                   [&](const TorqRequestData& r) { return r.id == res.id; });
         if (match == records.end()) {
-            ZLOGI("not match any opcode in zelcore");
+            LOGI("not match any opcode in zelcore");
             continue;
         }
         if (!match->value.has_value()) {
             continue;
         }
         res.value = *match->value;
-        ZLOGD("get resource value, opcode 0x%08x, value %s", static_cast<uint32_t>(res.id),
-              res.value->c_str());
+        LOGD("get resource value, opcode 0x%08x, value %s", static_cast<uint32_t>(res.id),
+             res.value->c_str());
         ++filled;
     }
     return filled;
 }
 
 ZEL_EXPORT void ZelResStateRequest(int32_t opcode, std::string& value) {
-    ZLOGI("ZelResStateRequest enter");
+    LOGI("ZelResStateRequest enter");
     std::vector<ZelClient::Resource> resources(1);
     resources[0].id = opcode;
     resources[0].value.emplace();
@@ -511,25 +443,18 @@ ZEL_EXPORT void ZelResStateRequest(int32_t opcode, std::string& value) {
 }
 
 ZEL_EXPORT int32_t ZelGetHistory(std::string& history) {
-    ZLOGI("zel client ZelGetHistory");
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
+    LOGI("zel client ZelGetHistory");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
+    HalCall made = Frame::callHal("ZelGetHistory", [&](ITorq& hal) {
         TorqRequestParcel parcel;
         parcel.kind = kKindHistory;
-        ZLOGI("zel client hal ZelGetHistory");
-        status = g_zel_hal->stateRequest(parcel, &records);
+        LOGI("zel client hal ZelGetHistory");
+        return hal.stateRequest(parcel, &records);
+    });
+    if (made == HalCall::kNoHal) {
+        return -1;
     }
-    if (zelCallSucceeded(status, "ZelGetHistory") && !records.empty()) {
+    if (made == HalCall::kOk && !records.empty()) {
         history = "start:";
         for (size_t i = 0; i < records.size(); ++i) {
             if (i != 0) history += ';';
@@ -540,35 +465,28 @@ ZEL_EXPORT int32_t ZelGetHistory(std::string& history) {
             }
         }
         history += ";end";
-        ZLOGD("get history successful: %s", history.c_str());
+        LOGD("get history successful: %s", history.c_str());
         return 0;
     }
-    ZLOGE("failed to get history or return vector empty, data vector size %d",
-          static_cast<int>(records.size()));
+    LOGE("failed to get history or return vector empty, data vector size %d",
+         static_cast<int>(records.size()));
     return -1;
 }
 
 ZEL_EXPORT int32_t ZelGetPMStatus(int32_t mode) {
-    ZLOGI("zel client ZelGetPMStatus");
-    ZelSharedLock connected(g_zel_hal_mutex, std::defer_lock);
-    if (!zelConnectAndLock(connected)) {
-        return -1;
-    }
-
+    LOGI("zel client ZelGetPMStatus");
     std::vector<TorqRequestData> records;
-    ndk::ScopedAStatus status;
-    {
-        ZelSharedLock lock(std::move(connected));
-        if (g_zel_hal == nullptr) {
-            return -1;
-        }
+    HalCall made = Frame::callHal("ZelGetPMStatus", [&](ITorq& hal) {
         TorqRequestParcel parcel;
         parcel.kind = kKindPowerMode;
         parcel.data.emplace_back().id = mode;
-        ZLOGI("zel client hal ZelGetPMStatus");
-        status = g_zel_hal->stateRequest(parcel, &records);
+        LOGI("zel client hal ZelGetPMStatus");
+        return hal.stateRequest(parcel, &records);
+    });
+    if (made == HalCall::kNoHal) {
+        return -1;
     }
-    if (zelCallSucceeded(status, "ZelGetPMStatus") && !records.empty()) {
+    if (made == HalCall::kOk && !records.empty()) {
         try {
             // value() throws std::bad_optional_access for an absent value; callers of this
             // function have always been handed that exception, so it is not caught here.
@@ -581,8 +499,8 @@ ZEL_EXPORT int32_t ZelGetPMStatus(int32_t mode) {
             return -1;
         }
     }
-    ZLOGE("failed to get power mode status, mode %d, data vector size %d", mode,
-          static_cast<int>(records.size()));
+    LOGE("failed to get power mode status, mode %d, data vector size %d", mode,
+         static_cast<int>(records.size()));
     return -1;
 }
 

@@ -1,0 +1,189 @@
+// The HAL call frame shared by the two front ends, driven through a test policy: which steps run,
+// in which order, under which lock, and what each way out reports. The front ends' own tests see
+// only what the HAL received; the hooks' places (a check before the interface test, a step
+// between release and failure rule) are only observable here.
+
+#include "../../utils/HalCallFrame.h"
+
+#include <android/binder_status.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "torq_test/Capture.h"
+
+namespace {
+
+using ::aidl::vendor::quarn::hardware::torq::ITorq;
+using ::aidl::vendor::quarn::hardware::torq::ITorqDefault;
+using halframe::HalCall;
+using halframe::MaybeStatus;
+
+constexpr char kTestTag[] = "frame-test";
+
+void note(const std::string& text) {
+    __android_log_print(ANDROID_LOG_INFO, kTestTag, "%s", text.c_str());
+}
+
+std::shared_timed_mutex g_mutex;
+std::shared_ptr<ITorq> g_hal;
+std::shared_ptr<ITorq> g_connectGives;  // what connectHal installs
+bool g_connectSucceeds = true;
+
+// Whether another thread could take the interface lock exclusively right now.
+bool lockIsFree() {
+    return std::async(std::launch::async,
+                      [] {
+                          if (!g_mutex.try_lock()) return false;
+                          g_mutex.unlock();
+                          return true;
+                      })
+            .get();
+}
+
+struct TestFront {
+    static constexpr const char* kLogTag = kTestTag;
+    static constexpr const char* kCallFailedFormat = "%s() failed";
+    static std::shared_timed_mutex& mutex() { return g_mutex; }
+    static ITorq* cachedHal() { return g_hal.get(); }
+    static bool connectHal() {
+        note(lockIsFree() ? "connect" : "connect under the lock");
+        if (!g_connectSucceeds) return false;
+        std::unique_lock<std::shared_timed_mutex> lock(g_mutex);
+        g_hal = g_connectGives;
+        return true;
+    }
+    static void dropHal() {
+        note("drop");
+        std::unique_lock<std::shared_timed_mutex> lock(g_mutex);
+        g_hal.reset();
+    }
+};
+
+using Frame = halframe::HalFrame<TestFront>;
+
+enum class Outcome { kOk, kNotOk, kRefuse };
+
+struct Case {
+    const char* name;
+    bool connected;        // an interface is cached before the call
+    bool connectSucceeds;  // what connectHal reports
+    bool connectGivesHal;  // whether it leaves an interface
+    bool checkPasses;
+    Outcome call;
+    HalCall expected;
+    std::vector<std::string> lines;
+    bool halKept;
+};
+
+void PrintTo(const Case& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class HalCallFrameTest : public ::testing::TestWithParam<Case> {};
+
+TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
+    const Case& c = GetParam();
+    auto hal = ndk::SharedRefBase::make<ITorqDefault>();
+    g_hal = c.connected ? hal : nullptr;
+    g_connectGives = c.connectGivesHal ? hal : nullptr;
+    g_connectSucceeds = c.connectSucceeds;
+
+    torq_test::LogCapture log;
+    HalCall made = Frame::callHal(
+            "step",
+            [&](ITorq& called) -> MaybeStatus {
+                note(&called == hal.get() && !lockIsFree() ? "call" : "call without the lock");
+                if (c.call == Outcome::kRefuse) return std::nullopt;
+                return c.call == Outcome::kOk ? ndk::ScopedAStatus::ok()
+                                              : ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+            },
+            "no interface",
+            [&] {
+                note(lockIsFree() ? "check without the lock" : "check");
+                return c.checkPasses;
+            },
+            [&] { note(lockIsFree() ? "after" : "after under the lock"); });
+
+    EXPECT_EQ(made, c.expected);
+    std::vector<std::string> texts;
+    for (const torq_test::LogLine& line : log.linesWithTag(kTestTag)) texts.push_back(line.text);
+    EXPECT_EQ(texts, c.lines);
+    EXPECT_EQ(g_hal != nullptr, c.halKept);
+    EXPECT_TRUE(lockIsFree());
+    g_hal.reset();
+    g_connectGives.reset();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Steps, HalCallFrameTest,
+        ::testing::Values(Case{"Connected",
+                               true,
+                               true,
+                               true,
+                               true,
+                               Outcome::kOk,
+                               HalCall::kOk,
+                               {"check", "call", "after"},
+                               true},
+                          Case{"ConnectsFirst",
+                               false,
+                               true,
+                               true,
+                               true,
+                               Outcome::kOk,
+                               HalCall::kOk,
+                               {"connect", "check", "call", "after"},
+                               true},
+                          Case{"ConnectFails",
+                               false,
+                               false,
+                               false,
+                               true,
+                               Outcome::kOk,
+                               HalCall::kNoHal,
+                               {"connect"},
+                               false},
+                          // The check still runs: it comes before the interface test.
+                          Case{"InterfaceGoneAfterConnect",
+                               false,
+                               true,
+                               false,
+                               true,
+                               Outcome::kOk,
+                               HalCall::kNoHal,
+                               {"connect", "check", "no interface"},
+                               false},
+                          Case{"CallFails",
+                               true,
+                               true,
+                               true,
+                               true,
+                               Outcome::kNotOk,
+                               HalCall::kFailed,
+                               {"check", "call", "after", "step() failed", "drop"},
+                               false},
+                          Case{"CheckRefuses",
+                               true,
+                               true,
+                               true,
+                               false,
+                               Outcome::kOk,
+                               HalCall::kRefused,
+                               {"check"},
+                               true},
+                          Case{"CallRefuses",
+                               true,
+                               true,
+                               true,
+                               true,
+                               Outcome::kRefuse,
+                               HalCall::kRefused,
+                               {"check", "call"},
+                               true}),
+        [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
+
+}  // namespace
