@@ -11,7 +11,6 @@
 #include <climits>
 #include <cstring>
 #include <functional>
-#include <random>
 
 namespace {
 
@@ -254,34 +253,6 @@ TEST(TorqParcelables, HostileInputIsRefused) {
         TorqRequestParcel p;
         EXPECT_NE(p.readFromParcel(part.get()), STATUS_OK) << "cut at " << cut;
     }
-}
-
-// Random corruptions of a valid parcel never crash the reader; what it accepts ends where its
-// size says. Changing a value field (not a length) still reads: the reader is not just failing.
-TEST(TorqParcelables, CorruptedBytesNeverCrashTheReader) {
-    const std::vector<uint8_t> bytes = bytesOf(fullParcel());
-    std::mt19937 rng(20240601);
-    const int32_t interesting[] = {0, -1, 1, 3, 4, INT32_MAX, INT32_MIN, 1000000, 0x7fff};
-    int accepted = 0;
-    for (int round = 0; round < 3000; ++round) {
-        std::vector<uint8_t> mutated = bytes;
-        for (int c = 0, changes = 1 + static_cast<int>(rng() % 3); c < changes; ++c) {
-            const int32_t v = rng() % 2 ? interesting[rng() % std::size(interesting)]
-                                        : static_cast<int32_t>(rng());
-            std::memcpy(&mutated[(rng() % (mutated.size() / 4)) * 4], &v, 4);
-        }
-        if (rng() % 4 == 0) mutated.resize(rng() % mutated.size());
-        ndk::ScopedAParcel parcel = unmarshal(mutated);
-        TorqRequestParcel p;
-        if (p.readFromParcel(parcel.get()) != STATUS_OK) continue;
-        ++accepted;
-        int32_t size = 0;
-        std::memcpy(&size, mutated.data(), 4);
-        if (static_cast<size_t>(size) <= mutated.size()) {
-            EXPECT_EQ(AParcel_getDataPosition(parcel.get()), size);
-        }
-    }
-    EXPECT_GT(accepted, 0);
 }
 
 TEST(TorqParcelables, ToStringNamesEveryFieldAndShowsNulls) {

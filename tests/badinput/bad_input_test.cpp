@@ -1,5 +1,5 @@
 // Arguments that callers get wrong or push to the extremes. The library validates almost nothing:
-// empty strings and lists, negative numbers and huge lists must reach the HAL exactly as
+// empty strings and lists and huge lists must reach the HAL exactly as
 // given, in order and whole. Text that is not UTF-8 fails the call like a failed transaction.
 
 #include <binder_host/process.h>
@@ -12,7 +12,6 @@
 #include <torqHalclient.h>
 #include <zel.h>
 
-#include <climits>
 #include <cstdint>
 #include <list>
 #include <optional>
@@ -89,45 +88,11 @@ TEST_F(BadInput, EmptyListsAndStringsReachTheHalAsTheyAre) {
     EXPECT_STREQ(property, "");
     delete[] property;
 
-    // The flat API sends empty texts as present and empty, not as the "none" of its logs.
-    EXPECT_GE(ZelEventAcquire(5, "", "", 0, {}), 1);
-    EXPECT_EQ(lastRequest().kind, 8);
-    EXPECT_EQ(lastRequest().pkg, std::string());
-    EXPECT_EQ(lastRequest().identity, std::string());
-    EXPECT_EQ(lastRequest().data, (std::vector<TorqRequestData>{torq_test::idRecord(5)}));
+    // The flat API sends an empty list as no entries. (Its empty texts, notifications and rules,
+    // and the refusal of an empty state query: zel_test.)
     EXPECT_GE(ZelResAcquire({}, 0, "", 0), 1);
     EXPECT_EQ(lastRequest().kind, 1);
     EXPECT_TRUE(lastRequest().data.empty());
-    EXPECT_GE(ZelNotify(0, 0, {}), 1);
-    EXPECT_EQ(lastRequest().data.size(), 1u);  // a notification without values: one entry
-    EXPECT_EQ(zelRuleCtl(0, 0, {}), 0);        // the simulator's answer to any rule
-    EXPECT_TRUE(hal.last("ruleCtl").entries.empty());
-    EXPECT_EQ(zelRuleCtl(1, 1, {{0x01011040, std::nullopt}}), 0);  // a missing value goes empty
-    EXPECT_EQ(hal.last("ruleCtl").entries,
-              (std::vector<TorqRequestData>{torq_test::idRecord(0x01011040, "")}));
-    // An empty state query is refused before the HAL is asked.
-    Vector noQuery;
-    EXPECT_EQ(ZelMutiResStateRequest(noQuery), -1);
-    EXPECT_EQ(hal.count("stateRequest"), 2u);
-}
-
-TEST_F(BadInput, NegativeAndExtremeNumbersKeepTheirValueAndSign) {
-    Resources one{{0x010108A0, "1"}};
-    EXPECT_GE(torqHalclient::torqResCtlRequest(INT32_MIN, INT32_MIN, one, INT32_MIN, INT32_MIN,
-                                               INT32_MIN),
-              1);
-    EXPECT_EQ(lastRequest().duration, static_cast<int64_t>(INT32_MIN));  // widened with its sign
-    EXPECT_FALSE(lastRequest().flag);
-
-    for (int64_t duration : {INT64_MIN, INT64_MAX}) {
-        EXPECT_GE(torqHalclient::torq_resctl_request_by_path(-1, duration, {"/p"}, {"1"}, -5,
-                                                             INT32_MAX, INT32_MIN),
-                  1);
-        EXPECT_EQ(lastRequest().duration, duration);
-        EXPECT_EQ(lastRequest().option, -5);
-        EXPECT_TRUE(lastRequest().flag);
-        EXPECT_EQ(lastRequest().tag, INT32_MIN);
-    }
 }
 
 TEST_F(BadInput, TenThousandResourcesArriveWholeAndInOrder) {
@@ -172,18 +137,7 @@ TEST_F(BadInput, LongTextsAndEmbeddedZerosTravelWhole) {
     EXPECT_EQ(lastRequest().data[0].value, longValue);
     EXPECT_EQ(lastRequest().data[1].value, withZero);
 
-    // Logs and trace names cut these; the HAL gets them whole.
-    EXPECT_GE(ZelEventAcquire(1, longValue, withZero, 1, {}), 1);
-    EXPECT_EQ(lastRequest().pkg, longValue);
-    EXPECT_EQ(lastRequest().identity, withZero);
-
-    // ZelResStateRequest hands the value over as a C string: it ends at the first zero.
-    torq_sim::SentAnswer answer;
-    answer.records = std::vector<TorqRequestData>{torq_test::idRecord(0x010108B0, withZero)};
-    hal.answerOnce("stateRequest", answer);
-    std::string value;
-    ZelResStateRequest(0x010108B0, value);
-    EXPECT_EQ(value, "ab");
+    // (The flat API's texts, cut in logs and trace names but sent whole: zel_test.)
 }
 
 TEST_F(BadInput, TextThatIsNotUtf8FailsTheCallAndTheNextCallReconnects) {
@@ -201,20 +155,6 @@ TEST_F(BadInput, TextThatIsNotUtf8FailsTheCallAndTheNextCallReconnects) {
     EXPECT_GE(torqHalclient::torqResCtlRequest(1, good, 0), 1);
     EXPECT_GE(ZelEventAcquire(1, "p", "i", 1, {}), 1);
     EXPECT_EQ(hal.count("request"), 2u);
-}
-
-TEST_F(BadInput, WrappersRefuseUnknownNamesWithoutCallingTheHal) {
-    const std::string longName = "VARDEX_" + std::string(100000, 'A');
-    EXPECT_EQ(ZelEventAcquireWrapper("", "", "", -1), -1);
-    EXPECT_EQ(ZelEventAcquireWrapper("VARDEX_", "s", "i", 1), -1);
-    EXPECT_EQ(ZelEventAcquireWrapper(longName, "s", "i", 1), -1);
-    EXPECT_EQ(ZelEventAcquireWrapper(std::string("VARDEX_ACTION_LAUNCH\0", 21), "s", "i", 1), -1);
-    EXPECT_EQ(hal.count("request"), 0u);
-
-    for (int src : {INT32_MIN, -1, 0, 132, 8999, INT32_MAX}) {
-        EXPECT_EQ(ZelNotifyWapper("", src, 1, INT32_MIN, 0, 0, longName), 0);
-    }
-    EXPECT_EQ(hal.count("ruleCtl"), 0u);
 }
 
 TEST_F(BadInput, HugeNotificationTextsYieldNoMoreEntriesThanTheOpcodeTables) {

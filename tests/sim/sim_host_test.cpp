@@ -1,4 +1,5 @@
-// The simulator as the HAL of the emulated binder world: reached over binder, killed, restarted.
+// The simulator as the HAL of the emulated binder world: callbacks across processes and its timer.
+// (Death, restart and the manifest: sim_script_test.)
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_manager.h>
@@ -38,37 +39,6 @@ class SimHostTest : public ::testing::Test {
     std::unique_ptr<SimHost> host = std::make_unique<SimHost>();
     int32_t handle = 0;
 };
-
-TEST_F(SimHostTest, ServesOverBinderAndComesBackFreshAfterAKill) {
-    EXPECT_TRUE(AServiceManager_isDeclared(torq_sim::kTorqInstance));
-    EXPECT_NE(host->pid(), binder_host::kDefaultProcess);
-    auto hal = connect();
-    ASSERT_NE(hal, nullptr);
-    ASSERT_TRUE(hal->request(parcel(1, {idEntry(0x010108A0, "50")}), &handle).isOk());
-    EXPECT_EQ(handle, 1);
-    std::optional<std::string> value;
-    host->inspect([&](const torq_sim::SimModel& m) { value = m.value(0x010108A0); });
-    EXPECT_EQ(value, "50");
-
-    host->kill();
-    EXPECT_FALSE(host->alive());
-    EXPECT_FALSE(host->inspect([](const torq_sim::SimModel&) {}));
-    EXPECT_FALSE(hal->request(parcel(1, {idEntry(0x010108A0, "51")}), &handle).isOk());
-    EXPECT_EQ(AServiceManager_checkService(torq_sim::kTorqInstance), nullptr);
-    EXPECT_TRUE(AServiceManager_isDeclared(torq_sim::kTorqInstance));  // init would restart it
-
-    ASSERT_TRUE(host->restart());
-    auto again = connect();
-    ASSERT_NE(again, nullptr);
-    ASSERT_TRUE(again->request(parcel(1, {idEntry(0x010108A0, "52")}), &handle).isOk());
-    EXPECT_EQ(handle, 1);  // a fresh model
-    // The journal outlives each HAL: started, killed, started.
-    size_t notes = 0;
-    for (const auto& e : host->journal()->entries()) {
-        notes += e.type == torq_sim::JournalEntry::Type::kNote ? 1 : 0;
-    }
-    EXPECT_EQ(notes, 3u);
-}
 
 // A listener in the client's process hears of a request and, through the host's timer, of its
 // expiry.
