@@ -80,12 +80,29 @@ std::string lower(std::string s) {
 
 }  // namespace
 
-// The caller-side callback objects: they turn the library's callbacks into CallbackEvents. The
-// HAL may answer a request before the request call returns, so events wait here until the
-// handle they belong to is known.
-class CallbackSink {
+// The caller-side callback object, by id or by path: it turns the library's callbacks into
+// CallbackEvents. The HAL may answer a request before the request call returns, so events wait
+// here until the handle they belong to is known.
+class CallbackSink : public IClientCallback, public IClientCallbackByPath {
   public:
     CallbackSink(Console* console, std::string to) : console_(console), to_(std::move(to)) {}
+
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        CallbackEvent event;
+        for (const auto& r : resources) {
+            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
+        }
+        arrive(std::move(event));
+    }
+
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        CallbackEvent event;
+        event.byPath = true;
+        for (size_t i = 0; i < paths.size(); ++i) {
+            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
+        }
+        arrive(std::move(event));
+    }
 
     void arrive(CallbackEvent event) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -124,41 +141,6 @@ class CallbackSink {
     size_t received_ = 0;
     std::vector<CallbackEvent> pending_;
 };
-
-namespace {
-
-class IdCallback : public IClientCallback {
-  public:
-    explicit IdCallback(std::shared_ptr<CallbackSink> sink) : sink_(std::move(sink)) {}
-    void onCallback(std::list<ZelClient::Resource> resources) override {
-        CallbackEvent event;
-        for (const auto& r : resources) {
-            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
-        }
-        sink_->arrive(std::move(event));
-    }
-
-  private:
-    std::shared_ptr<CallbackSink> sink_;
-};
-
-class PathCallback : public IClientCallbackByPath {
-  public:
-    explicit PathCallback(std::shared_ptr<CallbackSink> sink) : sink_(std::move(sink)) {}
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        CallbackEvent event;
-        event.byPath = true;
-        for (size_t i = 0; i < paths.size(); ++i) {
-            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
-        }
-        sink_->arrive(std::move(event));
-    }
-
-  private:
-    std::shared_ptr<CallbackSink> sink_;
-};
-
-}  // namespace
 
 Console::Console(Output& out, Backend& backend, bool shellMode)
     : out_(out), backend_(backend), shellMode_(shellMode) {}
@@ -213,15 +195,12 @@ void Console::releaseHeld() {
     for (const CallbackEvent& e : held) out_.callback(e);
 }
 
-std::vector<CallbackEvent> Console::callbacks() const {
-    std::lock_guard<std::mutex> lock(eventsMutex_);
-    return events_;
-}
-
-bool Console::waitForCallbacks(size_t count, int64_t timeoutMs) const {
+bool Console::waitUntil(int64_t timeoutMs,
+                        const std::function<bool(const std::vector<CallbackEvent>&,
+                                                 const std::vector<LogLine>&)>& done) const {
     std::unique_lock<std::mutex> lock(eventsMutex_);
     return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [&] { return events_.size() >= count; });
+                              [&] { return done(events_, logLines_); });
 }
 
 void Console::onLog(const LogLine& line, bool show) {
@@ -231,22 +210,6 @@ void Console::onLog(const LogLine& line, bool show) {
     }
     eventsCv_.notify_all();
     if (show) out_.log(line);
-}
-
-size_t Console::countLog(const std::string& message) const {
-    std::lock_guard<std::mutex> lock(eventsMutex_);
-    return static_cast<size_t>(
-            std::count_if(logLines_.begin(), logLines_.end(),
-                          [&](const LogLine& l) { return l.message == message; }));
-}
-
-bool Console::waitForLog(const std::string& message, size_t count, int64_t timeoutMs) const {
-    std::unique_lock<std::mutex> lock(eventsMutex_);
-    return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        return static_cast<size_t>(std::count_if(
-                       logLines_.begin(), logLines_.end(),
-                       [&](const LogLine& l) { return l.message == message; })) >= count;
-    });
 }
 
 // --- one library call ------------------------------------------------------------------------
@@ -406,9 +369,8 @@ void resCtl(Call& k) {
             {str(c.param), str(c.duration), resourcesText(c.resources), str(c.option), str(c.level),
              str(c.tag)});
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(
-                                    c.param, duration, list, c.option, c.level, c.tag,
-                                    std::make_shared<IdCallback>(k.requestSink()))
+    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
+                                                             c.level, c.tag, k.requestSink())
                           : torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
                                                              c.level, c.tag));
 }
@@ -431,8 +393,7 @@ void resCtlPath(Call& k) {
     }
     k.r.call = "torqHalclient::torq_resctl_request_with_callback_by_path";
     k.obtained(torqHalclient::torq_resctl_request_with_callback_by_path(
-            c.param, c.duration, paths, values, c.option, c.level, c.tag,
-            std::make_shared<PathCallback>(k.requestSink())));
+            c.param, c.duration, paths, values, c.option, c.level, c.tag, k.requestSink()));
 }
 
 void saCtl(Call& k) {
@@ -440,9 +401,8 @@ void saCtl(Call& k) {
     const auto duration = static_cast<int32_t>(c.duration);
     k.calls("torqHalclient::torqSACtlRequest", {str(c.param), str(c.duration), hexId(c.number),
                                                 str(c.option), str(c.level), str(c.tag)});
-    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(
-                                    c.param, duration, c.number, c.option, c.level, c.tag,
-                                    std::make_shared<IdCallback>(k.requestSink()))
+    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
+                                                            c.level, c.tag, k.requestSink())
                           : torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
                                                             c.level, c.tag));
 }
@@ -845,21 +805,18 @@ int Console::listen(const Command& c) {
         if (thermal) {
             k.calls("torqHalclient::torqThermalListeningRegister",
                     {idsText(c.ids, false), "callback"});
-            k.obtained(torqHalclient::torqThermalListeningRegister(
-                    c.ids, std::make_shared<IdCallback>(sink)));
+            k.obtained(torqHalclient::torqThermalListeningRegister(c.ids, sink));
         } else if (!c.paths.empty()) {
             std::vector<std::string> paths;
             for (const PathValue& pv : c.paths) paths.push_back(pv.path);
             k.calls("torqHalclient::torq_res_listening_register_by_path",
                     {stringsText(paths), str(c.tag), "callback"});
-            k.obtained(torqHalclient::torq_res_listening_register_by_path(
-                    paths, c.tag, std::make_shared<PathCallback>(sink)));
+            k.obtained(torqHalclient::torq_res_listening_register_by_path(paths, c.tag, sink));
         } else {
             auto in = unsetList(c.ids);
             k.calls("torqHalclient::torqResListeningRegister",
                     {idsText(c.ids, true), str(c.tag), "callback"});
-            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag,
-                                                               std::make_shared<IdCallback>(sink)));
+            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
         }
         handle = *k.handle;
     });

@@ -55,14 +55,13 @@ class Console {
     Output& output() { return out_; }
     Backend& backend() { return backend_; }
 
-    // Callback events received so far, in arrival order.
-    std::vector<CallbackEvent> callbacks() const;
-    // Waits until at least `count` callbacks have arrived in total.
-    bool waitForCallbacks(size_t count, int64_t timeoutMs) const;
-    // Log lines written by the library so far (kept whether or not they are shown).
+    // Waits at most `timeoutMs` until `done` holds of the callback events (in arrival order) and
+    // the library's log lines received so far; whether it did. `done` runs under a lock.
+    bool waitUntil(int64_t timeoutMs,
+                   const std::function<bool(const std::vector<CallbackEvent>& events,
+                                            const std::vector<LogLine>& logLines)>& done) const;
+    // A line the library logged (kept for waitUntil whether or not it is shown).
     void onLog(const LogLine& line, bool show);
-    size_t countLog(const std::string& message) const;
-    bool waitForLog(const std::string& message, size_t count, int64_t timeoutMs) const;
 
     // Handles this run obtained and still holds.
     bool holds(int32_t handle) const { return handles_.count(handle) != 0; }
