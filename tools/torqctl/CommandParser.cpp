@@ -736,6 +736,11 @@ std::string commandUsage(Verb verb) {
     return "Usage: torqctl " + std::string(entry->synopsis) + "\n  " + entry->summary + "\n";
 }
 
+std::string helpText(const Command& command) {
+    if (command.help) return commandUsage(command.verb);
+    return command.topic.empty() ? usage() : commandUsage(command.topic);
+}
+
 std::string commandUsage(const std::string& word) {
     const VerbInfo* entry = findVerb(word);
     return entry == nullptr ? std::string() : commandUsage(entry->verb);

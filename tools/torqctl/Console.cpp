@@ -154,10 +154,8 @@ void Console::finish() {
     if (!backend_.halUp()) return;
     // Leave the HAL as we found it: listeners of this run go.
     for (const auto& [handle, origin] : handles_) {
-        if (origin == Origin::kListener) torqHalclient::torqResListeningUnRegister(handle);
-        if (origin == Origin::kThermalListener) {
-            torqHalclient::torqThermalListeningUnregister(handle);
-        }
+        if (origin == "listener") torqHalclient::torqResListeningUnRegister(handle);
+        if (origin == "thermal listener") torqHalclient::torqThermalListeningUnregister(handle);
     }
     handles_.clear();
     listeners_.clear();
@@ -537,7 +535,7 @@ void prop(Call& k) {
 struct CallCommand {
     Verb verb;
     bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
-    Origin origin;                        // what a handle it obtains is
+    const char* origin;                   // what made a handle it obtains (none: not kept)
     void (*fill)(Call& k);
 };
 
@@ -550,23 +548,23 @@ bool never(const Command& /*c*/) {
 }
 
 const CallCommand kCallCommands[] = {
-        {Verb::kAcquire, never, Origin::kWrapper, acquire},
-        {Verb::kNotify, never, Origin::kNone, notify},
-        {Verb::kAcquireId, never, Origin::kZel, acquireId},
-        {Verb::kResAcquire, never, Origin::kZel, resAcquire},
-        {Verb::kZelNotify, never, Origin::kNone, zelNotify},
-        {Verb::kRule, never, Origin::kNone, rule},
-        {Verb::kSysInfo, never, Origin::kNone, sysInfo},
-        {Verb::kPm, never, Origin::kNone, pm},
-        {Verb::kResCtl, always, Origin::kHalclient, resCtl},
-        {Verb::kResCtlPath, always, Origin::kHalclient, resCtlPath},
-        {Verb::kSaCtl, always, Origin::kSa, saCtl},
+        {Verb::kAcquire, never, "wrapper", acquire},
+        {Verb::kNotify, never, nullptr, notify},
+        {Verb::kAcquireId, never, "zel", acquireId},
+        {Verb::kResAcquire, never, "zel", resAcquire},
+        {Verb::kZelNotify, never, nullptr, zelNotify},
+        {Verb::kRule, never, nullptr, rule},
+        {Verb::kSysInfo, never, nullptr, sysInfo},
+        {Verb::kPm, never, nullptr, pm},
+        {Verb::kResCtl, always, "halclient", resCtl},
+        {Verb::kResCtlPath, always, "halclient", resCtlPath},
+        {Verb::kSaCtl, always, "sa", saCtl},
         {Verb::kState, [](const Command& c) { return c.via.empty() || c.via == "halclient"; },
-         Origin::kNone, state},
-        {Verb::kStatePath, always, Origin::kNone, statePath},
-        {Verb::kThermal, always, Origin::kNone, thermal},
-        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, Origin::kNone, history},
-        {Verb::kProp, always, Origin::kNone, prop},
+         nullptr, state},
+        {Verb::kStatePath, always, nullptr, statePath},
+        {Verb::kThermal, always, nullptr, thermal},
+        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, nullptr, history},
+        {Verb::kProp, always, nullptr, prop},
 };
 
 }  // namespace
@@ -596,8 +594,8 @@ int Console::status() const {
     return kExitOk;
 }
 
-void Console::remember(int32_t handle, Origin origin) {
-    if (shellMode_ && handle > 0 && origin != Origin::kNone) handles_[handle] = origin;
+void Console::remember(int32_t handle, const char* origin) {
+    if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
 void Console::forget(int32_t handle) {
@@ -613,7 +611,7 @@ void Console::awaitAnswer(const std::shared_ptr<CallbackSink>& sink) {
     }
 }
 
-int Console::call(const Command& c, bool halclient, Origin origin,
+int Console::call(const Command& c, bool halclient, const char* origin,
                   const std::function<void(Call&)>& fill) {
     if (halclient && !halclientUsable()) {
         return noHal(kHalDown);
@@ -675,8 +673,12 @@ int Console::runShell(std::istream& in, bool interactive) {
 
 int Console::execute(const Command& c) {
     reports_.clear();
-    if (c.help) {
-        out_.raw(commandUsage(c.verb));
+    if (c.help || c.verb == Verb::kHelp) {
+        out_.raw(helpText(c));
+        return kExitOk;
+    }
+    if (c.verb == Verb::kWait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
     const int result = dispatch(c);
@@ -692,7 +694,6 @@ int Console::dispatch(const Command& c) {
     }
     // The commands that are more than one call, or none.
     static const std::map<Verb, int (Console::*)(const Command&)> kOthers = {
-            {Verb::kHelp, &Console::help},
             {Verb::kActions, &Console::actions},
             {Verb::kRelease, &Console::release},
             {Verb::kListen, &Console::listen},
@@ -702,23 +703,12 @@ int Console::dispatch(const Command& c) {
             {Verb::kDump, &Console::dump},
             {Verb::kInit, &Console::init},
             {Verb::kJournal, &Console::journal},
-            {Verb::kWait, &Console::wait},
             {Verb::kKillHal, &Console::killHal},
             {Verb::kRestartHal, &Console::restartHal}};
     const auto it = kOthers.find(c.verb);
     if (it != kOthers.end()) return (this->*it->second)(c);
     if (c.verb == Verb::kNone) return kExitOk;
     return usageError("'" + c.word + "' cannot run here");  // shell and tour
-}
-
-int Console::help(const Command& c) {
-    out_.raw(c.topic.empty() ? usage() : commandUsage(c.topic));
-    return kExitOk;
-}
-
-int Console::wait(const Command& c) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
-    return kExitOk;
 }
 
 // --- the commands that are more than one call ------------------------------------------------
@@ -761,21 +751,15 @@ int Console::release(const Command& c) {
             return usageError("unknown handle " + std::to_string(c.number) +
                               " (not obtained in this run)");
         }
-        if (it->second == Origin::kListener || it->second == Origin::kThermalListener) {
+        if (it->second == "listener" || it->second == "thermal listener") {
             return usageError("handle " + std::to_string(c.number) + " is a listener: use " +
-                              (it->second == Origin::kListener ? "unlisten" : "thermal-unlisten"));
+                              (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
         }
-        if (via.empty()) {
-            const std::map<Origin, const char*> kVia = {{Origin::kWrapper, "wrapper"},
-                                                        {Origin::kHalclient, "halclient"},
-                                                        {Origin::kSa, "sa"},
-                                                        {Origin::kZel, "zel"}};
-            via = kVia.at(it->second);
-        }
+        if (via.empty()) via = it->second;
     }
     if (via.empty()) via = "zel";
     const bool halclient = via == "halclient" || via == "sa";
-    return call(c, halclient, Origin::kNone, [&](Call& k) {
+    return call(c, halclient, nullptr, [&](Call& k) {
         k.released = c.number;
         if (via == "wrapper") {
             k.calls("ZelReleaseWapper", {str(c.number)});
@@ -797,11 +781,11 @@ int Console::release(const Command& c) {
 
 int Console::listen(const Command& c) {
     const bool thermal = c.verb == Verb::kThermalListen;
+    const char* const sinkName = thermal ? "thermal listener" : "listener";
     std::shared_ptr<CallbackSink> sink;
     int32_t handle = 0;
-    const int status = call(c, true, Origin::kNone, [&](Call& k) {
-        sink = k.sink =
-                std::make_shared<CallbackSink>(this, thermal ? "thermal listener" : "listener");
+    const int status = call(c, true, nullptr, [&](Call& k) {
+        sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
             k.calls("torqHalclient::torqThermalListeningRegister",
                     {idsText(c.ids, false), "callback"});
@@ -822,7 +806,7 @@ int Console::listen(const Command& c) {
     });
     if (sink == nullptr || handle < 1) return status;
     if (shellMode_ && !c.forMs) {
-        remember(handle, thermal ? Origin::kThermalListener : Origin::kListener);
+        remember(handle, sinkName);
         listeners_[handle] = sink;
         return status;
     }
@@ -837,18 +821,16 @@ int Console::unlisten(const Command& c) {
 }
 
 int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
-    const Origin origin = thermal ? Origin::kThermalListener : Origin::kListener;
+    const std::string origin = thermal ? "thermal listener" : "listener";
     // Called by listen itself for a listener it does not keep.
     const bool typed = c.verb == Verb::kUnlisten || c.verb == Verb::kThermalUnlisten;
     if (typed && shellMode_) {
         auto it = handles_.find(handle);
         if (it == handles_.end() || it->second != origin) {
-            return usageError(std::string(thermal ? "unknown thermal listener handle "
-                                                  : "unknown listener handle ") +
-                              std::to_string(handle));
+            return usageError("unknown " + origin + " handle " + std::to_string(handle));
         }
     }
-    return call(c, typed, Origin::kNone, [&](Call& k) {
+    return call(c, typed, nullptr, [&](Call& k) {
         k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         k.released = handle;
         k.calls(thermal ? "torqHalclient::torqThermalListeningUnregister"
@@ -870,7 +852,7 @@ int Console::dump(const Command& c) {
     if (!halclientUsable()) return noHal(kHalDown);
     backend_.takeDumpOutput();  // drop anything printed before
     for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
-        call(c, false, Origin::kNone, [&](Call& k) {
+        call(c, false, nullptr, [&](Call& k) {
             k.r.call = std::string("torqHalclient::torqDump") + dumpName(code);
             const int32_t result = kDumps[code]();
             k.returned(result, result == 0);
@@ -887,11 +869,11 @@ int Console::dump(const Command& c) {
 
 int Console::init(const Command& c) {
     if (!halclientUsable()) return noHal(kHalDown);
-    call(c, false, Origin::kNone, [](Call& k) {
+    call(c, false, nullptr, [](Call& k) {
         k.r.call = "torqHalclient::torq_init";
         torqHalclient::torq_init();
     });
-    return call(c, false, Origin::kNone, [](Call& k) {
+    return call(c, false, nullptr, [](Call& k) {
         k.r.call = "zelInit";
         const int32_t result = zelInit();
         k.returned(result, result == 0);
@@ -924,10 +906,7 @@ int Console::killHal(const Command& c) {
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     listeners_.clear();
-    Json::Value j(Json::objectValue);
-    j["command"] = c.word;
-    j["ok"] = true;
-    out_.message("the HAL's process was killed", j);
+    done(c, "the HAL's process was killed");
     for (const auto& e : backend_.journalSince(mark)) {
         if (!out_.json()) out_.message("  " + e.toString());
     }
@@ -937,28 +916,28 @@ int Console::killHal(const Command& c) {
 int Console::restartHal(const Command& c) {
     if (!backend_.simulated()) return noHal("restart-hal needs the simulator");
     if (restartThread_.joinable()) restartThread_.join();
-    if (c.forMs) {
-        restartPending_ = true;
-        const int64_t ms = *c.forMs;
-        restartThread_ = std::thread([this, ms] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-            std::string error;
-            if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
-            restartPending_ = false;
-        });
-        Json::Value j(Json::objectValue);
-        j["command"] = c.word;
-        j["after_ms"] = static_cast<Json::Int64>(ms);
-        j["ok"] = true;
-        out_.message("the HAL will restart in " + std::to_string(ms) + " ms", j);
-        return kExitOk;
-    }
     std::string error;
-    if (!backend_.restartHal(&error)) return noHal(error);
+    if (!c.forMs) {
+        if (!backend_.restartHal(&error)) return noHal(error);
+        return done(c, "the HAL is running again (a fresh instance)");
+    }
+    restartPending_ = true;
+    const int64_t ms = *c.forMs;
+    restartThread_ = std::thread([this, ms] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        std::string error;
+        if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
+        restartPending_ = false;
+    });
     Json::Value j(Json::objectValue);
-    j["command"] = c.word;
-    j["ok"] = true;
-    out_.message("the HAL is running again (a fresh instance)", j);
+    j["after_ms"] = static_cast<Json::Int64>(ms);
+    return done(c, "the HAL will restart in " + std::to_string(ms) + " ms", j);
+}
+
+int Console::done(const Command& c, const std::string& text, Json::Value json) {
+    json["command"] = c.word;
+    json["ok"] = true;
+    out_.message(text, json);
     return kExitOk;
 }
 

@@ -32,9 +32,6 @@ constexpr int kExitNoHal = 3;   // no usable HAL for this command
 class CallbackSink;
 struct Call;
 
-// What a handle obtained in a shell is, so that it is released the way it was made.
-enum class Origin { kNone, kWrapper, kZel, kHalclient, kSa, kListener, kThermalListener };
-
 class Console {
   public:
     Console(Output& out, Backend& backend, bool shellMode);
@@ -63,9 +60,6 @@ class Console {
     // A line the library logged (kept for waitUntil whether or not it is shown).
     void onLog(const LogLine& line, bool show);
 
-    // Handles this run obtained and still holds.
-    bool holds(int32_t handle) const { return handles_.count(handle) != 0; }
-
     // Unregisters what is still registered and waits for a pending restart.
     void finish();
 
@@ -76,20 +70,22 @@ class Console {
     int dispatch(const Command& c);
     // The shape every library call shares: refuse a torqHalclient call while the HAL is down,
     // make the call (`fill`), report it with what the HAL saw, keep the handle it obtained.
-    int call(const Command& c, bool halclient, Origin origin,
+    int call(const Command& c, bool halclient, const char* origin,
              const std::function<void(Call&)>& fill);
     bool halclientUsable();
     int usageError(const std::string& message);
     int noHal(const std::string& message);
+    // A command without a library call worked: `text` for people, `json` (with "command" and
+    // "ok" added) for --json.
+    int done(const Command& c, const std::string& text,
+             Json::Value json = Json::Value(Json::objectValue));
     void releaseHeld();
     int status() const;
-    void remember(int32_t handle, Origin origin);
+    void remember(int32_t handle, const char* origin);
     void forget(int32_t handle);
     void awaitAnswer(const std::shared_ptr<CallbackSink>& sink);
 
     // The commands that are more than one call, or none.
-    int help(const Command& c);
-    int wait(const Command& c);
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
@@ -106,7 +102,9 @@ class Console {
     const bool shellMode_;
     std::vector<Report> reports_;
 
-    std::map<int32_t, Origin> handles_;
+    // What made each handle this shell holds, so that it is released the same way: "wrapper",
+    // "zel", "halclient", "sa" (the --via names), "listener" or "thermal listener".
+    std::map<int32_t, std::string> handles_;
     std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;
 
     mutable std::mutex eventsMutex_;
