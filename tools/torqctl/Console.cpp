@@ -54,7 +54,7 @@ std::string stringsText(const std::vector<std::string>& items) {
 }
 
 // The resources in the container a library function takes.
-template <typename Container>
+template <typename Container = std::vector<ZelClient::Resource>>
 Container libraryResources(const std::vector<IdValue>& resources) {
     Container out;
     for (const IdValue& r : resources) out.push_back({r.id, r.value});
@@ -71,6 +71,14 @@ Json::Value valuesJson(const std::vector<std::pair<std::string, std::string>>& p
         list.append(std::move(item));
     }
     return list;
+}
+
+std::string argText(const std::string& text) {
+    return text;
+}
+
+std::string argText(int64_t value) {
+    return std::to_string(value);
 }
 
 std::string lower(std::string s) {
@@ -212,13 +220,15 @@ void Console::onLog(const LogLine& line, bool show) {
 
 // --- one library call ------------------------------------------------------------------------
 
+// How a library function's result tells success.
+enum Success { kZero, kNotNegative, kNotMinusOne };
+
 // A library call on its way to becoming a report: what the command's `fill` function makes of
 // it.
 struct Call {
-    Call(Console* console, const Command& command) : console(console), c(command) {}
+    explicit Call(Console* console) : console(console) {}
 
     Console* console;
-    const Command& c;
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
     std::optional<int32_t> released;     // a handle the call gave back
@@ -226,19 +236,24 @@ struct Call {
     bool awaitsAnswer = false;           // a request with a callback: wait for its answer
     std::string refused;                 // set instead of calling: the input does not fit
 
-    // The function and its arguments as the report shows them.
-    void calls(const char* function, const std::vector<std::string>& args) {
+    // The function and its arguments as the report shows them (numbers in decimal).
+    template <typename... Args>
+    void calls(const char* function, const Args&... args) {
         r.call = function;
         r.args.clear();
-        for (size_t i = 0; i < args.size(); ++i) r.args += (i > 0 ? ", " : "") + args[i];
+        for (const std::string& arg : std::vector<std::string>{argText(args)...}) {
+            r.args += (r.args.empty() ? "" : ", ") + arg;
+        }
     }
-    void returned(int64_t value, bool ok) {
+    // The result, and whether it says success.
+    void returned(int64_t value, Success success) {
         r.result = value;
-        r.ok = ok;
+        r.ok = success == kZero ? value == 0 : success == kNotMinusOne ? value != -1 : value >= 0;
     }
     // A handle, or a failure (below 1).
     void obtained(int32_t value) {
-        returned(value, value >= 1);
+        r.result = value;
+        r.ok = value >= 1;
         r.extra["handle"] = value;
         handle = value;
     }
@@ -257,10 +272,6 @@ struct Call {
 
 namespace {
 
-std::string str(int64_t value) {
-    return std::to_string(value);
-}
-
 std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
     std::list<ZelClient::Resource> out;
     for (int32_t id : ids) out.push_back({id, std::nullopt});
@@ -269,8 +280,7 @@ std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
 
 // --- the calls: the action wrapper and the flat API -----------------------------------------
 
-void acquire(Call& k) {
-    const Command& c = k.c;
+void acquire(Call& k, const Command& c) {
     std::string eventId = c.name;
     if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
         eventId = kActionPrefix + eventId;
@@ -282,74 +292,58 @@ void acquire(Call& k) {
         return;
     }
     const auto index = static_cast<int32_t>(it - gActionList.begin());
-    k.calls("ZelEventAcquireWrapper",
-            {quoted(eventId), quoted(c.text), quoted(c.identity), str(c.duration)});
+    k.calls("ZelEventAcquireWrapper", quoted(eventId), quoted(c.text), quoted(c.identity),
+            c.duration);
     k.obtained(ZelEventAcquireWrapper(eventId, c.text, c.identity, static_cast<int>(c.duration)));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
 }
 
-void notify(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelNotifyWapper", {quoted(c.notifyName), str(c.number), str(c.number2), str(c.number3),
-                                "0", "0", quoted(c.text)});
-    const int32_t result =
-            ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text);
-    k.returned(result, result == 0);
+void notify(Call& k, const Command& c) {
+    k.calls("ZelNotifyWapper", quoted(c.notifyName), c.number, c.number2, c.number3, "0", "0",
+            quoted(c.text));
+    k.returned(ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text), kZero);
 }
 
-void acquireId(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelEventAcquire", {str(c.number), quoted(c.text), quoted(c.identity), str(c.duration),
-                                resourcesText(c.resources)});
+void acquireId(Call& k, const Command& c) {
+    k.calls("ZelEventAcquire", c.number, quoted(c.text), quoted(c.identity), c.duration,
+            resourcesText(c.resources));
     k.obtained(ZelEventAcquire(c.number, c.text, c.identity, static_cast<int32_t>(c.duration),
-                               libraryResources<std::vector<ZelClient::Resource>>(c.resources)));
+                               libraryResources(c.resources)));
 }
 
-void resAcquire(Call& k) {
-    const Command& c = k.c;
+void resAcquire(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
     if (c.platform) {
-        k.calls("ZelPlatformResAcquire", {resourcesText(c.resources), "0", quoted(c.identity),
-                                          quoted(c.text), str(c.duration)});
-        k.obtained(ZelPlatformResAcquire(
-                libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0, c.identity,
-                c.text, duration));
+        k.calls("ZelPlatformResAcquire", resourcesText(c.resources), "0", quoted(c.identity),
+                quoted(c.text), c.duration);
+        k.obtained(ZelPlatformResAcquire(libraryResources(c.resources), 0, c.identity, c.text,
+                                         duration));
     } else {
-        k.calls("ZelResAcquire",
-                {resourcesText(c.resources), "0", quoted(c.identity), str(c.duration)});
-        k.obtained(ZelResAcquire(libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0,
-                                 c.identity, duration));
+        k.calls("ZelResAcquire", resourcesText(c.resources), "0", quoted(c.identity), c.duration);
+        k.obtained(ZelResAcquire(libraryResources(c.resources), 0, c.identity, duration));
     }
 }
 
-void zelNotify(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelNotify", {str(c.number), str(c.number2), idsText(c.ids, false)});
-    const int32_t result = ZelNotify(c.number, c.number2, c.ids);
-    k.returned(result, result != -1);
+void zelNotify(Call& k, const Command& c) {
+    k.calls("ZelNotify", c.number, c.number2, idsText(c.ids, false));
+    k.returned(ZelNotify(c.number, c.number2, c.ids), kNotMinusOne);
 }
 
-void rule(Call& k) {
-    const Command& c = k.c;
-    k.calls("zelRuleCtl", {str(c.number), str(c.number2), resourcesText(c.resources)});
-    const int32_t result = zelRuleCtl(
-            c.number, c.number2, libraryResources<std::vector<ZelClient::Resource>>(c.resources));
-    k.returned(result, result != -1);
+void rule(Call& k, const Command& c) {
+    k.calls("zelRuleCtl", c.number, c.number2, resourcesText(c.resources));
+    k.returned(zelRuleCtl(c.number, c.number2, libraryResources(c.resources)), kNotMinusOne);
 }
 
-void sysInfo(Call& k) {
-    const Command& c = k.c;
-    k.calls("setRelatedSysInfo", {str(c.number), str(c.value64)});
-    const int32_t result = setRelatedSysInfo(c.number, c.value64);
-    k.returned(result, result != -1);
+void sysInfo(Call& k, const Command& c) {
+    k.calls("setRelatedSysInfo", c.number, c.value64);
+    k.returned(setRelatedSysInfo(c.number, c.value64), kNotMinusOne);
 }
 
-void pm(Call& k) {
-    k.calls("ZelGetPMStatus", {str(k.c.number)});
+void pm(Call& k, const Command& c) {
+    k.calls("ZelGetPMStatus", c.number);
     try {
-        const int32_t result = ZelGetPMStatus(k.c.number);
-        k.returned(result, result != -1);
+        k.returned(ZelGetPMStatus(c.number), kNotMinusOne);
     } catch (const std::bad_optional_access&) {
         // The flat API lets this one escape when the HAL answers without a value.
         k.r.ok = false;
@@ -360,12 +354,10 @@ void pm(Call& k) {
 
 // --- the calls: torqHalclient ----------------------------------------------------------------
 
-void resCtl(Call& k) {
-    const Command& c = k.c;
+void resCtl(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqResCtlRequest",
-            {str(c.param), str(c.duration), resourcesText(c.resources), str(c.option), str(c.level),
-             str(c.tag)});
+    k.calls("torqHalclient::torqResCtlRequest", c.param, c.duration, resourcesText(c.resources),
+            c.option, c.level, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
     k.obtained(c.callback ? torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
                                                              c.level, c.tag, k.requestSink())
@@ -373,17 +365,15 @@ void resCtl(Call& k) {
                                                              c.level, c.tag));
 }
 
-void resCtlPath(Call& k) {
-    const Command& c = k.c;
+void resCtlPath(Call& k, const Command& c) {
     std::vector<std::string> paths;
     std::vector<std::string> values;
     for (const PathValue& pv : c.paths) {
         paths.push_back(pv.path);
         values.push_back(pv.value.value_or(""));
     }
-    k.calls("torqHalclient::torq_resctl_request_by_path",
-            {str(c.param), str(c.duration), stringsText(paths), stringsText(values), str(c.option),
-             str(c.level), str(c.tag)});
+    k.calls("torqHalclient::torq_resctl_request_by_path", c.param, c.duration, stringsText(paths),
+            stringsText(values), c.option, c.level, c.tag);
     if (!c.callback) {
         k.obtained(torqHalclient::torq_resctl_request_by_path(c.param, c.duration, paths, values,
                                                               c.option, c.level, c.tag));
@@ -394,37 +384,33 @@ void resCtlPath(Call& k) {
             c.param, c.duration, paths, values, c.option, c.level, c.tag, k.requestSink()));
 }
 
-void saCtl(Call& k) {
-    const Command& c = k.c;
+void saCtl(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqSACtlRequest", {str(c.param), str(c.duration), hexId(c.number),
-                                                str(c.option), str(c.level), str(c.tag)});
+    k.calls("torqHalclient::torqSACtlRequest", c.param, c.duration, hexId(c.number), c.option,
+            c.level, c.tag);
     k.obtained(c.callback ? torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
                                                             c.level, c.tag, k.requestSink())
                           : torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
                                                             c.level, c.tag));
 }
 
-void state(Call& k) {
-    const Command& c = k.c;
+void state(Call& k, const Command& c) {
     std::vector<std::pair<std::string, std::string>> values;
     if (c.via.empty() || c.via == "halclient") {
-        k.calls("torqHalclient::torqResStateRequest", {idsText(c.ids, true), str(c.tag), "output"});
+        k.calls("torqHalclient::torqResStateRequest", idsText(c.ids, true), c.tag, "output");
         auto in = unsetList(c.ids);
         std::list<ZelClient::Resource> output;
-        const int32_t result = torqHalclient::torqResStateRequest(in, c.tag, output);
-        k.returned(result, result >= 0);
+        k.returned(torqHalclient::torqResStateRequest(in, c.tag, output), kNotNegative);
         for (const auto& res : output) values.emplace_back(hexId(res.id), res.value.value_or(""));
     } else if (c.via == "zel") {
-        k.calls("ZelMutiResStateRequest", {idsText(c.ids, true)});
+        k.calls("ZelMutiResStateRequest", idsText(c.ids, true));
         std::vector<ZelClient::Resource> resources;
         for (int32_t id : c.ids) resources.push_back({id, std::string()});
-        const int32_t result = ZelMutiResStateRequest(resources);
-        k.returned(result, result >= 0);
+        k.returned(ZelMutiResStateRequest(resources), kNotNegative);
         for (const auto& res : resources)
             values.emplace_back(hexId(res.id), res.value.value_or(""));
     } else {
-        k.calls("ZelResStateRequest", {hexId(c.ids[0]), "value"});
+        k.calls("ZelResStateRequest", hexId(c.ids[0]), "value");
         // A marker no HAL value can equal tells "left untouched" from "set to empty".
         const std::string untouched("\x01untouched", 10);
         std::string value = untouched;
@@ -436,8 +422,7 @@ void state(Call& k) {
     k.values(values, "id");
 }
 
-void statePath(Call& k) {
-    const Command& c = k.c;
+void statePath(Call& k, const Command& c) {
     std::vector<std::pair<std::string, std::string>> values;
     int32_t result;
     if (c.map) {
@@ -447,8 +432,7 @@ void statePath(Call& k) {
         for (const auto& [path, value] : in) {
             inText += (inText.size() > 1 ? ", " : "") + quoted(path) + ": " + quoted(value);
         }
-        k.calls("torqHalclient::torq_res_state_request_map_by_path",
-                {inText + "}", str(c.tag), "output"});
+        k.calls("torqHalclient::torq_res_state_request_map_by_path", inText + "}", c.tag, "output");
         std::map<std::string, std::string> output;
         result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
         values.assign(output.begin(), output.end());
@@ -459,8 +443,8 @@ void statePath(Call& k) {
             paths.push_back(pv.path);
             if (pv.value) given.push_back(*pv.value);
         }
-        k.calls("torqHalclient::torq_res_state_request_by_path",
-                {stringsText(paths), stringsText(given), str(c.tag), "output"});
+        k.calls("torqHalclient::torq_res_state_request_by_path", stringsText(paths),
+                stringsText(given), c.tag, "output");
         std::vector<std::string> output;
         result = torqHalclient::torq_res_state_request_by_path(paths, given, c.tag, output);
         // The answer is positional: value i belongs to path i.
@@ -468,36 +452,32 @@ void statePath(Call& k) {
             values.emplace_back(i < paths.size() ? paths[i] : "#" + std::to_string(i), output[i]);
         }
     }
-    k.returned(result, result >= 0);
+    k.returned(result, kNotNegative);
     k.values(values, "path");
 }
 
-void thermal(Call& k) {
-    const Command& c = k.c;
+void thermal(Call& k, const Command& c) {
     const std::string levels = listText(c.resources, [](const IdValue& r) {
         return std::to_string(r.id) + "=" + quoted(r.value);
     });
-    k.calls("torqHalclient::torqThermalNotify", {levels, str(c.tag)});
+    k.calls("torqHalclient::torqThermalNotify", levels, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    const int32_t result = torqHalclient::torqThermalNotify(list, c.tag);
-    k.returned(result, result == 0);
+    k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
 
-void history(Call& k) {
-    if (k.c.name != "show") {
-        const bool on = k.c.name == "on";
+void history(Call& k, const Command& c) {
+    if (c.name != "show") {
+        const bool on = c.name == "on";
         k.calls(on ? "torqHalclient::torqHistoryRequestRecordOn"
-                   : "torqHalclient::torqHistoryRequestRecordOff",
-                {});
-        const int32_t result = on ? torqHalclient::torqHistoryRequestRecordOn()
-                                  : torqHalclient::torqHistoryRequestRecordOff();
-        k.returned(result, result == 0);
+                   : "torqHalclient::torqHistoryRequestRecordOff");
+        k.returned(on ? torqHalclient::torqHistoryRequestRecordOn()
+                      : torqHalclient::torqHistoryRequestRecordOff(),
+                   kZero);
         return;
     }
-    k.calls("ZelGetHistory", {"history"});
+    k.calls("ZelGetHistory", "history");
     std::string text;
-    const int32_t result = ZelGetHistory(text);
-    k.returned(result, result == 0);
+    k.returned(ZelGetHistory(text), kZero);
     k.r.extra["history"] = text;
     if (!k.r.ok) return;
     // "start:a;b;...;end": one record per line reads better.
@@ -514,15 +494,13 @@ void history(Call& k) {
     }
 }
 
-void prop(Call& k) {
-    const Command& c = k.c;
+void prop(Call& k, const Command& c) {
     if (c.name == "set") {
-        k.calls("torqHalclient::torqPropertySet", {quoted(c.text), quoted(c.value)});
-        const int32_t result = torqHalclient::torqPropertySet(c.text, c.value);
-        k.returned(result, result >= 0);
+        k.calls("torqHalclient::torqPropertySet", quoted(c.text), quoted(c.value));
+        k.returned(torqHalclient::torqPropertySet(c.text, c.value), kNotNegative);
         return;
     }
-    k.calls("torqHalclient::torqPropertyGet", {quoted(c.text)});
+    k.calls("torqHalclient::torqPropertyGet", quoted(c.text));
     char* buffer = torqHalclient::torqPropertyGet(c.text);
     // The buffer is 256 bytes and not cleared when the HAL is out of reach: read no further.
     const std::string value(buffer, strnlen(buffer, 256));
@@ -536,7 +514,7 @@ struct CallCommand {
     Verb verb;
     bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
     const char* origin;                   // what made a handle it obtains (none: not kept)
-    void (*fill)(Call& k);
+    void (*fill)(Call& k, const Command& c);
 };
 
 bool always(const Command& /*c*/) {
@@ -621,7 +599,7 @@ int Console::call(const Command& c, bool halclient, const char* origin,
         callInProgress_ = true;
     }
     const uint64_t mark = backend_.journalMark();
-    Call k(this, c);
+    Call k(this);
     k.r.command = c.word;
     fill(k);
     if (!k.refused.empty()) return usageError(k.refused);
@@ -689,7 +667,8 @@ int Console::execute(const Command& c) {
 int Console::dispatch(const Command& c) {
     for (const CallCommand& command : kCallCommands) {
         if (command.verb == c.verb) {
-            return call(c, command.halclient(c), command.origin, command.fill);
+            return call(c, command.halclient(c), command.origin,
+                        [&](Call& k) { command.fill(k, c); });
         }
     }
     // The commands that are more than one call, or none.
@@ -762,19 +741,17 @@ int Console::release(const Command& c) {
     return call(c, halclient, nullptr, [&](Call& k) {
         k.released = c.number;
         if (via == "wrapper") {
-            k.calls("ZelReleaseWapper", {str(c.number)});
+            k.calls("ZelReleaseWapper", c.number);
             ZelReleaseWapper(c.number);
         } else if (via == "zel") {
-            k.calls("ZelRelease", {str(c.number)});
+            k.calls("ZelRelease", c.number);
             ZelRelease(c.number);
         } else if (via == "halclient") {
-            k.calls("torqHalclient::torqResCtlRelease", {str(c.number)});
-            const int32_t result = torqHalclient::torqResCtlRelease(c.number);
-            k.returned(result, result >= 0);
+            k.calls("torqHalclient::torqResCtlRelease", c.number);
+            k.returned(torqHalclient::torqResCtlRelease(c.number), kNotNegative);
         } else {
-            k.calls("torqHalclient::torqSACtlRelease", {str(c.number)});
-            const int32_t result = torqHalclient::torqSACtlRelease(c.number);
-            k.returned(result, result >= 0);
+            k.calls("torqHalclient::torqSACtlRelease", c.number);
+            k.returned(torqHalclient::torqSACtlRelease(c.number), kNotNegative);
         }
     });
 }
@@ -787,19 +764,19 @@ int Console::listen(const Command& c) {
     const int status = call(c, true, nullptr, [&](Call& k) {
         sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
-            k.calls("torqHalclient::torqThermalListeningRegister",
-                    {idsText(c.ids, false), "callback"});
+            k.calls("torqHalclient::torqThermalListeningRegister", idsText(c.ids, false),
+                    "callback");
             k.obtained(torqHalclient::torqThermalListeningRegister(c.ids, sink));
         } else if (!c.paths.empty()) {
             std::vector<std::string> paths;
             for (const PathValue& pv : c.paths) paths.push_back(pv.path);
-            k.calls("torqHalclient::torq_res_listening_register_by_path",
-                    {stringsText(paths), str(c.tag), "callback"});
+            k.calls("torqHalclient::torq_res_listening_register_by_path", stringsText(paths), c.tag,
+                    "callback");
             k.obtained(torqHalclient::torq_res_listening_register_by_path(paths, c.tag, sink));
         } else {
             auto in = unsetList(c.ids);
-            k.calls("torqHalclient::torqResListeningRegister",
-                    {idsText(c.ids, true), str(c.tag), "callback"});
+            k.calls("torqHalclient::torqResListeningRegister", idsText(c.ids, true), c.tag,
+                    "callback");
             k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
         }
         handle = *k.handle;
@@ -835,10 +812,10 @@ int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
         k.released = handle;
         k.calls(thermal ? "torqHalclient::torqThermalListeningUnregister"
                         : "torqHalclient::torqResListeningUnRegister",
-                {str(handle)});
-        const int32_t result = thermal ? torqHalclient::torqThermalListeningUnregister(handle)
-                                       : torqHalclient::torqResListeningUnRegister(handle);
-        k.returned(result, result >= 0);
+                handle);
+        k.returned(thermal ? torqHalclient::torqThermalListeningUnregister(handle)
+                           : torqHalclient::torqResListeningUnRegister(handle),
+                   kNotNegative);
     });
 }
 
@@ -854,8 +831,7 @@ int Console::dump(const Command& c) {
     for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
         call(c, false, nullptr, [&](Call& k) {
             k.r.call = std::string("torqHalclient::torqDump") + dumpName(code);
-            const int32_t result = kDumps[code]();
-            k.returned(result, result == 0);
+            k.returned(kDumps[code](), kZero);
             Json::Value output(Json::arrayValue);
             for (const std::string& line : backend_.takeDumpOutput()) {
                 k.r.details.push_back(line);
@@ -875,8 +851,7 @@ int Console::init(const Command& c) {
     });
     return call(c, false, nullptr, [](Call& k) {
         k.r.call = "zelInit";
-        const int32_t result = zelInit();
-        k.returned(result, result == 0);
+        k.returned(zelInit(), kZero);
     });
 }
 
