@@ -159,6 +159,29 @@ const VerbInfo kVerbs[] = {
          "only if every step worked"},
 };
 
+// Where the value of an option goes; the options not listed take milliseconds.
+struct OptionField {
+    const char* name;
+    std::string Command::*text = nullptr;
+    int32_t Command::*number = nullptr;
+    bool Command::*flag = nullptr;
+};
+
+const OptionField kOptionFields[] = {
+        {"--scene", &Command::text},
+        {"--pkg", &Command::text},
+        {"--identity", &Command::identity},
+        {"--name", &Command::notifyName},
+        {"--via", &Command::via},
+        {"--param", nullptr, &Command::param},
+        {"--option", nullptr, &Command::option},
+        {"--level", nullptr, &Command::level},
+        {"--tag", nullptr, &Command::tag},
+        {"--callback", nullptr, nullptr, &Command::callback},
+        {"--map", nullptr, nullptr, &Command::map},
+        {"--platform", nullptr, nullptr, &Command::platform},
+};
+
 std::string wordOf(const VerbInfo& entry) {
     const std::string synopsis = entry.synopsis;
     return synopsis.substr(0, synopsis.find(' '));
@@ -309,62 +332,35 @@ class Parser {
         return true;
     }
 
-    bool int32Option(const std::string& name, const std::string& value, int32_t* out) {
-        if (parseInt32(value, out)) return true;
-        return fail("malformed number for " + name + ": " + shown(value));
-    }
-
-    bool durationOption(const std::string& name, const std::string& value, int64_t* out,
-                        bool int32Only) {
-        int64_t v = 0;
-        const int64_t lo = int32Only ? std::numeric_limits<int32_t>::min()
-                                     : std::numeric_limits<int64_t>::min();
-        const int64_t hi = int32Only ? std::numeric_limits<int32_t>::max()
-                                     : std::numeric_limits<int64_t>::max();
-        if (!parseSigned(value, lo, hi, &v)) {
-            return fail("malformed milliseconds for " + name + ": " + shown(value));
-        }
-        *out = v;
-        return true;
-    }
-
     bool applyOptions() {
         Command& c = result_.command;
-        // resctl-path carries a 64-bit duration; every other command an int32 one.
-        const bool wideDuration = info_.verb == Verb::kResCtlPath;
         for (const auto& [name, value] : options_) {
-            bool ok = true;
-            if (name == "--scene" || name == "--pkg") {
-                c.text = value;
-            } else if (name == "--identity") {
-                c.identity = value;
-            } else if (name == "--name") {
-                c.notifyName = value;
-            } else if (name == "--via") {
-                c.via = value;
-            } else if (name == "--timeout" || name == "--duration") {
-                ok = durationOption(name, value, &c.duration, !wideDuration);
-            } else if (name == "--for" || name == "--after") {
-                int64_t ms = 0;
-                ok = durationOption(name, value, &ms, true);
-                if (ok && ms < 0) return fail(name + " cannot be negative");
-                c.forMs = ms;
-            } else if (name == "--param") {
-                ok = int32Option(name, value, &c.param);
-            } else if (name == "--option") {
-                ok = int32Option(name, value, &c.option);
-            } else if (name == "--level") {
-                ok = int32Option(name, value, &c.level);
-            } else if (name == "--tag") {
-                ok = int32Option(name, value, &c.tag);
-            } else if (name == "--callback") {
-                c.callback = true;
-            } else if (name == "--map") {
-                c.map = true;
-            } else if (name == "--platform") {
-                c.platform = true;
+            const OptionField* field = nullptr;
+            for (const OptionField& f : kOptionFields) {
+                if (name == f.name) field = &f;
             }
-            if (!ok) return false;
+            if (field != nullptr && field->text != nullptr) {
+                c.*field->text = value;
+            } else if (field != nullptr && field->flag != nullptr) {
+                c.*field->flag = true;
+            } else if (field != nullptr && !parseInt32(value, &(c.*field->number))) {
+                return fail("malformed number for " + name + ": " + shown(value));
+            } else if (field == nullptr) {
+                // Milliseconds: an int32, but resctl-path carries a 64-bit duration.
+                const bool wide = name == "--duration" && info_.verb == Verb::kResCtlPath;
+                int64_t ms = 0;
+                if (!parseSigned(value, wide ? std::numeric_limits<int64_t>::min() : INT32_MIN,
+                                 wide ? std::numeric_limits<int64_t>::max() : INT32_MAX, &ms)) {
+                    return fail("malformed milliseconds for " + name + ": " + shown(value));
+                }
+                if (name == "--timeout" || name == "--duration") {
+                    c.duration = ms;
+                } else if (ms < 0) {
+                    return fail(name + " cannot be negative");
+                } else {
+                    c.forMs = ms;  // --for, --after
+                }
+            }
         }
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
