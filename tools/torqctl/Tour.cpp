@@ -1,3 +1,17 @@
+// The tour is a table of steps. A step is a title and lines, run in order until one fails:
+//   CMD => WANT [$name]   run a torqctl command line; WANT is "ok" (exit status 0), "any" (it
+//                         made a library call), "handle" (a result of 1 or more) or a number
+//                         (the result); $name keeps the result for later lines
+//   hal: TEXT             what the HAL received during the last command contains TEXT
+//   shows: TEXT           a detail line of the last command contains TEXT
+//   sim: OPCODE=VALUE     the simulator holds VALUE for OPCODE
+//   mark                  callbacks from here on are counted (each step starts with a mark)
+//   callback to ...       the next callback since the mark, as torqctl prints it
+//   callbacks: N          exactly N callbacks since the mark
+//   sleep MS, say: TEXT   pause; print TEXT
+//   logged twice: TEXT    the library logged TEXT twice since the step began
+// and, where a step needs more, a check of its own run after its lines.
+
 #include "Tour.h"
 
 #include <ZelWrapper.h>
@@ -5,6 +19,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <optional>
 #include <thread>
 
@@ -15,20 +30,19 @@ namespace torqctl {
 namespace {
 
 constexpr int64_t kWaitMs = 3000;
-const char kDiedLine[] = "Torq HAL Service died";
 
-using Records = std::vector<std::pair<std::string, std::string>>;
+struct Step {
+    const char* title;
+    std::vector<std::string> lines;
+    std::function<std::string()> check = nullptr;  // empty when all holds, else what did not
+};
 
-bool isHandle(int64_t v) {
-    return v >= 1;
+bool startsWith(const std::string& text, const std::string& prefix, std::string* rest) {
+    if (text.compare(0, prefix.size(), prefix) != 0) return false;
+    *rest = text.substr(prefix.size());
+    return true;
 }
 
-bool isZero(int64_t v) {
-    return v == 0;
-}
-
-// A step's checks, in the order it makes them. The first that fails is the step's failure;
-// after it the step runs no further command, so what it prints ends at the fault.
 class Tour {
   public:
     explicit Tour(Console& console) : s_(console), out_(console.output()) {}
@@ -36,18 +50,28 @@ class Tour {
     int run();
 
   private:
-    void step(const std::string& title, const std::function<void()>& body) {
+    void step(const Step& step) {
         ++steps_;
         failure_.clear();
         Json::Value j(Json::objectValue);
         j["event"] = "step";
         j["step"] = steps_;
-        j["title"] = title;
-        out_.message("\n== step " + std::to_string(steps_) + ": " + title + " ==");
-        body();
-        j["ok"] = failure_.empty();
-        if (!failure_.empty()) j["failure"] = failure_;
-        if (failure_.empty()) {
+        j["title"] = step.title;
+        out_.message("\n== step " + std::to_string(steps_) + ": " + step.title + " ==");
+        s_.waitUntil(0, [&](const auto& events, const auto& logLines) {
+            callbackMark_ = events.size();
+            logMark_ = logLines.size();
+            return true;
+        });
+        seen_ = 0;
+        for (const std::string& line : step.lines) {
+            if (!failed()) runLine(line);
+        }
+        const std::string why = failed() || !step.check ? "" : step.check();
+        expect(why.empty(), why);
+        j["ok"] = !failed();
+        if (failed()) j["failure"] = failure_;
+        if (!failed()) {
             ++passed_;
             out_.message("-- ok", j);
         } else {
@@ -57,29 +81,60 @@ class Tour {
 
     bool failed() const { return !failure_.empty(); }
 
-    // Records `failure` unless `holds`; false when this or an earlier check failed.
-    bool expect(bool holds, const std::string& failure) {
+    // Records `failure` unless `holds` (the first failure of a step stays).
+    void expect(bool holds, const std::string& failure) {
         if (!holds && !failed()) failure_ = failure;
-        return !failed();
     }
 
-    // Runs a command line that must work, unless a check failed already.
-    void run(const std::string& line, const std::string& failure) {
-        if (!failed()) expect(s_.run(line) == kExitOk, failure);
+    void runLine(std::string line) {
+        for (const auto& [name, value] : kept_) {
+            for (size_t at; (at = line.find(name)) != std::string::npos;) {
+                line.replace(at, name.size(), std::to_string(value));
+            }
+        }
+        std::string rest;
+        if (startsWith(line, "hal: ", &rest)) {
+            expect(halReceived(rest), "the HAL did not receive " + rest);
+        } else if (startsWith(line, "shows: ", &rest)) {
+            expect(detailsHave(rest), "the output lacks " + rest);
+        } else if (startsWith(line, "sim: ", &rest)) {
+            expectSim(rest.substr(0, rest.find('=')), rest.substr(rest.find('=') + 1));
+        } else if (line == "mark") {
+            callbackMark_ = callbackCount();
+            seen_ = 0;
+        } else if (startsWith(line, "callback to ", &rest)) {
+            expectCallback(line);
+        } else if (startsWith(line, "callbacks: ", &rest)) {
+            expect(callbackCount() == callbackMark_ + std::stoul(rest),
+                   std::to_string(callbackCount() - callbackMark_) + " callbacks, not " + rest);
+        } else if (startsWith(line, "sleep ", &rest)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(rest)));
+        } else if (startsWith(line, "say: ", &rest)) {
+            out_.message(rest);
+        } else if (startsWith(line, "logged twice: ", &rest)) {
+            expect(loggedTwice(rest), "the library did not log \"" + rest + "\" twice");
+        } else {
+            command(line.substr(0, line.find(" => ")), line.substr(line.find(" => ") + 4));
+        }
     }
 
-    // Runs a command line whose first call's result must satisfy `ok`; that result (0 for a
-    // void call, or when skipped).
-    int64_t call(const std::string& line, bool (*ok)(int64_t), const std::string& failure) {
-        if (failed()) return 0;
+    void command(const std::string& line, const std::string& want) {
         const int status = s_.run(line);
-        if (!expect(!s_.reports().empty(),
-                    "'" + line + "' made no call (status " + std::to_string(status) + ")")) {
-            return 0;
+        const std::string wanted = want.substr(0, want.find(" $"));
+        if (wanted == "ok") {
+            expect(status == kExitOk,
+                   "'" + line + "' failed (status " + std::to_string(status) + ")");
+            return;
+        }
+        if (s_.reports().empty()) {
+            expect(false, "'" + line + "' made no call (status " + std::to_string(status) + ")");
+            return;
         }
         const int64_t result = s_.reports().front().result.value_or(0);
-        expect(ok == nullptr || ok(result), failure);
-        return result;
+        const bool ok = wanted == "any" || (wanted == "handle" && result >= 1) ||
+                        (wanted != "handle" && std::to_string(result) == wanted);
+        expect(ok, "'" + line + "' returned " + std::to_string(result) + ", not " + wanted);
+        if (want.find(" $") != std::string::npos) kept_[want.substr(want.find(" $") + 1)] = result;
     }
 
     bool detailsHave(const std::string& text) const {
@@ -103,10 +158,12 @@ class Tour {
         return false;
     }
 
-    void expectSim(int32_t opcode, const std::string& expected) {
+    void expectSim(const std::string& opcode, const std::string& expected) {
+        int32_t id = 0;
+        parseOpcode(opcode, &id);
         std::optional<std::string> v;
-        s_.backend().inspect([&](const torq_sim::SimModel& m) { v = m.value(opcode); });
-        expect(v == expected, "the HAL holds " + torq_sim::hexId(opcode) + " = " +
+        s_.backend().inspect([&](const torq_sim::SimModel& m) { v = m.value(id); });
+        expect(v == expected, "the HAL holds " + torq_sim::hexId(id) + " = " +
                                       (v ? torq_sim::quoted(*v) : std::string("nothing")) +
                                       ", expected " + torq_sim::quoted(expected));
     }
@@ -120,37 +177,33 @@ class Tour {
         return count;
     }
 
-    // How many times the library logged `message`; after waiting at most `timeoutMs` for `least`.
-    size_t logCount(const std::string& message, size_t least, int64_t timeoutMs) const {
-        size_t count = 0;
-        s_.waitUntil(timeoutMs, [&](const auto&, const auto& logLines) {
-            count = std::count_if(logLines.begin(), logLines.end(),
-                                  [&](const LogLine& l) { return l.message == message; });
-            return count >= least;
+    // Waits for the next callback since the mark and checks how torqctl showed it.
+    void expectCallback(const std::string& expected) {
+        const size_t index = callbackMark_ + seen_++;
+        std::optional<CallbackEvent> e;
+        s_.waitUntil(kWaitMs, [&](const auto& events, const auto&) {
+            if (events.size() > index) e = events[index];
+            return e.has_value();
         });
-        return count;
+        expect(e.has_value(), "no " + expected.substr(0, expected.find(':')) + " arrived");
+        if (e) expect(describeCallback(*e) == expected, "unexpected " + describeCallback(*e));
     }
 
-    // Waits for callback number `index` (0-based, over the whole run) and checks it.
-    void expectCallback(size_t index, const std::string& to, int64_t handle,
-                        const Records& records) {
-        std::optional<CallbackEvent> e;
-        if (!failed()) {
-            s_.waitUntil(kWaitMs, [&](const auto& events, const auto&) {
-                if (events.size() > index) e = events[index];
-                return e.has_value();
-            });
-        }
-        if (expect(e.has_value(),
-                   "no callback to " + to + " #" + std::to_string(handle) + " arrived")) {
-            expect(e->to == to && e->handle == handle && e->records == records,
-                   "unexpected " + describeCallback(*e));
-        }
+    bool loggedTwice(const std::string& message) const {
+        return s_.waitUntil(kWaitMs, [&](const auto&, const auto& logLines) {
+            return std::count_if(logLines.begin() + static_cast<std::ptrdiff_t>(logMark_),
+                                 logLines.end(),
+                                 [&](const LogLine& l) { return l.message == message; }) >= 2;
+        });
     }
 
     Console& s_;
     Output& out_;
     std::string failure_;
+    std::map<std::string, int64_t> kept_;  // "$camera" -> 1
+    size_t callbackMark_ = 0;
+    size_t seen_ = 0;  // callbacks checked since the mark
+    size_t logMark_ = 0;
     int steps_ = 0;
     int passed_ = 0;
 };
@@ -164,155 +217,84 @@ int Tour::run() {
             "A tour of libquarn-zel-client against the reference Torq HAL simulator.\n"
             "Each step shows the library calls, what they returned and what the HAL "
             "received.");
-    int64_t cameraHandle = 0;
-    int64_t listener = 0;
-
-    step("the simulated HAL is up", [&] {
-        if (expect(s_.backend().halUp(), "the simulator is not running")) {
-            out_.message("HAL: " + s_.backend().description());
-        }
-    });
-
-    step("connect both front ends: torq_init and zelInit", [&] {
-        run("init", "init failed");
-        expect(s_.reports().size() == 2 && halReceived("init()"), "the HAL saw no init");
-        size_t inits = 0;
-        for (const Report& r : s_.reports()) {
-            for (const auto& e : r.hal) inits += e.method == "init" ? 1 : 0;
-        }
-        expect(inits == 2, "the HAL saw " + std::to_string(inits) + " init calls, not 2");
-    });
-
-    step("the action table: ACTION_CAMERA_OPEN is event 11", [&] {
-        run("actions CAMERA_OPEN", "the action is not listed");
-        expect(gActionList.size() == 199,
-               "the table has " + std::to_string(gActionList.size()) + " names");
-        expect(gActionList[11] == "ACTION_CAMERA_OPEN", "index 11 is " + gActionList[11]);
-    });
-
-    step("wrapper: acquire ACTION_CAMERA_OPEN by name", [&] {
-        cameraHandle = call("acquire ACTION_CAMERA_OPEN --scene tour", isHandle, "no handle");
-        expect(halReceived("request(kind=8 data=[{id=0x0000000b}]"),
-               "the HAL did not receive event 11 as a kind-8 request");
-        expectSim(0x01010020, "1958400");
-    });
-
-    step("flat API: read the event's resources (ZelMutiResStateRequest)", [&] {
-        call(
-                "state --via zel 0x01010020 0x01020050", [](int64_t n) { return n == 2; },
-                "did not fill 2 values");
-        expect(detailsHave("0x01010020 = \"1958400\"") && detailsHave("0x01020050 = \"500000000\""),
-               "the values differ from the camera event's");
-    });
-
-    step("torqHalclient: a request with a callback, answered once", [&] {
-        const size_t before = callbackCount();
-        const int64_t h = call("resctl --callback 0x010108a0=60", isHandle, "no handle");
-        expectCallback(before, "request", h, {{"0x010108a0", "60"}});
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        expect(callbackCount() == before + 1, "the request was answered twice");
-    });
-
-    step("listen: a timed request changes the value, its expiry restores it", [&] {
-        listener = call("listen 0x010108a0", isHandle, "no listener handle");
-        const size_t before = callbackCount();
-        call("resctl --duration 300 0x010108a0=95", isHandle, "the timed request failed");
-        expectCallback(before, "listener", listener, {{"0x010108a0", "95"}});
-        if (!failed()) out_.message("waiting for the 300 ms request to expire");
-        expectCallback(before + 1, "listener", listener, {{"0x010108a0", "60"}});
-    });
-
-    step("listen: a request that changes nothing is not reported", [&] {
-        const size_t before = callbackCount();
-        call("resctl 0x010108a0=60", isHandle, "the request failed");
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        expect(callbackCount() == before, "the listener was called without a change");
-        expectSim(0x010108a0, "60");
-    });
-
-    step("paths: control by path, read by path and by opcode", [&] {
-        call("resctl-path /proc/sys/walt/cluster1/target_load=75", isHandle,
-             "the path request failed");
-        expect(halReceived("value=\"75\" path=\"/proc/sys/walt/cluster1/target_load\""),
-               "the HAL did not receive the path entry");
-        call(
-                "state-path /proc/sys/walt/cluster1/target_load", [](int64_t n) { return n == 1; },
-                "reading by path did not give 75");
-        expect(detailsHave("= \"75\""), "reading by path did not give 75");
-        call(
-                "state 0x010108b0", [](int64_t n) { return n == 1; },
-                "reading the same resource by opcode did not give 75");
-        expect(detailsHave("0x010108b0 = \"75\""),
-               "reading the same resource by opcode did not give 75");
-    });
-
-    step("thermal: levels reach a thermal listener", [&] {
-        const int64_t t = call("thermal-listen 1 2", isHandle, "no thermal listener");
-        const size_t before = callbackCount();
-        call("thermal 1=3 2=1", isZero, "torqThermalNotify failed");
-        expectCallback(before, "thermal listener", t,
-                       {{torq_sim::hexId(1), "3"}, {torq_sim::hexId(2), "1"}});
-        call("thermal-unlisten " + std::to_string(t), isZero, "thermal unregistration failed");
-    });
-
-    step("wrapper: notification 3 (type 1) becomes rule 200 with status 3", [&] {
-        call("notify 3 1", nullptr, "");
-        expect(halReceived("ruleCtl(200, 3, [])"), "the HAL received no ruleCtl(200, 3)");
-        std::optional<int32_t> status;
-        s_.backend().inspect([&](const torq_sim::SimModel& m) { status = m.ruleStatus(200); });
-        expect(status == 3, "the HAL's rule 200 is not at status 3");
-    });
-
-    step("history: record, read through ZelGetHistory, stop", [&] {
-        call("history on", isZero, "history on failed");
-        call("sysinfo 4 1024", nullptr, "");
-        call("history show", isZero, "ZelGetHistory failed");
-        expect(detailsHave("sysinfo 4=1024"), "the history lacks the sysinfo call");
-        call("history off", isZero, "history off failed");
-    });
-
-    step("power mode and properties", [&] {
-        call("prop set torq.power_mode 1", isZero, "propertySet failed");
-        call(
-                "pm 1", [](int64_t v) { return v == 1; }, "ZelGetPMStatus(1) is not 1");
-        call("pm 0", isZero, "ZelGetPMStatus(0) is not 0");
-        run("prop get torq.power_mode", "torqPropertyGet failed");
-        expect(detailsHave("\"1\""), "torqPropertyGet does not read 1");
-    });
-
-    step("dump: the HAL's run map shows the camera event", [&] {
-        call("dump RunMap", isZero, "torqDumpRunMap failed");
-        const std::string line = "#" + std::to_string(cameraHandle) + " event 11";
-        expect(detailsHave(line), "the dump lacks '" + line + "'");
-    });
-
-    step("release: values fall back to their defaults", [&] {
-        call("release " + std::to_string(cameraHandle), nullptr, "");
-        expect(halReceived("release(" + std::to_string(cameraHandle) + ") -> 0"),
-               "the HAL did not release the camera request");
-        expectSim(0x01010020, "710400");
-        call("unlisten " + std::to_string(listener), isZero, "unlisten failed");
-    });
-
-    step("the HAL dies: both front ends hear of it, the flat API fails fast", [&] {
-        const size_t died = logCount(kDiedLine, 0, 0);
-        run("kill-hal", "kill-hal failed");
-        if (expect(failed() || logCount(kDiedLine, died + 2, kWaitMs) >= died + 2,
-                   "the library did not log \"" + std::string(kDiedLine) + "\" twice")) {
-            out_.message("both front ends logged \"" + std::string(kDiedLine) + "\"");
-        }
-        call(
-                "acquire ACTION_LAUNCH", [](int64_t h) { return h == -1; },
-                "an acquisition without a HAL returned a handle");
-    });
-
-    step("restart: both front ends reconnect to the new HAL", [&] {
-        run("restart-hal", "restart-hal failed");
-        call("acquire ACTION_LAUNCH", isHandle, "the wrapper did not reconnect");
-        call("resctl 0x010108a0=70", isHandle, "torqHalclient did not reconnect");
-        expectSim(0x01010010, "1804800");
-        expectSim(0x010108a0, "70");
-    });
+    const Step steps[] = {
+            {"the simulated HAL is up",
+             {},
+             [&]() -> std::string {
+                 if (!s_.backend().halUp()) return "the simulator is not running";
+                 out_.message("HAL: " + s_.backend().description());
+                 return "";
+             }},
+            {"connect both front ends: torq_init and zelInit",
+             {"init => ok"},
+             [&]() -> std::string {
+                 size_t inits = 0;
+                 for (const Report& r : s_.reports()) {
+                     for (const auto& e : r.hal) inits += e.method == "init" ? 1 : 0;
+                 }
+                 return inits == 2 ? "" : "the HAL saw " + std::to_string(inits) + " init calls";
+             }},
+            {"the action table: ACTION_CAMERA_OPEN is event 11",
+             {"actions CAMERA_OPEN => ok"},
+             [&]() -> std::string {
+                 if (gActionList.size() == 199 && gActionList[11] == "ACTION_CAMERA_OPEN")
+                     return "";
+                 return "the table has " + std::to_string(gActionList.size()) + " names";
+             }},
+            {"wrapper: acquire ACTION_CAMERA_OPEN by name",
+             {"acquire ACTION_CAMERA_OPEN --scene tour => handle $camera",
+              "hal: request(kind=8 data=[{id=0x0000000b}]", "sim: 0x01010020=1958400"}},
+            {"flat API: read the event's resources (ZelMutiResStateRequest)",
+             {"state --via zel 0x01010020 0x01020050 => 2", "shows: 0x01010020 = \"1958400\"",
+              "shows: 0x01020050 = \"500000000\""}},
+            {"torqHalclient: a request with a callback, answered once",
+             {"resctl --callback 0x010108a0=60 => handle $request",
+              "callback to request #$request: 0x010108a0=\"60\"", "sleep 100", "callbacks: 1"}},
+            {"listen: a timed request changes the value, its expiry restores it",
+             {"listen 0x010108a0 => handle $listener", "mark",
+              "resctl --duration 300 0x010108a0=95 => handle",
+              "callback to listener #$listener: 0x010108a0=\"95\"",
+              "say: waiting for the 300 ms request to expire",
+              "callback to listener #$listener: 0x010108a0=\"60\""}},
+            {"listen: a request that changes nothing is not reported",
+             {"resctl 0x010108a0=60 => handle", "sleep 300", "callbacks: 0", "sim: 0x010108a0=60"}},
+            {"paths: control by path, read by path and by opcode",
+             {"resctl-path /proc/sys/walt/cluster1/target_load=75 => handle",
+              "hal: value=\"75\" path=\"/proc/sys/walt/cluster1/target_load\"",
+              "state-path /proc/sys/walt/cluster1/target_load => 1", "shows: = \"75\"",
+              "state 0x010108b0 => 1", "shows: 0x010108b0 = \"75\""}},
+            {"thermal: levels reach a thermal listener",
+             {"thermal-listen 1 2 => handle $thermal", "mark", "thermal 1=3 2=1 => 0",
+              "callback to thermal listener #$thermal: 0x00000001=\"3\" 0x00000002=\"1\"",
+              "thermal-unlisten $thermal => 0"}},
+            {"wrapper: notification 3 (type 1) becomes rule 200 with status 3",
+             {"notify 3 1 => any", "hal: ruleCtl(200, 3, [])"},
+             [&]() -> std::string {
+                 std::optional<int32_t> status;
+                 s_.backend().inspect(
+                         [&](const torq_sim::SimModel& m) { status = m.ruleStatus(200); });
+                 return status == 3 ? "" : "the HAL's rule 200 is not at status 3";
+             }},
+            {"history: record, read through ZelGetHistory, stop",
+             {"history on => 0", "sysinfo 4 1024 => any", "history show => 0",
+              "shows: sysinfo 4=1024", "history off => 0"}},
+            {"power mode and properties",
+             {"prop set torq.power_mode 1 => 0", "pm 1 => 1", "pm 0 => 0",
+              "prop get torq.power_mode => ok", "shows: \"1\""}},
+            {"dump: the HAL's run map shows the camera event",
+             {"dump RunMap => 0", "shows: #$camera event 11"}},
+            {"release: values fall back to their defaults",
+             {"release $camera => any", "hal: release($camera) -> 0", "sim: 0x01010020=710400",
+              "unlisten $listener => 0"}},
+            {"the HAL dies: both front ends hear of it, the flat API fails fast",
+             {"kill-hal => ok", "logged twice: Torq HAL Service died",
+              "say: both front ends logged \"Torq HAL Service died\"",
+              "acquire ACTION_LAUNCH => -1"}},
+            {"restart: both front ends reconnect to the new HAL",
+             {"restart-hal => ok", "acquire ACTION_LAUNCH => handle",
+              "resctl 0x010108a0=70 => handle", "sim: 0x01010010=1804800", "sim: 0x010108a0=70"}},
+    };
+    for (const Step& s : steps) step(s);
 
     const bool allPassed = passed_ == steps_;
     Json::Value j(Json::objectValue);
