@@ -61,18 +61,6 @@ Container libraryResources(const std::vector<IdValue>& resources) {
     return out;
 }
 
-Json::Value valuesJson(const std::vector<std::pair<std::string, std::string>>& pairs,
-                       const char* key) {
-    Json::Value list(Json::arrayValue);
-    for (const auto& [k, v] : pairs) {
-        Json::Value item(Json::objectValue);
-        item[key] = k;
-        item["value"] = v;
-        list.append(std::move(item));
-    }
-    return list;
-}
-
 std::string argText(const std::string& text) {
     return text;
 }
@@ -266,7 +254,7 @@ struct Call {
     }
     void values(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
         for (const auto& [k, v] : pairs) r.details.push_back(k + " = " + quoted(v));
-        r.extra["values"] = valuesJson(pairs, key);
+        r.extra["values"] = recordsJson(pairs, key);
     }
 };
 
