@@ -607,13 +607,6 @@ int Console::call(const Command& c, bool halclient, const char* origin,
     return status();
 }
 
-int Console::run(const std::string& line) {
-    ParseResult parsed = parseShellLine(line);
-    if (!parsed.ok) return usageError(parsed.error);
-    if (parsed.command.verb == Verb::kNone) return kExitOk;
-    return execute(parsed.command);
-}
-
 int Console::runShell(std::istream& in, bool interactive) {
     int result = kExitOk;
     std::string line;

@@ -41,8 +41,6 @@ class Console {
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
-    // Parses and runs one shell line (errors reported as for a shell).
-    int run(const std::string& line);
     // Reads commands line by line until the end of `in`. The status of the last failing line,
     // or 0 when all worked.
     int runShell(std::istream& in, bool interactive);

@@ -119,7 +119,8 @@ class Tour {
     }
 
     void command(const std::string& line, const std::string& want) {
-        const int status = s_.run(line);
+        const ParseResult parsed = parseShellLine(line);
+        const int status = parsed.ok ? s_.execute(parsed.command) : kExitUsage;
         const std::string wanted = want.substr(0, want.find(" $"));
         if (wanted == "ok") {
             expect(status == kExitOk,
