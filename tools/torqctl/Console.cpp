@@ -123,9 +123,17 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
         pending_.clear();
     }
 
-    size_t received() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return received_;
+    // Waits (at most kAnswerWaitMs) for a first callback: a request's answer.
+    void awaitAnswer() const {
+        const auto deadline =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerWaitMs);
+        while (std::chrono::steady_clock::now() < deadline) {
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                if (received_ > 0) return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
     }
 
   private:
@@ -564,19 +572,6 @@ void Console::remember(int32_t handle, const char* origin) {
     if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
-void Console::forget(int32_t handle) {
-    handles_.erase(handle);
-    listeners_.erase(handle);
-}
-
-void Console::awaitAnswer(const std::shared_ptr<CallbackSink>& sink) {
-    const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerWaitMs);
-    while (sink->received() == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
 int Console::call(const Command& c, bool halclient, const char* origin,
                   const std::function<void(Call&)>& fill) {
     if (halclient && !halclientUsable()) {
@@ -599,10 +594,13 @@ int Console::call(const Command& c, bool halclient, const char* origin,
     reports_.push_back(k.r);
     releaseHeld();
     if (k.handle) remember(*k.handle, origin);
-    if (k.released && k.r.ok) forget(*k.released);
+    if (k.released && k.r.ok) {
+        handles_.erase(*k.released);
+        listeners_.erase(*k.released);
+    }
     if (k.sink) {
         k.sink->assign(k.handle.value_or(0));
-        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) awaitAnswer(k.sink);
+        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) k.sink->awaitAnswer();
     }
     return status();
 }

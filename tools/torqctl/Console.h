@@ -80,8 +80,6 @@ class Console {
     void releaseHeld();
     int status() const;
     void remember(int32_t handle, const char* origin);
-    void forget(int32_t handle);
-    void awaitAnswer(const std::shared_ptr<CallbackSink>& sink);
 
     // The commands that are more than one call, or none.
     int actions(const Command& c);
