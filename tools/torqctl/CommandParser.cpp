@@ -1,5 +1,6 @@
 // A command of the language is a Verb and a line in kVerbs: its synopsis gives its name, its
-// options and its usage text. Parser::interpret turns its other words into Command fields.
+// options and its usage text, its Arg list the fields its other words go to (kOptionFields
+// those of the options). Parser::interpret adds what a command checks beyond that.
 
 #include "CommandParser.h"
 
