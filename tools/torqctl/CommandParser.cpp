@@ -1,5 +1,6 @@
 // A command of the language is a Verb and a line in kVerbs: its synopsis gives its name, its
-// options and its usage text. Parser::interpret turns its other words into Command fields.
+// options and its usage text, its Arg list the fields its other words go to (kOptionFields
+// those of the options). Parser::interpret adds what a command checks beyond that.
 
 #include "CommandParser.h"
 
@@ -16,80 +17,135 @@ namespace torqctl {
 
 namespace {
 
+// How a command takes one of its words (a "rest" kind takes all words from there on).
+enum class Take {
+    kText,          // as it is, into a string field
+    kNumber,        // an int32, into a number field
+    kWide,          // an int64, into value64
+    kOpcodeValues,  // rest: OPCODE=VALUE resources
+    kIdValues,      // rest: ID=VALUE resources, the id a plain number
+    kPathValues,    // rest: PATH=VALUE
+    kPaths,         // rest: PATH or PATH=VALUE
+    kOpcodes,       // rest: opcodes, into ids
+    kNumbers,       // rest: numbers, into ids
+};
+
+struct Arg {
+    Take take;
+    const char* what = "";  // what an error calls the word
+    int32_t Command::*number = nullptr;
+    std::string Command::*text = nullptr;
+};
+
+Arg arg(std::string Command::*field) {
+    return {Take::kText, "", nullptr, field};
+}
+
+Arg arg(const char* what, int32_t Command::*field = &Command::number) {
+    return {Take::kNumber, what, field, nullptr};
+}
+
+Arg arg(Take take, const char* what = "") {
+    return {take, what};
+}
+
+template <typename... Args>
+std::vector<Arg> takes(Args... args) {
+    return {args...};
+}
+
 // One command of the language. Its synopsis is the whole description of its words: it starts
 // with the command's name and lists its options, "[--tag N]" one that takes a value, "[--map]"
-// one that takes none.
+// one that takes none. `args` says where its other words go.
 struct VerbInfo {
     Verb verb;
     size_t minArgs;
     size_t maxArgs;
     const char* synopsis;
     const char* summary;
+    std::vector<Arg> args = {};
 };
 
 constexpr size_t kMany = std::numeric_limits<size_t>::max();
 
 // In the order of the usage text.
 const VerbInfo kVerbs[] = {
-        {Verb::kHelp, 0, 1, "help [COMMAND]", "show this text, or one command's usage"},
+        {Verb::kHelp, 0, 1, "help [COMMAND]", "show this text, or one command's usage",
+         takes(arg(&Command::topic))},
         {Verb::kActions, 0, 1, "actions [PATTERN]",
-         "list the action table (event id and name), optionally only names containing PATTERN"},
+         "list the action table (event id and name), optionally only names containing PATTERN",
+         takes(arg(&Command::name))},
         {Verb::kAcquire, 1, 1, "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
          "acquire an action by name through ZelEventAcquireWrapper (\"VARDEX_\" is added when "
-         "missing)"},
+         "missing)",
+         takes(arg(&Command::name))},
         {Verb::kAcquireId, 1, kMany,
          "acquire-id EVENT_ID [--pkg TEXT] [--identity TEXT] [--duration MS] [OPCODE=VALUE...]",
-         "acquire an event by id through ZelEventAcquire, with optional resources"},
+         "acquire an event by id through ZelEventAcquire, with optional resources",
+         takes(arg("event id"), arg(Take::kOpcodeValues))},
         {Verb::kResAcquire, 1, kMany,
          "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] OPCODE=VALUE...",
          "acquire resources through ZelResAcquire; with --platform through ZelPlatformResAcquire, "
-         "which also takes a package"},
+         "which also takes a package",
+         takes(arg(Take::kOpcodeValues))},
         {Verb::kRelease, 1, 1, "release HANDLE [--via wrapper|zel|halclient|sa]",
-         "release a handle (default: the front end that made it in a shell, else zel)"},
+         "release a handle (default: the front end that made it in a shell, else zel)",
+         takes(arg("handle"))},
         {Verb::kResCtl, 1, kMany,
          "resctl [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "OPCODE=VALUE...",
-         "resource control by opcode through torqHalclient::torqResCtlRequest"},
+         "resource control by opcode through torqHalclient::torqResCtlRequest",
+         takes(arg(Take::kOpcodeValues))},
         {Verb::kResCtlPath, 1, kMany,
          "resctl-path [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "PATH=VALUE...",
          "resource control by path through torq_resctl_request_by_path (or "
-         "..._with_callback_by_path)"},
+         "..._with_callback_by_path)",
+         takes(arg(Take::kPathValues))},
         {Verb::kSaCtl, 1, 1,
          "sactl ID [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback]",
-         "SA control through torqHalclient::torqSACtlRequest"},
+         "SA control through torqHalclient::torqSACtlRequest", takes(arg("SA id"))},
         {Verb::kState, 1, kMany, "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
          "current values through torqResStateRequest (halclient), ZelMutiResStateRequest (zel) or "
-         "ZelResStateRequest (zel-one)"},
+         "ZelResStateRequest (zel-one)",
+         takes(arg(Take::kOpcodes))},
         {Verb::kStatePath, 1, kMany, "state-path [--map] [--tag N] PATH[=VALUE]...",
-         "current values by path through torq_res_state_request_by_path (or ..._map_...)"},
+         "current values by path through torq_res_state_request_by_path (or ..._map_...)",
+         takes(arg(Take::kPaths))},
         {Verb::kListen, 1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
          "listen for changes (torqResListeningRegister, or the by-path form for paths) and print "
          "callbacks as they arrive; outside a shell for --for MS (default 5000)"},
         {Verb::kUnlisten, 1, 1, "unlisten HANDLE",
-         "stop listening through torqResListeningUnRegister"},
+         "stop listening through torqResListeningUnRegister", takes(arg("handle"))},
         {Verb::kThermal, 1, kMany, "thermal [--tag N] ID=LEVEL...",
-         "pass thermal levels through torqThermalNotify"},
+         "pass thermal levels through torqThermalNotify", takes(arg(Take::kIdValues))},
         {Verb::kThermalListen, 0, kMany, "thermal-listen [--for MS] [ID...]",
-         "listen for thermal levels through torqThermalListeningRegister (no ID: all)"},
+         "listen for thermal levels through torqThermalListeningRegister (no ID: all)",
+         takes(arg(Take::kNumbers, "thermal id"))},
         {Verb::kThermalUnlisten, 1, 1, "thermal-unlisten HANDLE",
-         "stop thermal listening through torqThermalListeningUnregister"},
+         "stop thermal listening through torqThermalListeningUnregister", takes(arg("handle"))},
         {Verb::kNotify, 2, 4, "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
-         "a numbered notification through ZelNotifyWapper"},
+         "a numbered notification through ZelNotifyWapper",
+         takes(arg("SRC"), arg("TYPE", &Command::number2), arg("PARAM", &Command::number3),
+               arg(&Command::text))},
         {Verb::kZelNotify, 2, kMany, "zel-notify FIRST SECOND [VALUE...]",
-         "a notification through ZelNotify"},
+         "a notification through ZelNotify",
+         takes(arg("FIRST"), arg("SECOND", &Command::number2), arg(Take::kNumbers, "VALUE"))},
         {Verb::kRule, 2, kMany, "rule RULE_ID STATUS [OPCODE=VALUE...]",
-         "switch a rule through zelRuleCtl"},
+         "switch a rule through zelRuleCtl",
+         takes(arg("RULE_ID"), arg("STATUS", &Command::number2), arg(Take::kOpcodeValues))},
         {Verb::kSysInfo, 2, 2, "sysinfo TYPE VALUE",
-         "pass system information through setRelatedSysInfo"},
+         "pass system information through setRelatedSysInfo", takes(arg("TYPE"), arg(Take::kWide))},
         {Verb::kHistory, 1, 1, "history on|off|show",
-         "switch history recording (torqHistoryRequestRecordOn/Off) or read it (ZelGetHistory)"},
-        {Verb::kPm, 1, 1, "pm MODE", "power-mode status through ZelGetPMStatus"},
+         "switch history recording (torqHistoryRequestRecordOn/Off) or read it (ZelGetHistory)",
+         takes(arg(&Command::name))},
+        {Verb::kPm, 1, 1, "pm MODE", "power-mode status through ZelGetPMStatus", takes(arg("MODE"))},
         {Verb::kDump, 1, 1, "dump CODE|NAME|all",
          "ask the HAL to dump a table (codes 0-8: ToDoQueue RunMap ActiveResMap ResRequest ResInfo "
          "SAInfo PidFdList PidfdMonitorMap ResRecordList) through torqDump*"},
         {Verb::kProp, 2, 3, "prop get NAME | prop set NAME VALUE",
-         "read or write a HAL property through torqPropertyGet/torqPropertySet"},
+         "read or write a HAL property through torqPropertyGet/torqPropertySet",
+         takes(arg(&Command::name), arg(&Command::text), arg(&Command::value))},
         {Verb::kInit, 0, 0, "init", "connect both front ends: torq_init and zelInit"},
         {Verb::kJournal, 0, 0, "journal", "everything the simulated HAL received and sent so far"},
         {Verb::kWait, 1, 1, "wait MS", "pause, letting callbacks arrive"},
@@ -97,10 +153,34 @@ const VerbInfo kVerbs[] = {
         {Verb::kRestartHal, 0, 0, "restart-hal [--after MS]",
          "start the simulated HAL again (a fresh one), now or after MS in the background"},
         {Verb::kShell, 0, 1, "shell [FILE]",
-         "run commands line by line from FILE or standard input; handles and listeners persist"},
+         "run commands line by line from FILE or standard input; handles and listeners persist",
+         takes(arg(&Command::name))},
         {Verb::kTour, 0, 0, "tour",
          "walk through every front end, a callback, a HAL death and the reconnection; exit code 0 "
          "only if every step worked"},
+};
+
+// Where the value of an option goes; the options not listed take milliseconds.
+struct OptionField {
+    const char* name;
+    std::string Command::*text = nullptr;
+    int32_t Command::*number = nullptr;
+    bool Command::*flag = nullptr;
+};
+
+const OptionField kOptionFields[] = {
+        {"--scene", &Command::text},
+        {"--pkg", &Command::text},
+        {"--identity", &Command::identity},
+        {"--name", &Command::notifyName},
+        {"--via", &Command::via},
+        {"--param", nullptr, &Command::param},
+        {"--option", nullptr, &Command::option},
+        {"--level", nullptr, &Command::level},
+        {"--tag", nullptr, &Command::tag},
+        {"--callback", nullptr, nullptr, &Command::callback},
+        {"--map", nullptr, nullptr, &Command::map},
+        {"--platform", nullptr, nullptr, &Command::platform},
 };
 
 std::string wordOf(const VerbInfo& entry) {
@@ -253,62 +333,35 @@ class Parser {
         return true;
     }
 
-    bool int32Option(const std::string& name, const std::string& value, int32_t* out) {
-        if (parseInt32(value, out)) return true;
-        return fail("malformed number for " + name + ": " + shown(value));
-    }
-
-    bool durationOption(const std::string& name, const std::string& value, int64_t* out,
-                        bool int32Only) {
-        int64_t v = 0;
-        const int64_t lo = int32Only ? std::numeric_limits<int32_t>::min()
-                                     : std::numeric_limits<int64_t>::min();
-        const int64_t hi = int32Only ? std::numeric_limits<int32_t>::max()
-                                     : std::numeric_limits<int64_t>::max();
-        if (!parseSigned(value, lo, hi, &v)) {
-            return fail("malformed milliseconds for " + name + ": " + shown(value));
-        }
-        *out = v;
-        return true;
-    }
-
     bool applyOptions() {
         Command& c = result_.command;
-        // resctl-path carries a 64-bit duration; every other command an int32 one.
-        const bool wideDuration = info_.verb == Verb::kResCtlPath;
         for (const auto& [name, value] : options_) {
-            bool ok = true;
-            if (name == "--scene" || name == "--pkg") {
-                c.text = value;
-            } else if (name == "--identity") {
-                c.identity = value;
-            } else if (name == "--name") {
-                c.notifyName = value;
-            } else if (name == "--via") {
-                c.via = value;
-            } else if (name == "--timeout" || name == "--duration") {
-                ok = durationOption(name, value, &c.duration, !wideDuration);
-            } else if (name == "--for" || name == "--after") {
-                int64_t ms = 0;
-                ok = durationOption(name, value, &ms, true);
-                if (ok && ms < 0) return fail(name + " cannot be negative");
-                c.forMs = ms;
-            } else if (name == "--param") {
-                ok = int32Option(name, value, &c.param);
-            } else if (name == "--option") {
-                ok = int32Option(name, value, &c.option);
-            } else if (name == "--level") {
-                ok = int32Option(name, value, &c.level);
-            } else if (name == "--tag") {
-                ok = int32Option(name, value, &c.tag);
-            } else if (name == "--callback") {
-                c.callback = true;
-            } else if (name == "--map") {
-                c.map = true;
-            } else if (name == "--platform") {
-                c.platform = true;
+            const OptionField* field = nullptr;
+            for (const OptionField& f : kOptionFields) {
+                if (name == f.name) field = &f;
             }
-            if (!ok) return false;
+            if (field != nullptr && field->text != nullptr) {
+                c.*field->text = value;
+            } else if (field != nullptr && field->flag != nullptr) {
+                c.*field->flag = true;
+            } else if (field != nullptr && !parseInt32(value, &(c.*field->number))) {
+                return fail("malformed number for " + name + ": " + shown(value));
+            } else if (field == nullptr) {
+                // Milliseconds: an int32, but resctl-path carries a 64-bit duration.
+                const bool wide = name == "--duration" && info_.verb == Verb::kResCtlPath;
+                int64_t ms = 0;
+                if (!parseSigned(value, wide ? std::numeric_limits<int64_t>::min() : INT32_MIN,
+                                 wide ? std::numeric_limits<int64_t>::max() : INT32_MAX, &ms)) {
+                    return fail("malformed milliseconds for " + name + ": " + shown(value));
+                }
+                if (name == "--timeout" || name == "--duration") {
+                    c.duration = ms;
+                } else if (ms < 0) {
+                    return fail(name + " cannot be negative");
+                } else {
+                    c.forMs = ms;  // --for, --after
+                }
+            }
         }
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
@@ -328,7 +381,9 @@ class Parser {
         return fail("malformed opcode " + shown(word) + " (expected a number such as 0x010108a0)");
     }
 
-    bool idValue(const std::string& word, const char* idWhat, bool asOpcode) {
+    // OPCODE=VALUE, or ID=VALUE with a plain number for an id.
+    bool idValue(const std::string& word, bool asOpcode) {
+        const char* idWhat = asOpcode ? "OPCODE" : "ID";
         const size_t eq = word.find('=');
         if (eq == std::string::npos) {
             return fail("expected " + std::string(idWhat) + "=VALUE, got " + shown(word));
@@ -339,13 +394,6 @@ class Parser {
         iv.value = word.substr(eq + 1);
         if (iv.value.empty()) return fail("missing value in " + shown(word));
         result_.command.resources.push_back(std::move(iv));
-        return true;
-    }
-
-    bool idValues(size_t from, const char* idWhat = "OPCODE", bool asOpcode = true) {
-        for (size_t i = from; i < args_.size(); ++i) {
-            if (!idValue(args_[i], idWhat, asOpcode)) return false;
-        }
         return true;
     }
 
@@ -364,19 +412,40 @@ class Parser {
         return true;
     }
 
-    // The words from `from` on, as opcodes or as numbers (`what` names them in an error).
-    bool idList(size_t from, const char* what, bool asOpcode) {
-        for (size_t i = from; i < args_.size(); ++i) {
+    // The words as the command's Arg list says; its last Arg also takes all words beyond it.
+    bool takeArgs() {
+        Command& c = result_.command;
+        for (size_t i = 0; i < args_.size() && !info_.args.empty(); ++i) {
+            const Arg& arg = info_.args[std::min(i, info_.args.size() - 1)];
+            const std::string& word = args_[i];
             int32_t id = 0;
-            if (asOpcode ? !opcode(args_[i], &id) : !number(args_[i], what, &id)) return false;
-            result_.command.ids.push_back(id);
-        }
-        return true;
-    }
-
-    bool pathWords(bool needValue) {
-        for (const std::string& w : args_) {
-            if (!pathWord(w, needValue)) return false;
+            bool ok = true;
+            switch (arg.take) {
+                case Take::kText:
+                    c.*arg.text = word;
+                    break;
+                case Take::kNumber:
+                    ok = number(word, arg.what, &(c.*arg.number));
+                    break;
+                case Take::kWide:
+                    ok = parseInt64(word, &c.value64) || fail("malformed VALUE " + shown(word));
+                    break;
+                case Take::kOpcodeValues:
+                case Take::kIdValues:
+                    ok = idValue(word, arg.take == Take::kOpcodeValues);
+                    break;
+                case Take::kPathValues:
+                case Take::kPaths:
+                    ok = pathWord(word, arg.take == Take::kPathValues);
+                    break;
+                case Take::kOpcodes:
+                case Take::kNumbers:
+                    ok = arg.take == Take::kOpcodes ? opcode(word, &id)
+                                                    : number(word, arg.what, &id);
+                    c.ids.push_back(id);
+                    break;
+            }
+            if (!ok) return false;
         }
         return true;
     }
@@ -390,127 +459,56 @@ class Parser {
         return fail("unknown front end for --via: " + shown(via));
     }
 
+    // The options, the words, and what a command asks of them beyond their form.
     bool interpret() {
         if (!applyOptions()) return false;
         Command& c = result_.command;
         switch (info_.verb) {
             case Verb::kHelp:
-                if (!args_.empty()) {
-                    c.topic = args_[0];
-                    if (findVerb(c.topic) == nullptr) {
-                        return fail("unknown command " + shown(c.topic));
-                    }
-                }
-                return true;
-            case Verb::kActions:
-            case Verb::kShell:
-                if (!args_.empty()) c.name = args_[0];
-                return true;
+                return takeArgs() && (args_.empty() || findVerb(c.topic) != nullptr ||
+                                      fail("unknown command " + shown(c.topic)));
             case Verb::kAcquire:
-                c.name = args_[0];
-                if (c.name.empty()) return fail("missing action name");
-                return true;
-            case Verb::kAcquireId:
-                return number(args_[0], "event id", &c.number) && idValues(1);
-            case Verb::kResAcquire:
-            case Verb::kResCtl:
-                return idValues(0);
+                return takeArgs() && (!c.name.empty() || fail("missing action name"));
             case Verb::kRelease:
-            case Verb::kUnlisten:
-            case Verb::kThermalUnlisten:
-                if (!number(args_[0], "handle", &c.number)) return false;
-                return info_.verb != Verb::kRelease ||
-                       viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
-            case Verb::kResCtlPath:
-                return pathWords(true);
-            case Verb::kSaCtl:
-                return number(args_[0], "SA id", &c.number);
+                return takeArgs() && viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
             case Verb::kState:
                 if (!viaIsOneOf({"halclient", "zel", "zel-one"})) return false;
                 if (c.via == "zel-one" && args_.size() != 1) {
                     return fail("--via zel-one reads exactly one opcode");
                 }
-                return idList(0, "opcode", true);
-            case Verb::kStatePath: {
-                if (!pathWords(false)) return false;
-                if (c.map) {
-                    for (const PathValue& pv : c.paths) {
-                        if (!pv.value) return fail("--map needs PATH=VALUE for every path");
-                    }
+                break;
+            case Verb::kStatePath:
+                if (!takeArgs()) return false;
+                for (const PathValue& pv : c.paths) {
+                    if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
                 }
                 return true;
-            }
-            case Verb::kListen: {
-                bool anyPath = false;
-                bool anyId = false;
+            case Verb::kListen:
+                // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
                 for (const std::string& w : args_) {
+                    int32_t id = 0;
                     if (!w.empty() && w[0] == '/') {
-                        anyPath = true;
                         c.paths.push_back({w, std::nullopt});
-                    } else {
-                        anyId = true;
-                        int32_t id = 0;
-                        if (!opcode(w, &id)) return false;
+                    } else if (opcode(w, &id)) {
                         c.ids.push_back(id);
+                    } else {
+                        return false;
                     }
                 }
-                if (anyPath && anyId) return fail("listen takes opcodes or paths, not both");
-                return true;
-            }
-            case Verb::kThermal:
-                return idValues(0, "ID", false);
-            case Verb::kThermalListen:
-                return idList(0, "thermal id", false);
-            case Verb::kNotify:
-                if (!number(args_[0], "SRC", &c.number) || !number(args_[1], "TYPE", &c.number2)) {
-                    return false;
-                }
-                if (args_.size() > 2 && !number(args_[2], "PARAM", &c.number3)) return false;
-                if (args_.size() > 3) c.text = args_[3];
-                return true;
-            case Verb::kZelNotify:
-                return number(args_[0], "FIRST", &c.number) &&
-                       number(args_[1], "SECOND", &c.number2) && idList(2, "VALUE", false);
-            case Verb::kRule:
-                return number(args_[0], "RULE_ID", &c.number) &&
-                       number(args_[1], "STATUS", &c.number2) && idValues(2);
-            case Verb::kSysInfo:
-                if (!number(args_[0], "TYPE", &c.number)) return false;
-                if (!parseInt64(args_[1], &c.value64)) {
-                    return fail("malformed VALUE " + shown(args_[1]));
-                }
-                return true;
+                return c.paths.empty() || c.ids.empty() ||
+                       fail("listen takes opcodes or paths, not both");
             case Verb::kHistory:
-                c.name = args_[0];
-                if (c.name != "on" && c.name != "off" && c.name != "show") {
-                    return fail("history takes on, off or show, not " + shown(c.name));
-                }
-                return true;
-            case Verb::kPm:
-                return number(args_[0], "MODE", &c.number);
+                return takeArgs() && (c.name == "on" || c.name == "off" || c.name == "show" ||
+                                      fail("history takes on, off or show, not " + shown(c.name)));
             case Verb::kDump:
-                if (args_[0] == "all") {
-                    c.allDumps = true;
-                    return true;
-                }
-                c.number = dumpCodeFor(args_[0]);
-                if (c.number < 0) {
-                    return fail("unknown dump table " + shown(args_[0]) +
-                                " (0-8, a table name or all)");
-                }
-                return true;
+                c.allDumps = args_[0] == "all";
+                c.number = c.allDumps ? 0 : dumpCodeFor(args_[0]);
+                return c.number >= 0 || fail("unknown dump table " + shown(args_[0]) +
+                                             " (0-8, a table name or all)");
             case Verb::kProp:
-                c.name = args_[0];
-                if (c.name == "get" && args_.size() == 2) {
-                    c.text = args_[1];
-                    return true;
-                }
-                if (c.name == "set" && args_.size() == 3) {
-                    c.text = args_[1];
-                    c.value = args_[2];
-                    return true;
-                }
-                return fail("usage: prop get NAME | prop set NAME VALUE");
+                return takeArgs() && ((c.name == "get" && args_.size() == 2) ||
+                                      (c.name == "set" && args_.size() == 3) ||
+                                      fail("usage: prop get NAME | prop set NAME VALUE"));
             case Verb::kWait: {
                 int64_t ms = 0;
                 if (!parseSigned(args_[0], 0, std::numeric_limits<int32_t>::max(), &ms)) {
@@ -519,17 +517,11 @@ class Parser {
                 c.forMs = ms;
                 return true;
             }
-            case Verb::kNone:
-            case Verb::kInit:
-            case Verb::kJournal:
-            case Verb::kKillHal:
-            case Verb::kRestartHal:
-            case Verb::kTour:
-                return true;
+            default:
+                break;
         }
-        return true;
+        return takeArgs();
     }
-
     const VerbInfo& info_;
     const std::string word_;
     std::vector<std::string> words_;
@@ -739,6 +731,11 @@ std::string commandUsage(Verb verb) {
     const VerbInfo* entry = findVerb(verb);
     if (entry == nullptr) return "";
     return "Usage: torqctl " + std::string(entry->synopsis) + "\n  " + entry->summary + "\n";
+}
+
+std::string helpText(const Command& command) {
+    if (command.help) return commandUsage(command.verb);
+    return command.topic.empty() ? usage() : commandUsage(command.topic);
 }
 
 std::string commandUsage(const std::string& word) {

@@ -124,6 +124,8 @@ int32_t dumpCodeFor(const std::string& text);
 const char* dumpName(int32_t code);
 
 std::string usage();
+// What "help [COMMAND]" or "COMMAND --help" shows.
+std::string helpText(const Command& command);
 // The usage of one command; empty for an unknown name.
 std::string commandUsage(const std::string& word);
 std::string commandUsage(Verb verb);

@@ -54,23 +54,19 @@ std::string stringsText(const std::vector<std::string>& items) {
 }
 
 // The resources in the container a library function takes.
-template <typename Container>
+template <typename Container = std::vector<ZelClient::Resource>>
 Container libraryResources(const std::vector<IdValue>& resources) {
     Container out;
     for (const IdValue& r : resources) out.push_back({r.id, r.value});
     return out;
 }
 
-Json::Value valuesJson(const std::vector<std::pair<std::string, std::string>>& pairs,
-                       const char* key) {
-    Json::Value list(Json::arrayValue);
-    for (const auto& [k, v] : pairs) {
-        Json::Value item(Json::objectValue);
-        item[key] = k;
-        item["value"] = v;
-        list.append(std::move(item));
-    }
-    return list;
+std::string argText(const std::string& text) {
+    return text;
+}
+
+std::string argText(int64_t value) {
+    return std::to_string(value);
 }
 
 std::string lower(std::string s) {
@@ -80,12 +76,29 @@ std::string lower(std::string s) {
 
 }  // namespace
 
-// The caller-side callback objects: they turn the library's callbacks into CallbackEvents. The
-// HAL may answer a request before the request call returns, so events wait here until the
-// handle they belong to is known.
-class CallbackSink {
+// The caller-side callback object, by id or by path: it turns the library's callbacks into
+// CallbackEvents. The HAL may answer a request before the request call returns, so events wait
+// here until the handle they belong to is known.
+class CallbackSink : public IClientCallback, public IClientCallbackByPath {
   public:
     CallbackSink(Console* console, std::string to) : console_(console), to_(std::move(to)) {}
+
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        CallbackEvent event;
+        for (const auto& r : resources) {
+            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
+        }
+        arrive(std::move(event));
+    }
+
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        CallbackEvent event;
+        event.byPath = true;
+        for (size_t i = 0; i < paths.size(); ++i) {
+            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
+        }
+        arrive(std::move(event));
+    }
 
     void arrive(CallbackEvent event) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -110,9 +123,17 @@ class CallbackSink {
         pending_.clear();
     }
 
-    size_t received() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return received_;
+    // Waits (at most kAnswerWaitMs) for a first callback: a request's answer.
+    void awaitAnswer() const {
+        const auto deadline =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerWaitMs);
+        while (std::chrono::steady_clock::now() < deadline) {
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                if (received_ > 0) return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
     }
 
   private:
@@ -124,41 +145,6 @@ class CallbackSink {
     size_t received_ = 0;
     std::vector<CallbackEvent> pending_;
 };
-
-namespace {
-
-class IdCallback : public IClientCallback {
-  public:
-    explicit IdCallback(std::shared_ptr<CallbackSink> sink) : sink_(std::move(sink)) {}
-    void onCallback(std::list<ZelClient::Resource> resources) override {
-        CallbackEvent event;
-        for (const auto& r : resources) {
-            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
-        }
-        sink_->arrive(std::move(event));
-    }
-
-  private:
-    std::shared_ptr<CallbackSink> sink_;
-};
-
-class PathCallback : public IClientCallbackByPath {
-  public:
-    explicit PathCallback(std::shared_ptr<CallbackSink> sink) : sink_(std::move(sink)) {}
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        CallbackEvent event;
-        event.byPath = true;
-        for (size_t i = 0; i < paths.size(); ++i) {
-            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
-        }
-        sink_->arrive(std::move(event));
-    }
-
-  private:
-    std::shared_ptr<CallbackSink> sink_;
-};
-
-}  // namespace
 
 Console::Console(Output& out, Backend& backend, bool shellMode)
     : out_(out), backend_(backend), shellMode_(shellMode) {}
@@ -172,10 +158,8 @@ void Console::finish() {
     if (!backend_.halUp()) return;
     // Leave the HAL as we found it: listeners of this run go.
     for (const auto& [handle, origin] : handles_) {
-        if (origin == Origin::kListener) torqHalclient::torqResListeningUnRegister(handle);
-        if (origin == Origin::kThermalListener) {
-            torqHalclient::torqThermalListeningUnregister(handle);
-        }
+        if (origin == "listener") torqHalclient::torqResListeningUnRegister(handle);
+        if (origin == "thermal listener") torqHalclient::torqThermalListeningUnregister(handle);
     }
     handles_.clear();
     listeners_.clear();
@@ -213,15 +197,12 @@ void Console::releaseHeld() {
     for (const CallbackEvent& e : held) out_.callback(e);
 }
 
-std::vector<CallbackEvent> Console::callbacks() const {
-    std::lock_guard<std::mutex> lock(eventsMutex_);
-    return events_;
-}
-
-bool Console::waitForCallbacks(size_t count, int64_t timeoutMs) const {
+bool Console::waitUntil(int64_t timeoutMs,
+                        const std::function<bool(const std::vector<CallbackEvent>&,
+                                                 const std::vector<LogLine>&)>& done) const {
     std::unique_lock<std::mutex> lock(eventsMutex_);
     return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [&] { return events_.size() >= count; });
+                              [&] { return done(events_, logLines_); });
 }
 
 void Console::onLog(const LogLine& line, bool show) {
@@ -233,31 +214,17 @@ void Console::onLog(const LogLine& line, bool show) {
     if (show) out_.log(line);
 }
 
-size_t Console::countLog(const std::string& message) const {
-    std::lock_guard<std::mutex> lock(eventsMutex_);
-    return static_cast<size_t>(
-            std::count_if(logLines_.begin(), logLines_.end(),
-                          [&](const LogLine& l) { return l.message == message; }));
-}
-
-bool Console::waitForLog(const std::string& message, size_t count, int64_t timeoutMs) const {
-    std::unique_lock<std::mutex> lock(eventsMutex_);
-    return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        return static_cast<size_t>(std::count_if(
-                       logLines_.begin(), logLines_.end(),
-                       [&](const LogLine& l) { return l.message == message; })) >= count;
-    });
-}
-
 // --- one library call ------------------------------------------------------------------------
+
+// How a library function's result tells success.
+enum Success { kZero, kNotNegative, kNotMinusOne };
 
 // A library call on its way to becoming a report: what the command's `fill` function makes of
 // it.
 struct Call {
-    Call(Console* console, const Command& command) : console(console), c(command) {}
+    explicit Call(Console* console) : console(console) {}
 
     Console* console;
-    const Command& c;
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
     std::optional<int32_t> released;     // a handle the call gave back
@@ -265,19 +232,24 @@ struct Call {
     bool awaitsAnswer = false;           // a request with a callback: wait for its answer
     std::string refused;                 // set instead of calling: the input does not fit
 
-    // The function and its arguments as the report shows them.
-    void calls(const char* function, const std::vector<std::string>& args) {
+    // The function and its arguments as the report shows them (numbers in decimal).
+    template <typename... Args>
+    void calls(const char* function, const Args&... args) {
         r.call = function;
         r.args.clear();
-        for (size_t i = 0; i < args.size(); ++i) r.args += (i > 0 ? ", " : "") + args[i];
+        for (const std::string& arg : std::vector<std::string>{argText(args)...}) {
+            r.args += (r.args.empty() ? "" : ", ") + arg;
+        }
     }
-    void returned(int64_t value, bool ok) {
+    // The result, and whether it says success.
+    void returned(int64_t value, Success success) {
         r.result = value;
-        r.ok = ok;
+        r.ok = success == kZero ? value == 0 : success == kNotMinusOne ? value != -1 : value >= 0;
     }
     // A handle, or a failure (below 1).
     void obtained(int32_t value) {
-        returned(value, value >= 1);
+        r.result = value;
+        r.ok = value >= 1;
         r.extra["handle"] = value;
         handle = value;
     }
@@ -290,15 +262,11 @@ struct Call {
     }
     void values(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
         for (const auto& [k, v] : pairs) r.details.push_back(k + " = " + quoted(v));
-        r.extra["values"] = valuesJson(pairs, key);
+        r.extra["values"] = recordsJson(pairs, key);
     }
 };
 
 namespace {
-
-std::string str(int64_t value) {
-    return std::to_string(value);
-}
 
 std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
     std::list<ZelClient::Resource> out;
@@ -308,8 +276,7 @@ std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
 
 // --- the calls: the action wrapper and the flat API -----------------------------------------
 
-void acquire(Call& k) {
-    const Command& c = k.c;
+void acquire(Call& k, const Command& c) {
     std::string eventId = c.name;
     if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
         eventId = kActionPrefix + eventId;
@@ -321,74 +288,58 @@ void acquire(Call& k) {
         return;
     }
     const auto index = static_cast<int32_t>(it - gActionList.begin());
-    k.calls("ZelEventAcquireWrapper",
-            {quoted(eventId), quoted(c.text), quoted(c.identity), str(c.duration)});
+    k.calls("ZelEventAcquireWrapper", quoted(eventId), quoted(c.text), quoted(c.identity),
+            c.duration);
     k.obtained(ZelEventAcquireWrapper(eventId, c.text, c.identity, static_cast<int>(c.duration)));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
 }
 
-void notify(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelNotifyWapper", {quoted(c.notifyName), str(c.number), str(c.number2), str(c.number3),
-                                "0", "0", quoted(c.text)});
-    const int32_t result =
-            ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text);
-    k.returned(result, result == 0);
+void notify(Call& k, const Command& c) {
+    k.calls("ZelNotifyWapper", quoted(c.notifyName), c.number, c.number2, c.number3, "0", "0",
+            quoted(c.text));
+    k.returned(ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text), kZero);
 }
 
-void acquireId(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelEventAcquire", {str(c.number), quoted(c.text), quoted(c.identity), str(c.duration),
-                                resourcesText(c.resources)});
+void acquireId(Call& k, const Command& c) {
+    k.calls("ZelEventAcquire", c.number, quoted(c.text), quoted(c.identity), c.duration,
+            resourcesText(c.resources));
     k.obtained(ZelEventAcquire(c.number, c.text, c.identity, static_cast<int32_t>(c.duration),
-                               libraryResources<std::vector<ZelClient::Resource>>(c.resources)));
+                               libraryResources(c.resources)));
 }
 
-void resAcquire(Call& k) {
-    const Command& c = k.c;
+void resAcquire(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
     if (c.platform) {
-        k.calls("ZelPlatformResAcquire", {resourcesText(c.resources), "0", quoted(c.identity),
-                                          quoted(c.text), str(c.duration)});
-        k.obtained(ZelPlatformResAcquire(
-                libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0, c.identity,
-                c.text, duration));
+        k.calls("ZelPlatformResAcquire", resourcesText(c.resources), "0", quoted(c.identity),
+                quoted(c.text), c.duration);
+        k.obtained(ZelPlatformResAcquire(libraryResources(c.resources), 0, c.identity, c.text,
+                                         duration));
     } else {
-        k.calls("ZelResAcquire",
-                {resourcesText(c.resources), "0", quoted(c.identity), str(c.duration)});
-        k.obtained(ZelResAcquire(libraryResources<std::vector<ZelClient::Resource>>(c.resources), 0,
-                                 c.identity, duration));
+        k.calls("ZelResAcquire", resourcesText(c.resources), "0", quoted(c.identity), c.duration);
+        k.obtained(ZelResAcquire(libraryResources(c.resources), 0, c.identity, duration));
     }
 }
 
-void zelNotify(Call& k) {
-    const Command& c = k.c;
-    k.calls("ZelNotify", {str(c.number), str(c.number2), idsText(c.ids, false)});
-    const int32_t result = ZelNotify(c.number, c.number2, c.ids);
-    k.returned(result, result != -1);
+void zelNotify(Call& k, const Command& c) {
+    k.calls("ZelNotify", c.number, c.number2, idsText(c.ids, false));
+    k.returned(ZelNotify(c.number, c.number2, c.ids), kNotMinusOne);
 }
 
-void rule(Call& k) {
-    const Command& c = k.c;
-    k.calls("zelRuleCtl", {str(c.number), str(c.number2), resourcesText(c.resources)});
-    const int32_t result = zelRuleCtl(
-            c.number, c.number2, libraryResources<std::vector<ZelClient::Resource>>(c.resources));
-    k.returned(result, result != -1);
+void rule(Call& k, const Command& c) {
+    k.calls("zelRuleCtl", c.number, c.number2, resourcesText(c.resources));
+    k.returned(zelRuleCtl(c.number, c.number2, libraryResources(c.resources)), kNotMinusOne);
 }
 
-void sysInfo(Call& k) {
-    const Command& c = k.c;
-    k.calls("setRelatedSysInfo", {str(c.number), str(c.value64)});
-    const int32_t result = setRelatedSysInfo(c.number, c.value64);
-    k.returned(result, result != -1);
+void sysInfo(Call& k, const Command& c) {
+    k.calls("setRelatedSysInfo", c.number, c.value64);
+    k.returned(setRelatedSysInfo(c.number, c.value64), kNotMinusOne);
 }
 
-void pm(Call& k) {
-    k.calls("ZelGetPMStatus", {str(k.c.number)});
+void pm(Call& k, const Command& c) {
+    k.calls("ZelGetPMStatus", c.number);
     try {
-        const int32_t result = ZelGetPMStatus(k.c.number);
-        k.returned(result, result != -1);
+        k.returned(ZelGetPMStatus(c.number), kNotMinusOne);
     } catch (const std::bad_optional_access&) {
         // The flat API lets this one escape when the HAL answers without a value.
         k.r.ok = false;
@@ -399,31 +350,26 @@ void pm(Call& k) {
 
 // --- the calls: torqHalclient ----------------------------------------------------------------
 
-void resCtl(Call& k) {
-    const Command& c = k.c;
+void resCtl(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqResCtlRequest",
-            {str(c.param), str(c.duration), resourcesText(c.resources), str(c.option), str(c.level),
-             str(c.tag)});
+    k.calls("torqHalclient::torqResCtlRequest", c.param, c.duration, resourcesText(c.resources),
+            c.option, c.level, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(
-                                    c.param, duration, list, c.option, c.level, c.tag,
-                                    std::make_shared<IdCallback>(k.requestSink()))
+    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
+                                                             c.level, c.tag, k.requestSink())
                           : torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
                                                              c.level, c.tag));
 }
 
-void resCtlPath(Call& k) {
-    const Command& c = k.c;
+void resCtlPath(Call& k, const Command& c) {
     std::vector<std::string> paths;
     std::vector<std::string> values;
     for (const PathValue& pv : c.paths) {
         paths.push_back(pv.path);
         values.push_back(pv.value.value_or(""));
     }
-    k.calls("torqHalclient::torq_resctl_request_by_path",
-            {str(c.param), str(c.duration), stringsText(paths), stringsText(values), str(c.option),
-             str(c.level), str(c.tag)});
+    k.calls("torqHalclient::torq_resctl_request_by_path", c.param, c.duration, stringsText(paths),
+            stringsText(values), c.option, c.level, c.tag);
     if (!c.callback) {
         k.obtained(torqHalclient::torq_resctl_request_by_path(c.param, c.duration, paths, values,
                                                               c.option, c.level, c.tag));
@@ -431,42 +377,36 @@ void resCtlPath(Call& k) {
     }
     k.r.call = "torqHalclient::torq_resctl_request_with_callback_by_path";
     k.obtained(torqHalclient::torq_resctl_request_with_callback_by_path(
-            c.param, c.duration, paths, values, c.option, c.level, c.tag,
-            std::make_shared<PathCallback>(k.requestSink())));
+            c.param, c.duration, paths, values, c.option, c.level, c.tag, k.requestSink()));
 }
 
-void saCtl(Call& k) {
-    const Command& c = k.c;
+void saCtl(Call& k, const Command& c) {
     const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqSACtlRequest", {str(c.param), str(c.duration), hexId(c.number),
-                                                str(c.option), str(c.level), str(c.tag)});
-    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(
-                                    c.param, duration, c.number, c.option, c.level, c.tag,
-                                    std::make_shared<IdCallback>(k.requestSink()))
+    k.calls("torqHalclient::torqSACtlRequest", c.param, c.duration, hexId(c.number), c.option,
+            c.level, c.tag);
+    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
+                                                            c.level, c.tag, k.requestSink())
                           : torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
                                                             c.level, c.tag));
 }
 
-void state(Call& k) {
-    const Command& c = k.c;
+void state(Call& k, const Command& c) {
     std::vector<std::pair<std::string, std::string>> values;
     if (c.via.empty() || c.via == "halclient") {
-        k.calls("torqHalclient::torqResStateRequest", {idsText(c.ids, true), str(c.tag), "output"});
+        k.calls("torqHalclient::torqResStateRequest", idsText(c.ids, true), c.tag, "output");
         auto in = unsetList(c.ids);
         std::list<ZelClient::Resource> output;
-        const int32_t result = torqHalclient::torqResStateRequest(in, c.tag, output);
-        k.returned(result, result >= 0);
+        k.returned(torqHalclient::torqResStateRequest(in, c.tag, output), kNotNegative);
         for (const auto& res : output) values.emplace_back(hexId(res.id), res.value.value_or(""));
     } else if (c.via == "zel") {
-        k.calls("ZelMutiResStateRequest", {idsText(c.ids, true)});
+        k.calls("ZelMutiResStateRequest", idsText(c.ids, true));
         std::vector<ZelClient::Resource> resources;
         for (int32_t id : c.ids) resources.push_back({id, std::string()});
-        const int32_t result = ZelMutiResStateRequest(resources);
-        k.returned(result, result >= 0);
+        k.returned(ZelMutiResStateRequest(resources), kNotNegative);
         for (const auto& res : resources)
             values.emplace_back(hexId(res.id), res.value.value_or(""));
     } else {
-        k.calls("ZelResStateRequest", {hexId(c.ids[0]), "value"});
+        k.calls("ZelResStateRequest", hexId(c.ids[0]), "value");
         // A marker no HAL value can equal tells "left untouched" from "set to empty".
         const std::string untouched("\x01untouched", 10);
         std::string value = untouched;
@@ -478,8 +418,7 @@ void state(Call& k) {
     k.values(values, "id");
 }
 
-void statePath(Call& k) {
-    const Command& c = k.c;
+void statePath(Call& k, const Command& c) {
     std::vector<std::pair<std::string, std::string>> values;
     int32_t result;
     if (c.map) {
@@ -489,8 +428,7 @@ void statePath(Call& k) {
         for (const auto& [path, value] : in) {
             inText += (inText.size() > 1 ? ", " : "") + quoted(path) + ": " + quoted(value);
         }
-        k.calls("torqHalclient::torq_res_state_request_map_by_path",
-                {inText + "}", str(c.tag), "output"});
+        k.calls("torqHalclient::torq_res_state_request_map_by_path", inText + "}", c.tag, "output");
         std::map<std::string, std::string> output;
         result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
         values.assign(output.begin(), output.end());
@@ -501,8 +439,8 @@ void statePath(Call& k) {
             paths.push_back(pv.path);
             if (pv.value) given.push_back(*pv.value);
         }
-        k.calls("torqHalclient::torq_res_state_request_by_path",
-                {stringsText(paths), stringsText(given), str(c.tag), "output"});
+        k.calls("torqHalclient::torq_res_state_request_by_path", stringsText(paths),
+                stringsText(given), c.tag, "output");
         std::vector<std::string> output;
         result = torqHalclient::torq_res_state_request_by_path(paths, given, c.tag, output);
         // The answer is positional: value i belongs to path i.
@@ -510,36 +448,32 @@ void statePath(Call& k) {
             values.emplace_back(i < paths.size() ? paths[i] : "#" + std::to_string(i), output[i]);
         }
     }
-    k.returned(result, result >= 0);
+    k.returned(result, kNotNegative);
     k.values(values, "path");
 }
 
-void thermal(Call& k) {
-    const Command& c = k.c;
+void thermal(Call& k, const Command& c) {
     const std::string levels = listText(c.resources, [](const IdValue& r) {
         return std::to_string(r.id) + "=" + quoted(r.value);
     });
-    k.calls("torqHalclient::torqThermalNotify", {levels, str(c.tag)});
+    k.calls("torqHalclient::torqThermalNotify", levels, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    const int32_t result = torqHalclient::torqThermalNotify(list, c.tag);
-    k.returned(result, result == 0);
+    k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
 
-void history(Call& k) {
-    if (k.c.name != "show") {
-        const bool on = k.c.name == "on";
+void history(Call& k, const Command& c) {
+    if (c.name != "show") {
+        const bool on = c.name == "on";
         k.calls(on ? "torqHalclient::torqHistoryRequestRecordOn"
-                   : "torqHalclient::torqHistoryRequestRecordOff",
-                {});
-        const int32_t result = on ? torqHalclient::torqHistoryRequestRecordOn()
-                                  : torqHalclient::torqHistoryRequestRecordOff();
-        k.returned(result, result == 0);
+                   : "torqHalclient::torqHistoryRequestRecordOff");
+        k.returned(on ? torqHalclient::torqHistoryRequestRecordOn()
+                      : torqHalclient::torqHistoryRequestRecordOff(),
+                   kZero);
         return;
     }
-    k.calls("ZelGetHistory", {"history"});
+    k.calls("ZelGetHistory", "history");
     std::string text;
-    const int32_t result = ZelGetHistory(text);
-    k.returned(result, result == 0);
+    k.returned(ZelGetHistory(text), kZero);
     k.r.extra["history"] = text;
     if (!k.r.ok) return;
     // "start:a;b;...;end": one record per line reads better.
@@ -556,15 +490,13 @@ void history(Call& k) {
     }
 }
 
-void prop(Call& k) {
-    const Command& c = k.c;
+void prop(Call& k, const Command& c) {
     if (c.name == "set") {
-        k.calls("torqHalclient::torqPropertySet", {quoted(c.text), quoted(c.value)});
-        const int32_t result = torqHalclient::torqPropertySet(c.text, c.value);
-        k.returned(result, result >= 0);
+        k.calls("torqHalclient::torqPropertySet", quoted(c.text), quoted(c.value));
+        k.returned(torqHalclient::torqPropertySet(c.text, c.value), kNotNegative);
         return;
     }
-    k.calls("torqHalclient::torqPropertyGet", {quoted(c.text)});
+    k.calls("torqHalclient::torqPropertyGet", quoted(c.text));
     char* buffer = torqHalclient::torqPropertyGet(c.text);
     // The buffer is 256 bytes and not cleared when the HAL is out of reach: read no further.
     const std::string value(buffer, strnlen(buffer, 256));
@@ -577,8 +509,8 @@ void prop(Call& k) {
 struct CallCommand {
     Verb verb;
     bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
-    Origin origin;                        // what a handle it obtains is
-    void (*fill)(Call& k);
+    const char* origin;                   // what made a handle it obtains (none: not kept)
+    void (*fill)(Call& k, const Command& c);
 };
 
 bool always(const Command& /*c*/) {
@@ -590,23 +522,23 @@ bool never(const Command& /*c*/) {
 }
 
 const CallCommand kCallCommands[] = {
-        {Verb::kAcquire, never, Origin::kWrapper, acquire},
-        {Verb::kNotify, never, Origin::kNone, notify},
-        {Verb::kAcquireId, never, Origin::kZel, acquireId},
-        {Verb::kResAcquire, never, Origin::kZel, resAcquire},
-        {Verb::kZelNotify, never, Origin::kNone, zelNotify},
-        {Verb::kRule, never, Origin::kNone, rule},
-        {Verb::kSysInfo, never, Origin::kNone, sysInfo},
-        {Verb::kPm, never, Origin::kNone, pm},
-        {Verb::kResCtl, always, Origin::kHalclient, resCtl},
-        {Verb::kResCtlPath, always, Origin::kHalclient, resCtlPath},
-        {Verb::kSaCtl, always, Origin::kSa, saCtl},
+        {Verb::kAcquire, never, "wrapper", acquire},
+        {Verb::kNotify, never, nullptr, notify},
+        {Verb::kAcquireId, never, "zel", acquireId},
+        {Verb::kResAcquire, never, "zel", resAcquire},
+        {Verb::kZelNotify, never, nullptr, zelNotify},
+        {Verb::kRule, never, nullptr, rule},
+        {Verb::kSysInfo, never, nullptr, sysInfo},
+        {Verb::kPm, never, nullptr, pm},
+        {Verb::kResCtl, always, "halclient", resCtl},
+        {Verb::kResCtlPath, always, "halclient", resCtlPath},
+        {Verb::kSaCtl, always, "sa", saCtl},
         {Verb::kState, [](const Command& c) { return c.via.empty() || c.via == "halclient"; },
-         Origin::kNone, state},
-        {Verb::kStatePath, always, Origin::kNone, statePath},
-        {Verb::kThermal, always, Origin::kNone, thermal},
-        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, Origin::kNone, history},
-        {Verb::kProp, always, Origin::kNone, prop},
+         nullptr, state},
+        {Verb::kStatePath, always, nullptr, statePath},
+        {Verb::kThermal, always, nullptr, thermal},
+        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, nullptr, history},
+        {Verb::kProp, always, nullptr, prop},
 };
 
 }  // namespace
@@ -636,24 +568,11 @@ int Console::status() const {
     return kExitOk;
 }
 
-void Console::remember(int32_t handle, Origin origin) {
-    if (shellMode_ && handle > 0 && origin != Origin::kNone) handles_[handle] = origin;
+void Console::remember(int32_t handle, const char* origin) {
+    if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
-void Console::forget(int32_t handle) {
-    handles_.erase(handle);
-    listeners_.erase(handle);
-}
-
-void Console::awaitAnswer(const std::shared_ptr<CallbackSink>& sink) {
-    const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerWaitMs);
-    while (sink->received() == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
-int Console::call(const Command& c, bool halclient, Origin origin,
+int Console::call(const Command& c, bool halclient, const char* origin,
                   const std::function<void(Call&)>& fill) {
     if (halclient && !halclientUsable()) {
         return noHal(kHalDown);
@@ -663,7 +582,7 @@ int Console::call(const Command& c, bool halclient, Origin origin,
         callInProgress_ = true;
     }
     const uint64_t mark = backend_.journalMark();
-    Call k(this, c);
+    Call k(this);
     k.r.command = c.word;
     fill(k);
     if (!k.refused.empty()) return usageError(k.refused);
@@ -675,19 +594,15 @@ int Console::call(const Command& c, bool halclient, Origin origin,
     reports_.push_back(k.r);
     releaseHeld();
     if (k.handle) remember(*k.handle, origin);
-    if (k.released && k.r.ok) forget(*k.released);
+    if (k.released && k.r.ok) {
+        handles_.erase(*k.released);
+        listeners_.erase(*k.released);
+    }
     if (k.sink) {
         k.sink->assign(k.handle.value_or(0));
-        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) awaitAnswer(k.sink);
+        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) k.sink->awaitAnswer();
     }
     return status();
-}
-
-int Console::run(const std::string& line) {
-    ParseResult parsed = parseShellLine(line);
-    if (!parsed.ok) return usageError(parsed.error);
-    if (parsed.command.verb == Verb::kNone) return kExitOk;
-    return execute(parsed.command);
 }
 
 int Console::runShell(std::istream& in, bool interactive) {
@@ -715,8 +630,12 @@ int Console::runShell(std::istream& in, bool interactive) {
 
 int Console::execute(const Command& c) {
     reports_.clear();
-    if (c.help) {
-        out_.raw(commandUsage(c.verb));
+    if (c.help || c.verb == Verb::kHelp) {
+        out_.raw(helpText(c));
+        return kExitOk;
+    }
+    if (c.verb == Verb::kWait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
     const int result = dispatch(c);
@@ -727,12 +646,12 @@ int Console::execute(const Command& c) {
 int Console::dispatch(const Command& c) {
     for (const CallCommand& command : kCallCommands) {
         if (command.verb == c.verb) {
-            return call(c, command.halclient(c), command.origin, command.fill);
+            return call(c, command.halclient(c), command.origin,
+                        [&](Call& k) { command.fill(k, c); });
         }
     }
     // The commands that are more than one call, or none.
     static const std::map<Verb, int (Console::*)(const Command&)> kOthers = {
-            {Verb::kHelp, &Console::help},
             {Verb::kActions, &Console::actions},
             {Verb::kRelease, &Console::release},
             {Verb::kListen, &Console::listen},
@@ -742,23 +661,12 @@ int Console::dispatch(const Command& c) {
             {Verb::kDump, &Console::dump},
             {Verb::kInit, &Console::init},
             {Verb::kJournal, &Console::journal},
-            {Verb::kWait, &Console::wait},
             {Verb::kKillHal, &Console::killHal},
             {Verb::kRestartHal, &Console::restartHal}};
     const auto it = kOthers.find(c.verb);
     if (it != kOthers.end()) return (this->*it->second)(c);
     if (c.verb == Verb::kNone) return kExitOk;
     return usageError("'" + c.word + "' cannot run here");  // shell and tour
-}
-
-int Console::help(const Command& c) {
-    out_.raw(c.topic.empty() ? usage() : commandUsage(c.topic));
-    return kExitOk;
-}
-
-int Console::wait(const Command& c) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
-    return kExitOk;
 }
 
 // --- the commands that are more than one call ------------------------------------------------
@@ -801,71 +709,60 @@ int Console::release(const Command& c) {
             return usageError("unknown handle " + std::to_string(c.number) +
                               " (not obtained in this run)");
         }
-        if (it->second == Origin::kListener || it->second == Origin::kThermalListener) {
+        if (it->second == "listener" || it->second == "thermal listener") {
             return usageError("handle " + std::to_string(c.number) + " is a listener: use " +
-                              (it->second == Origin::kListener ? "unlisten" : "thermal-unlisten"));
+                              (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
         }
-        if (via.empty()) {
-            const std::map<Origin, const char*> kVia = {{Origin::kWrapper, "wrapper"},
-                                                        {Origin::kHalclient, "halclient"},
-                                                        {Origin::kSa, "sa"},
-                                                        {Origin::kZel, "zel"}};
-            via = kVia.at(it->second);
-        }
+        if (via.empty()) via = it->second;
     }
     if (via.empty()) via = "zel";
     const bool halclient = via == "halclient" || via == "sa";
-    return call(c, halclient, Origin::kNone, [&](Call& k) {
+    return call(c, halclient, nullptr, [&](Call& k) {
         k.released = c.number;
         if (via == "wrapper") {
-            k.calls("ZelReleaseWapper", {str(c.number)});
+            k.calls("ZelReleaseWapper", c.number);
             ZelReleaseWapper(c.number);
         } else if (via == "zel") {
-            k.calls("ZelRelease", {str(c.number)});
+            k.calls("ZelRelease", c.number);
             ZelRelease(c.number);
         } else if (via == "halclient") {
-            k.calls("torqHalclient::torqResCtlRelease", {str(c.number)});
-            const int32_t result = torqHalclient::torqResCtlRelease(c.number);
-            k.returned(result, result >= 0);
+            k.calls("torqHalclient::torqResCtlRelease", c.number);
+            k.returned(torqHalclient::torqResCtlRelease(c.number), kNotNegative);
         } else {
-            k.calls("torqHalclient::torqSACtlRelease", {str(c.number)});
-            const int32_t result = torqHalclient::torqSACtlRelease(c.number);
-            k.returned(result, result >= 0);
+            k.calls("torqHalclient::torqSACtlRelease", c.number);
+            k.returned(torqHalclient::torqSACtlRelease(c.number), kNotNegative);
         }
     });
 }
 
 int Console::listen(const Command& c) {
     const bool thermal = c.verb == Verb::kThermalListen;
+    const char* const sinkName = thermal ? "thermal listener" : "listener";
     std::shared_ptr<CallbackSink> sink;
     int32_t handle = 0;
-    const int status = call(c, true, Origin::kNone, [&](Call& k) {
-        sink = k.sink =
-                std::make_shared<CallbackSink>(this, thermal ? "thermal listener" : "listener");
+    const int status = call(c, true, nullptr, [&](Call& k) {
+        sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
-            k.calls("torqHalclient::torqThermalListeningRegister",
-                    {idsText(c.ids, false), "callback"});
-            k.obtained(torqHalclient::torqThermalListeningRegister(
-                    c.ids, std::make_shared<IdCallback>(sink)));
+            k.calls("torqHalclient::torqThermalListeningRegister", idsText(c.ids, false),
+                    "callback");
+            k.obtained(torqHalclient::torqThermalListeningRegister(c.ids, sink));
         } else if (!c.paths.empty()) {
             std::vector<std::string> paths;
             for (const PathValue& pv : c.paths) paths.push_back(pv.path);
-            k.calls("torqHalclient::torq_res_listening_register_by_path",
-                    {stringsText(paths), str(c.tag), "callback"});
-            k.obtained(torqHalclient::torq_res_listening_register_by_path(
-                    paths, c.tag, std::make_shared<PathCallback>(sink)));
+            k.calls("torqHalclient::torq_res_listening_register_by_path", stringsText(paths), c.tag,
+                    "callback");
+            k.obtained(torqHalclient::torq_res_listening_register_by_path(paths, c.tag, sink));
         } else {
             auto in = unsetList(c.ids);
-            k.calls("torqHalclient::torqResListeningRegister",
-                    {idsText(c.ids, true), str(c.tag), "callback"});
-            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag,
-                                                               std::make_shared<IdCallback>(sink)));
+            k.calls("torqHalclient::torqResListeningRegister", idsText(c.ids, true), c.tag,
+                    "callback");
+            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
         }
         handle = *k.handle;
     });
     if (sink == nullptr || handle < 1) return status;
     if (shellMode_ && !c.forMs) {
-        remember(handle, thermal ? Origin::kThermalListener : Origin::kListener);
+        remember(handle, sinkName);
         listeners_[handle] = sink;
         return status;
     }
@@ -880,26 +777,24 @@ int Console::unlisten(const Command& c) {
 }
 
 int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
-    const Origin origin = thermal ? Origin::kThermalListener : Origin::kListener;
+    const std::string origin = thermal ? "thermal listener" : "listener";
     // Called by listen itself for a listener it does not keep.
     const bool typed = c.verb == Verb::kUnlisten || c.verb == Verb::kThermalUnlisten;
     if (typed && shellMode_) {
         auto it = handles_.find(handle);
         if (it == handles_.end() || it->second != origin) {
-            return usageError(std::string(thermal ? "unknown thermal listener handle "
-                                                  : "unknown listener handle ") +
-                              std::to_string(handle));
+            return usageError("unknown " + origin + " handle " + std::to_string(handle));
         }
     }
-    return call(c, typed, Origin::kNone, [&](Call& k) {
+    return call(c, typed, nullptr, [&](Call& k) {
         k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         k.released = handle;
         k.calls(thermal ? "torqHalclient::torqThermalListeningUnregister"
                         : "torqHalclient::torqResListeningUnRegister",
-                {str(handle)});
-        const int32_t result = thermal ? torqHalclient::torqThermalListeningUnregister(handle)
-                                       : torqHalclient::torqResListeningUnRegister(handle);
-        k.returned(result, result >= 0);
+                handle);
+        k.returned(thermal ? torqHalclient::torqThermalListeningUnregister(handle)
+                           : torqHalclient::torqResListeningUnRegister(handle),
+                   kNotNegative);
     });
 }
 
@@ -913,10 +808,9 @@ int Console::dump(const Command& c) {
     if (!halclientUsable()) return noHal(kHalDown);
     backend_.takeDumpOutput();  // drop anything printed before
     for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
-        call(c, false, Origin::kNone, [&](Call& k) {
+        call(c, false, nullptr, [&](Call& k) {
             k.r.call = std::string("torqHalclient::torqDump") + dumpName(code);
-            const int32_t result = kDumps[code]();
-            k.returned(result, result == 0);
+            k.returned(kDumps[code](), kZero);
             Json::Value output(Json::arrayValue);
             for (const std::string& line : backend_.takeDumpOutput()) {
                 k.r.details.push_back(line);
@@ -930,14 +824,13 @@ int Console::dump(const Command& c) {
 
 int Console::init(const Command& c) {
     if (!halclientUsable()) return noHal(kHalDown);
-    call(c, false, Origin::kNone, [](Call& k) {
+    call(c, false, nullptr, [](Call& k) {
         k.r.call = "torqHalclient::torq_init";
         torqHalclient::torq_init();
     });
-    return call(c, false, Origin::kNone, [](Call& k) {
+    return call(c, false, nullptr, [](Call& k) {
         k.r.call = "zelInit";
-        const int32_t result = zelInit();
-        k.returned(result, result == 0);
+        k.returned(zelInit(), kZero);
     });
 }
 
@@ -967,10 +860,7 @@ int Console::killHal(const Command& c) {
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     listeners_.clear();
-    Json::Value j(Json::objectValue);
-    j["command"] = c.word;
-    j["ok"] = true;
-    out_.message("the HAL's process was killed", j);
+    done(c, "the HAL's process was killed");
     for (const auto& e : backend_.journalSince(mark)) {
         if (!out_.json()) out_.message("  " + e.toString());
     }
@@ -980,28 +870,28 @@ int Console::killHal(const Command& c) {
 int Console::restartHal(const Command& c) {
     if (!backend_.simulated()) return noHal("restart-hal needs the simulator");
     if (restartThread_.joinable()) restartThread_.join();
-    if (c.forMs) {
-        restartPending_ = true;
-        const int64_t ms = *c.forMs;
-        restartThread_ = std::thread([this, ms] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-            std::string error;
-            if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
-            restartPending_ = false;
-        });
-        Json::Value j(Json::objectValue);
-        j["command"] = c.word;
-        j["after_ms"] = static_cast<Json::Int64>(ms);
-        j["ok"] = true;
-        out_.message("the HAL will restart in " + std::to_string(ms) + " ms", j);
-        return kExitOk;
-    }
     std::string error;
-    if (!backend_.restartHal(&error)) return noHal(error);
+    if (!c.forMs) {
+        if (!backend_.restartHal(&error)) return noHal(error);
+        return done(c, "the HAL is running again (a fresh instance)");
+    }
+    restartPending_ = true;
+    const int64_t ms = *c.forMs;
+    restartThread_ = std::thread([this, ms] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        std::string error;
+        if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
+        restartPending_ = false;
+    });
     Json::Value j(Json::objectValue);
-    j["command"] = c.word;
-    j["ok"] = true;
-    out_.message("the HAL is running again (a fresh instance)", j);
+    j["after_ms"] = static_cast<Json::Int64>(ms);
+    return done(c, "the HAL will restart in " + std::to_string(ms) + " ms", j);
+}
+
+int Console::done(const Command& c, const std::string& text, Json::Value json) {
+    json["command"] = c.word;
+    json["ok"] = true;
+    out_.message(text, json);
     return kExitOk;
 }
 

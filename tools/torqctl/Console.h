@@ -32,9 +32,6 @@ constexpr int kExitNoHal = 3;   // no usable HAL for this command
 class CallbackSink;
 struct Call;
 
-// What a handle obtained in a shell is, so that it is released the way it was made.
-enum class Origin { kNone, kWrapper, kZel, kHalclient, kSa, kListener, kThermalListener };
-
 class Console {
   public:
     Console(Output& out, Backend& backend, bool shellMode);
@@ -44,8 +41,6 @@ class Console {
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
-    // Parses and runs one shell line (errors reported as for a shell).
-    int run(const std::string& line);
     // Reads commands line by line until the end of `in`. The status of the last failing line,
     // or 0 when all worked.
     int runShell(std::istream& in, bool interactive);
@@ -55,17 +50,13 @@ class Console {
     Output& output() { return out_; }
     Backend& backend() { return backend_; }
 
-    // Callback events received so far, in arrival order.
-    std::vector<CallbackEvent> callbacks() const;
-    // Waits until at least `count` callbacks have arrived in total.
-    bool waitForCallbacks(size_t count, int64_t timeoutMs) const;
-    // Log lines written by the library so far (kept whether or not they are shown).
+    // Waits at most `timeoutMs` until `done` holds of the callback events (in arrival order) and
+    // the library's log lines received so far; whether it did. `done` runs under a lock.
+    bool waitUntil(int64_t timeoutMs,
+                   const std::function<bool(const std::vector<CallbackEvent>& events,
+                                            const std::vector<LogLine>& logLines)>& done) const;
+    // A line the library logged (kept for waitUntil whether or not it is shown).
     void onLog(const LogLine& line, bool show);
-    size_t countLog(const std::string& message) const;
-    bool waitForLog(const std::string& message, size_t count, int64_t timeoutMs) const;
-
-    // Handles this run obtained and still holds.
-    bool holds(int32_t handle) const { return handles_.count(handle) != 0; }
 
     // Unregisters what is still registered and waits for a pending restart.
     void finish();
@@ -77,20 +68,20 @@ class Console {
     int dispatch(const Command& c);
     // The shape every library call shares: refuse a torqHalclient call while the HAL is down,
     // make the call (`fill`), report it with what the HAL saw, keep the handle it obtained.
-    int call(const Command& c, bool halclient, Origin origin,
+    int call(const Command& c, bool halclient, const char* origin,
              const std::function<void(Call&)>& fill);
     bool halclientUsable();
     int usageError(const std::string& message);
     int noHal(const std::string& message);
+    // A command without a library call worked: `text` for people, `json` (with "command" and
+    // "ok" added) for --json.
+    int done(const Command& c, const std::string& text,
+             Json::Value json = Json::Value(Json::objectValue));
     void releaseHeld();
     int status() const;
-    void remember(int32_t handle, Origin origin);
-    void forget(int32_t handle);
-    void awaitAnswer(const std::shared_ptr<CallbackSink>& sink);
+    void remember(int32_t handle, const char* origin);
 
     // The commands that are more than one call, or none.
-    int help(const Command& c);
-    int wait(const Command& c);
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
@@ -107,7 +98,9 @@ class Console {
     const bool shellMode_;
     std::vector<Report> reports_;
 
-    std::map<int32_t, Origin> handles_;
+    // What made each handle this shell holds, so that it is released the same way: "wrapper",
+    // "zel", "halclient", "sa" (the --via names), "listener" or "thermal listener".
+    std::map<int32_t, std::string> handles_;
     std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;
 
     mutable std::mutex eventsMutex_;

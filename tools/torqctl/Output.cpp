@@ -217,6 +217,18 @@ Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
     return list;
 }
 
+Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
+                        const char* key) {
+    Json::Value list(Json::arrayValue);
+    for (const auto& [k, v] : records) {
+        Json::Value item(Json::objectValue);
+        item[key] = k;
+        item["value"] = v;
+        list.append(std::move(item));
+    }
+    return list;
+}
+
 std::string describeCallback(const CallbackEvent& event) {
     std::string text = "callback to " + event.to;
     if (event.handle > 0) text += " #" + std::to_string(event.handle);
@@ -279,18 +291,11 @@ void Output::callback(const CallbackEvent& event) {
         emit(describeCallback(event));
         return;
     }
-    Json::Value records(Json::arrayValue);
-    for (const auto& [key, value] : event.records) {
-        Json::Value item(Json::objectValue);
-        item[event.byPath ? "path" : "id"] = key;
-        item["value"] = value;
-        records.append(std::move(item));
-    }
     Json::Value j(Json::objectValue);
     j["event"] = "callback";
     j["to"] = event.to;
     j["handle"] = event.handle > 0 ? Json::Value(event.handle) : Json::Value();
-    j["records"] = std::move(records);
+    j["records"] = recordsJson(event.records, event.byPath ? "path" : "id");
     emitJson(j);
 }
 

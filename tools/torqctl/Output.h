@@ -80,6 +80,10 @@ class Output {
     bool writeFailed_ = false;
 };
 
+/** Records (opcode or path, value) as [{KEY: ..., "value": ...}], KEY "id" or "path". */
+Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
+                        const char* key);
+
 /** The text line of a callback event ("callback to listener #2: 0x... = ..."). */
 std::string describeCallback(const CallbackEvent& event);
 

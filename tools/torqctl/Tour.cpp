@@ -1,9 +1,25 @@
+// The tour is a table of steps. A step is a title and lines, run in order until one fails:
+//   CMD => WANT [$name]   run a torqctl command line; WANT is "ok" (exit status 0), "any" (it
+//                         made a library call), "handle" (a result of 1 or more) or a number
+//                         (the result); $name keeps the result for later lines
+//   hal: TEXT             what the HAL received during the last command contains TEXT
+//   shows: TEXT           a detail line of the last command contains TEXT
+//   sim: OPCODE=VALUE     the simulator holds VALUE for OPCODE
+//   mark                  callbacks from here on are counted (each step starts with a mark)
+//   callback to ...       the next callback since the mark, as torqctl prints it
+//   callbacks: N          exactly N callbacks since the mark
+//   sleep MS, say: TEXT   pause; print TEXT
+//   logged twice: TEXT    the library logged TEXT twice since the step began
+// and, where a step needs more, a check of its own run after its lines.
+
 #include "Tour.h"
 
 #include <ZelWrapper.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <optional>
 #include <thread>
 
@@ -14,7 +30,18 @@ namespace torqctl {
 namespace {
 
 constexpr int64_t kWaitMs = 3000;
-const char kDiedLine[] = "Torq HAL Service died";
+
+struct Step {
+    const char* title;
+    std::vector<std::string> lines;
+    std::function<std::string()> check = nullptr;  // empty when all holds, else what did not
+};
+
+bool startsWith(const std::string& text, const std::string& prefix, std::string* rest) {
+    if (text.compare(0, prefix.size(), prefix) != 0) return false;
+    *rest = text.substr(prefix.size());
+    return true;
+}
 
 class Tour {
   public:
@@ -23,34 +50,92 @@ class Tour {
     int run();
 
   private:
-    // Runs one step: `body` returns an empty string when everything held, else what did not.
-    void step(const std::string& title, const std::function<std::string()>& body) {
+    void step(const Step& step) {
         ++steps_;
+        failure_.clear();
         Json::Value j(Json::objectValue);
         j["event"] = "step";
         j["step"] = steps_;
-        j["title"] = title;
-        out_.message("\n== step " + std::to_string(steps_) + ": " + title + " ==");
-        std::string failure = body();
-        j["ok"] = failure.empty();
-        if (!failure.empty()) j["failure"] = failure;
-        if (failure.empty()) {
+        j["title"] = step.title;
+        out_.message("\n== step " + std::to_string(steps_) + ": " + step.title + " ==");
+        s_.waitUntil(0, [&](const auto& events, const auto& logLines) {
+            callbackMark_ = events.size();
+            logMark_ = logLines.size();
+            return true;
+        });
+        seen_ = 0;
+        for (const std::string& line : step.lines) {
+            if (!failed()) runLine(line);
+        }
+        const std::string why = failed() || !step.check ? "" : step.check();
+        expect(why.empty(), why);
+        j["ok"] = !failed();
+        if (failed()) j["failure"] = failure_;
+        if (!failed()) {
             ++passed_;
             out_.message("-- ok", j);
         } else {
-            out_.message("-- FAILED: " + failure, j);
+            out_.message("-- FAILED: " + failure_, j);
         }
     }
 
-    // Runs a command line; the result of its first report, or nullopt (with `why`).
-    std::optional<int64_t> call(const std::string& line, std::string* why) {
-        const int status = s_.run(line);
-        if (s_.reports().empty()) {
-            *why = "'" + line + "' made no call (status " + std::to_string(status) + ")";
-            return std::nullopt;
+    bool failed() const { return !failure_.empty(); }
+
+    // Records `failure` unless `holds` (the first failure of a step stays).
+    void expect(bool holds, const std::string& failure) {
+        if (!holds && !failed()) failure_ = failure;
+    }
+
+    void runLine(std::string line) {
+        for (const auto& [name, value] : kept_) {
+            for (size_t at; (at = line.find(name)) != std::string::npos;) {
+                line.replace(at, name.size(), std::to_string(value));
+            }
         }
-        const auto& result = s_.reports().front().result;
-        return result ? *result : 0;
+        std::string rest;
+        if (startsWith(line, "hal: ", &rest)) {
+            expect(halReceived(rest), "the HAL did not receive " + rest);
+        } else if (startsWith(line, "shows: ", &rest)) {
+            expect(detailsHave(rest), "the output lacks " + rest);
+        } else if (startsWith(line, "sim: ", &rest)) {
+            expectSim(rest.substr(0, rest.find('=')), rest.substr(rest.find('=') + 1));
+        } else if (line == "mark") {
+            callbackMark_ = callbackCount();
+            seen_ = 0;
+        } else if (startsWith(line, "callback to ", &rest)) {
+            expectCallback(line);
+        } else if (startsWith(line, "callbacks: ", &rest)) {
+            expect(callbackCount() == callbackMark_ + std::stoul(rest),
+                   std::to_string(callbackCount() - callbackMark_) + " callbacks, not " + rest);
+        } else if (startsWith(line, "sleep ", &rest)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(rest)));
+        } else if (startsWith(line, "say: ", &rest)) {
+            out_.message(rest);
+        } else if (startsWith(line, "logged twice: ", &rest)) {
+            expect(loggedTwice(rest), "the library did not log \"" + rest + "\" twice");
+        } else {
+            command(line.substr(0, line.find(" => ")), line.substr(line.find(" => ") + 4));
+        }
+    }
+
+    void command(const std::string& line, const std::string& want) {
+        const ParseResult parsed = parseShellLine(line);
+        const int status = parsed.ok ? s_.execute(parsed.command) : kExitUsage;
+        const std::string wanted = want.substr(0, want.find(" $"));
+        if (wanted == "ok") {
+            expect(status == kExitOk,
+                   "'" + line + "' failed (status " + std::to_string(status) + ")");
+            return;
+        }
+        if (s_.reports().empty()) {
+            expect(false, "'" + line + "' made no call (status " + std::to_string(status) + ")");
+            return;
+        }
+        const int64_t result = s_.reports().front().result.value_or(0);
+        const bool ok = wanted == "any" || (wanted == "handle" && result >= 1) ||
+                        (wanted != "handle" && std::to_string(result) == wanted);
+        expect(ok, "'" + line + "' returned " + std::to_string(result) + ", not " + wanted);
+        if (want.find(" $") != std::string::npos) kept_[want.substr(want.find(" $") + 1)] = result;
     }
 
     bool detailsHave(const std::string& text) const {
@@ -74,35 +159,52 @@ class Tour {
         return false;
     }
 
-    std::optional<std::string> simValue(int32_t opcode) const {
-        std::optional<std::string> value;
-        s_.backend().inspect([&](const torq_sim::SimModel& m) { value = m.value(opcode); });
-        return value;
+    void expectSim(const std::string& opcode, const std::string& expected) {
+        int32_t id = 0;
+        parseOpcode(opcode, &id);
+        std::optional<std::string> v;
+        s_.backend().inspect([&](const torq_sim::SimModel& m) { v = m.value(id); });
+        expect(v == expected, "the HAL holds " + torq_sim::hexId(id) + " = " +
+                                      (v ? torq_sim::quoted(*v) : std::string("nothing")) +
+                                      ", expected " + torq_sim::quoted(expected));
     }
 
-    std::string expectSim(int32_t opcode, const std::string& expected) const {
-        auto v = simValue(opcode);
-        if (v == expected) return "";
-        return "the HAL holds " + torq_sim::hexId(opcode) + " = " +
-               (v ? torq_sim::quoted(*v) : std::string("nothing")) + ", expected " +
-               torq_sim::quoted(expected);
+    size_t callbackCount() const {
+        size_t count = 0;
+        s_.waitUntil(0, [&](const auto& events, const auto&) {
+            count = events.size();
+            return true;
+        });
+        return count;
     }
 
-    // Waits for callback number `index` (0-based, over the whole run) and checks it.
-    std::string expectCallback(size_t index, const std::string& to, int32_t handle,
-                               const std::vector<std::pair<std::string, std::string>>& records) {
-        if (!s_.waitForCallbacks(index + 1, kWaitMs)) {
-            return "no callback to " + to + " #" + std::to_string(handle) + " arrived";
-        }
-        const CallbackEvent e = s_.callbacks()[index];
-        if (e.to != to || e.handle != handle || e.records != records) {
-            return "unexpected " + describeCallback(e);
-        }
-        return "";
+    // Waits for the next callback since the mark and checks how torqctl showed it.
+    void expectCallback(const std::string& expected) {
+        const size_t index = callbackMark_ + seen_++;
+        std::optional<CallbackEvent> e;
+        s_.waitUntil(kWaitMs, [&](const auto& events, const auto&) {
+            if (events.size() > index) e = events[index];
+            return e.has_value();
+        });
+        expect(e.has_value(), "no " + expected.substr(0, expected.find(':')) + " arrived");
+        if (e) expect(describeCallback(*e) == expected, "unexpected " + describeCallback(*e));
+    }
+
+    bool loggedTwice(const std::string& message) const {
+        return s_.waitUntil(kWaitMs, [&](const auto&, const auto& logLines) {
+            return std::count_if(logLines.begin() + static_cast<std::ptrdiff_t>(logMark_),
+                                 logLines.end(),
+                                 [&](const LogLine& l) { return l.message == message; }) >= 2;
+        });
     }
 
     Console& s_;
     Output& out_;
+    std::string failure_;
+    std::map<std::string, int64_t> kept_;  // "$camera" -> 1
+    size_t callbackMark_ = 0;
+    size_t seen_ = 0;  // callbacks checked since the mark
+    size_t logMark_ = 0;
     int steps_ = 0;
     int passed_ = 0;
 };
@@ -116,206 +218,84 @@ int Tour::run() {
             "A tour of libquarn-zel-client against the reference Torq HAL simulator.\n"
             "Each step shows the library calls, what they returned and what the HAL "
             "received.");
-    int64_t cameraHandle = 0;
-    int64_t listener = 0;
-
-    step("the simulated HAL is up", [&]() -> std::string {
-        if (!s_.backend().halUp()) return "the simulator is not running";
-        out_.message("HAL: " + s_.backend().description());
-        return "";
-    });
-
-    step("connect both front ends: torq_init and zelInit", [&]() -> std::string {
-        std::string why;
-        if (s_.run("init") != kExitOk) return "init failed";
-        if (s_.reports().size() != 2 || !halReceived("init()")) return "the HAL saw no init";
-        size_t inits = 0;
-        for (const Report& r : s_.reports()) {
-            for (const auto& e : r.hal) inits += e.method == "init" ? 1 : 0;
-        }
-        return inits == 2 ? "" : "the HAL saw " + std::to_string(inits) + " init calls, not 2";
-    });
-
-    step("the action table: ACTION_CAMERA_OPEN is event 11", [&]() -> std::string {
-        if (s_.run("actions CAMERA_OPEN") != kExitOk) return "the action is not listed";
-        if (gActionList.size() != 199)
-            return "the table has " + std::to_string(gActionList.size()) + " names";
-        return gActionList[11] == "ACTION_CAMERA_OPEN" ? "" : "index 11 is " + gActionList[11];
-    });
-
-    step("wrapper: acquire ACTION_CAMERA_OPEN by name", [&]() -> std::string {
-        std::string why;
-        auto h = call("acquire ACTION_CAMERA_OPEN --scene tour", &why);
-        if (!h) return why;
-        if (*h < 1) return "no handle: " + std::to_string(*h);
-        cameraHandle = *h;
-        if (!halReceived("request(kind=8 data=[{id=0x0000000b}]")) {
-            return "the HAL did not receive event 11 as a kind-8 request";
-        }
-        return expectSim(0x01010020, "1958400");
-    });
-
-    step("flat API: read the event's resources (ZelMutiResStateRequest)", [&]() -> std::string {
-        std::string why;
-        auto n = call("state --via zel 0x01010020 0x01020050", &why);
-        if (!n) return why;
-        if (*n != 2) return "filled " + std::to_string(*n) + " values, not 2";
-        if (!detailsHave("0x01010020 = \"1958400\"") ||
-            !detailsHave("0x01020050 = \"500000000\"")) {
-            return "the values differ from the camera event's";
-        }
-        return "";
-    });
-
-    step("torqHalclient: a request with a callback, answered once", [&]() -> std::string {
-        std::string why;
-        const size_t before = s_.callbacks().size();
-        auto h = call("resctl --callback 0x010108a0=60", &why);
-        if (!h) return why;
-        if (*h < 1) return "no handle";
-        std::string bad =
-                expectCallback(before, "request", static_cast<int32_t>(*h), {{"0x010108a0", "60"}});
-        if (!bad.empty()) return bad;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        return s_.callbacks().size() == before + 1 ? "" : "the request was answered twice";
-    });
-
-    step("listen: a timed request changes the value, its expiry restores it", [&]() -> std::string {
-        std::string why;
-        auto l = call("listen 0x010108a0", &why);
-        if (!l) return why;
-        if (*l < 1) return "no listener handle";
-        listener = *l;
-        const size_t before = s_.callbacks().size();
-        auto h = call("resctl --duration 300 0x010108a0=95", &why);
-        if (!h || *h < 1) return "the timed request failed";
-        std::string bad = expectCallback(before, "listener", static_cast<int32_t>(listener),
-                                         {{"0x010108a0", "95"}});
-        if (!bad.empty()) return bad;
-        out_.message("waiting for the 300 ms request to expire");
-        return expectCallback(before + 1, "listener", static_cast<int32_t>(listener),
-                              {{"0x010108a0", "60"}});
-    });
-
-    step("listen: a request that changes nothing is not reported", [&]() -> std::string {
-        std::string why;
-        const size_t before = s_.callbacks().size();
-        auto h = call("resctl 0x010108a0=60", &why);
-        if (!h || *h < 1) return "the request failed";
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        if (s_.callbacks().size() != before) return "the listener was called without a change";
-        return expectSim(0x010108a0, "60");
-    });
-
-    step("paths: control by path, read by path and by opcode", [&]() -> std::string {
-        std::string why;
-        auto h = call("resctl-path /proc/sys/walt/cluster1/target_load=75", &why);
-        if (!h || *h < 1) return "the path request failed";
-        if (!halReceived("value=\"75\" path=\"/proc/sys/walt/cluster1/target_load\"")) {
-            return "the HAL did not receive the path entry";
-        }
-        auto n = call("state-path /proc/sys/walt/cluster1/target_load", &why);
-        if (!n || *n != 1 || !detailsHave("= \"75\"")) return "reading by path did not give 75";
-        auto m = call("state 0x010108b0", &why);
-        if (!m || *m != 1 || !detailsHave("0x010108b0 = \"75\"")) {
-            return "reading the same resource by opcode did not give 75";
-        }
-        return "";
-    });
-
-    step("thermal: levels reach a thermal listener", [&]() -> std::string {
-        std::string why;
-        auto t = call("thermal-listen 1 2", &why);
-        if (!t || *t < 1) return "no thermal listener";
-        const size_t before = s_.callbacks().size();
-        auto r = call("thermal 1=3 2=1", &why);
-        if (!r || *r != 0) return "torqThermalNotify failed";
-        std::string bad = expectCallback(before, "thermal listener", static_cast<int32_t>(*t),
-                                         {{torq_sim::hexId(1), "3"}, {torq_sim::hexId(2), "1"}});
-        if (!bad.empty()) return bad;
-        auto u = call("thermal-unlisten " + std::to_string(*t), &why);
-        return u && *u == 0 ? "" : "thermal unregistration failed";
-    });
-
-    step("wrapper: notification 3 (type 1) becomes rule 200 with status 3", [&]() -> std::string {
-        std::string why;
-        if (!call("notify 3 1", &why)) return why;
-        if (!halReceived("ruleCtl(200, 3, [])")) return "the HAL received no ruleCtl(200, 3)";
-        std::optional<int32_t> status;
-        s_.backend().inspect([&](const torq_sim::SimModel& m) { status = m.ruleStatus(200); });
-        return status == 3 ? "" : "the HAL's rule 200 is not at status 3";
-    });
-
-    step("history: record, read through ZelGetHistory, stop", [&]() -> std::string {
-        std::string why;
-        auto on = call("history on", &why);
-        if (!on || *on != 0) return "history on failed";
-        if (!call("sysinfo 4 1024", &why)) return why;
-        auto show = call("history show", &why);
-        if (!show || *show != 0) return "ZelGetHistory failed";
-        if (!detailsHave("sysinfo 4=1024")) return "the history lacks the sysinfo call";
-        auto off = call("history off", &why);
-        return off && *off == 0 ? "" : "history off failed";
-    });
-
-    step("power mode and properties", [&]() -> std::string {
-        std::string why;
-        auto set = call("prop set torq.power_mode 1", &why);
-        if (!set || *set != 0) return "propertySet failed";
-        auto pm1 = call("pm 1", &why);
-        if (!pm1 || *pm1 != 1) return "ZelGetPMStatus(1) is not 1";
-        auto pm0 = call("pm 0", &why);
-        if (!pm0 || *pm0 != 0) return "ZelGetPMStatus(0) is not 0";
-        if (s_.run("prop get torq.power_mode") != kExitOk || !detailsHave("\"1\"")) {
-            return "torqPropertyGet does not read 1";
-        }
-        return "";
-    });
-
-    step("dump: the HAL's run map shows the camera event", [&]() -> std::string {
-        std::string why;
-        auto d = call("dump RunMap", &why);
-        if (!d || *d != 0) return "torqDumpRunMap failed";
-        const std::string line = "#" + std::to_string(cameraHandle) + " event 11";
-        return detailsHave(line) ? "" : "the dump lacks '" + line + "'";
-    });
-
-    step("release: values fall back to their defaults", [&]() -> std::string {
-        std::string why;
-        if (!call("release " + std::to_string(cameraHandle), &why)) return why;
-        if (!halReceived("release(" + std::to_string(cameraHandle) + ") -> 0")) {
-            return "the HAL did not release the camera request";
-        }
-        std::string bad = expectSim(0x01010020, "710400");
-        if (!bad.empty()) return bad;
-        auto u = call("unlisten " + std::to_string(listener), &why);
-        return u && *u == 0 ? "" : "unlisten failed";
-    });
-
-    step("the HAL dies: both front ends hear of it, the flat API fails fast", [&]() -> std::string {
-        std::string why;
-        const size_t died = s_.countLog(kDiedLine);
-        if (s_.run("kill-hal") != kExitOk) return "kill-hal failed";
-        if (!s_.waitForLog(kDiedLine, died + 2, kWaitMs)) {
-            return "the library did not log \"" + std::string(kDiedLine) + "\" twice";
-        }
-        out_.message("both front ends logged \"" + std::string(kDiedLine) + "\"");
-        auto h = call("acquire ACTION_LAUNCH", &why);
-        if (!h) return why;
-        return *h == -1 ? "" : "an acquisition without a HAL returned " + std::to_string(*h);
-    });
-
-    step("restart: both front ends reconnect to the new HAL", [&]() -> std::string {
-        std::string why;
-        if (s_.run("restart-hal") != kExitOk) return "restart-hal failed";
-        auto h = call("acquire ACTION_LAUNCH", &why);
-        if (!h || *h < 1) return "the wrapper did not reconnect";
-        auto r = call("resctl 0x010108a0=70", &why);
-        if (!r || *r < 1) return "torqHalclient did not reconnect";
-        std::string bad = expectSim(0x01010010, "1804800");
-        if (!bad.empty()) return bad;
-        return expectSim(0x010108a0, "70");
-    });
+    const Step steps[] = {
+            {"the simulated HAL is up",
+             {},
+             [&]() -> std::string {
+                 if (!s_.backend().halUp()) return "the simulator is not running";
+                 out_.message("HAL: " + s_.backend().description());
+                 return "";
+             }},
+            {"connect both front ends: torq_init and zelInit",
+             {"init => ok"},
+             [&]() -> std::string {
+                 size_t inits = 0;
+                 for (const Report& r : s_.reports()) {
+                     for (const auto& e : r.hal) inits += e.method == "init" ? 1 : 0;
+                 }
+                 return inits == 2 ? "" : "the HAL saw " + std::to_string(inits) + " init calls";
+             }},
+            {"the action table: ACTION_CAMERA_OPEN is event 11",
+             {"actions CAMERA_OPEN => ok"},
+             [&]() -> std::string {
+                 if (gActionList.size() == 199 && gActionList[11] == "ACTION_CAMERA_OPEN")
+                     return "";
+                 return "the table has " + std::to_string(gActionList.size()) + " names";
+             }},
+            {"wrapper: acquire ACTION_CAMERA_OPEN by name",
+             {"acquire ACTION_CAMERA_OPEN --scene tour => handle $camera",
+              "hal: request(kind=8 data=[{id=0x0000000b}]", "sim: 0x01010020=1958400"}},
+            {"flat API: read the event's resources (ZelMutiResStateRequest)",
+             {"state --via zel 0x01010020 0x01020050 => 2", "shows: 0x01010020 = \"1958400\"",
+              "shows: 0x01020050 = \"500000000\""}},
+            {"torqHalclient: a request with a callback, answered once",
+             {"resctl --callback 0x010108a0=60 => handle $request",
+              "callback to request #$request: 0x010108a0=\"60\"", "sleep 100", "callbacks: 1"}},
+            {"listen: a timed request changes the value, its expiry restores it",
+             {"listen 0x010108a0 => handle $listener", "mark",
+              "resctl --duration 300 0x010108a0=95 => handle",
+              "callback to listener #$listener: 0x010108a0=\"95\"",
+              "say: waiting for the 300 ms request to expire",
+              "callback to listener #$listener: 0x010108a0=\"60\""}},
+            {"listen: a request that changes nothing is not reported",
+             {"resctl 0x010108a0=60 => handle", "sleep 300", "callbacks: 0", "sim: 0x010108a0=60"}},
+            {"paths: control by path, read by path and by opcode",
+             {"resctl-path /proc/sys/walt/cluster1/target_load=75 => handle",
+              "hal: value=\"75\" path=\"/proc/sys/walt/cluster1/target_load\"",
+              "state-path /proc/sys/walt/cluster1/target_load => 1", "shows: = \"75\"",
+              "state 0x010108b0 => 1", "shows: 0x010108b0 = \"75\""}},
+            {"thermal: levels reach a thermal listener",
+             {"thermal-listen 1 2 => handle $thermal", "mark", "thermal 1=3 2=1 => 0",
+              "callback to thermal listener #$thermal: 0x00000001=\"3\" 0x00000002=\"1\"",
+              "thermal-unlisten $thermal => 0"}},
+            {"wrapper: notification 3 (type 1) becomes rule 200 with status 3",
+             {"notify 3 1 => any", "hal: ruleCtl(200, 3, [])"},
+             [&]() -> std::string {
+                 std::optional<int32_t> status;
+                 s_.backend().inspect(
+                         [&](const torq_sim::SimModel& m) { status = m.ruleStatus(200); });
+                 return status == 3 ? "" : "the HAL's rule 200 is not at status 3";
+             }},
+            {"history: record, read through ZelGetHistory, stop",
+             {"history on => 0", "sysinfo 4 1024 => any", "history show => 0",
+              "shows: sysinfo 4=1024", "history off => 0"}},
+            {"power mode and properties",
+             {"prop set torq.power_mode 1 => 0", "pm 1 => 1", "pm 0 => 0",
+              "prop get torq.power_mode => ok", "shows: \"1\""}},
+            {"dump: the HAL's run map shows the camera event",
+             {"dump RunMap => 0", "shows: #$camera event 11"}},
+            {"release: values fall back to their defaults",
+             {"release $camera => any", "hal: release($camera) -> 0", "sim: 0x01010020=710400",
+              "unlisten $listener => 0"}},
+            {"the HAL dies: both front ends hear of it, the flat API fails fast",
+             {"kill-hal => ok", "logged twice: Torq HAL Service died",
+              "say: both front ends logged \"Torq HAL Service died\"",
+              "acquire ACTION_LAUNCH => -1"}},
+            {"restart: both front ends reconnect to the new HAL",
+             {"restart-hal => ok", "acquire ACTION_LAUNCH => handle",
+              "resctl 0x010108a0=70 => handle", "sim: 0x01010010=1804800", "sim: 0x010108a0=70"}},
+    };
+    for (const Step& s : steps) step(s);
 
     const bool allPassed = passed_ == steps_;
     Json::Value j(Json::objectValue);

@@ -32,7 +32,7 @@ std::atomic<bool> gLogOpen{true};
 int runCommand(const ParseResult& parsed, Output& out) {
     const Command& c = parsed.command;
     if (c.verb == Verb::kHelp || c.help) {
-        out.raw(c.help ? commandUsage(c.verb) : (c.topic.empty() ? usage() : commandUsage(c.topic)));
+        out.raw(helpText(c));
         return kExitOk;
     }
     std::ifstream file;
