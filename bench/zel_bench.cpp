@@ -22,10 +22,8 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <list>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,310 +33,49 @@
 #include "Handoff.h"
 #include "Latency.h"
 #include "Report.h"
+#include "Rows.h"
 #include "ZelClient.h"
 #include "ZelWrapper.h"
-#include "torqHalclient.h"
-#include "zel.h"
 
 namespace zel_bench {
 namespace {
 
-// --- Workloads ---------------------------------------------------------------------------------
-// Typical requests: a few resources with short values, a package name and an identity.
-
-constexpr int32_t kDuration = 3000;
-constexpr int32_t kTag = 7;
-const std::string kPackage = "com.example.camera";
-const std::string kIdentity = "bench";
-
-struct Res {
-    int32_t id;
-    const char* value;
-};
-const Res kResources[] = {{0x010108A0, "1000"}, {0x01010B10, "2"}, {0x01020050, "1800000"}};
-const char* const kPaths[] = {"/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq",
-                              "/sys/devices/system/cpu/cpufreq/policy4/scaling_min_freq",
-                              "/dev/cpuctl/top-app/cpu.uclamp.min"};
-const char* const kPathValues[] = {"1200000", "1800000", "512"};
-
-// Wrapper: the first and the last named action, and two notifications with data.
-const std::string kFirstAction = "VARDEX_ACTION_LAUNCH";
-constexpr int32_t kFirstActionId = 0;
-const std::string kLastAction = "VARDEX_ACTION_CAMERA_APS_INNER_THDR_CAPTURE_L1";
-constexpr int32_t kLastActionId = 198;
-const std::string kTargetLoadData = "l-80,m-60,b-40";
-const Res kTargetLoadEntries[] = {{0x010108A0, "80"}, {0x010108B0, "60"}, {0x010108C0, "40"}};
-const std::string kGameAdpData =
-        "2,2,1,1;4,4,2,2;1800000,2000000,2200000,900000;"
-        "1200000,1400000,1600000,600000";
-const Res kGameAdpEntries[] = {
-        {0x01010B10, "2"},       {0x01010B20, "2"},       {0x01010B30, "1"},
-        {0x01020070, "1"},       {0x01010B90, "4"},       {0x01010BA0, "4"},
-        {0x01010BB0, "2"},       {0x01020080, "2"},       {0x01010010, "1800000"},
-        {0x01010020, "2000000"}, {0x01010030, "2200000"}, {0x01020050, "900000"},
-        {0x010100A0, "1200000"}, {0x010100B0, "1400000"}, {0x010100C0, "1600000"},
-        {0x01020060, "600000"}};
-
-template <size_t N>
-std::vector<TorqRequestData> idRecords(const Res (&resources)[N]) {
-    std::vector<TorqRequestData> data;
-    for (const Res& r : resources) {
-        TorqRequestData d;
-        d.id = r.id;
-        d.value = r.value;
-        data.push_back(d);
-    }
-    return data;
-}
-
-// What the state query answers: the current value of each resource.
-std::vector<TorqRequestData> stateAnswer() {
-    return idRecords(kResources);
-}
-
-// --- The bare requests, built once -------------------------------------------------------------
-
-struct Floors {
-    TorqRequestParcel resCtl;           // torqResCtlRequest(duration, 3 resources, tag)
-    TorqRequestParcel state;            // torqResStateRequest(3 ids, tag, out)
-    TorqRequestParcel byPath;           // torq_resctl_request_by_path(-1, duration, 3 paths, ...)
-    TorqRequestParcel event;            // ZelEventAcquire(11, package, identity, duration, {})
-    TorqRequestParcel firstAction;      // ZelEventAcquireWrapper(first action, ...)
-    TorqRequestParcel lastAction;       // ZelEventAcquireWrapper(last action, ...)
-    std::vector<TorqRequestData> rule;  // zelRuleCtl(130, 1, 3 resources)
-    std::vector<TorqRequestData> targetLoad;  // ZelNotifyWapper(src 130, type 1, data)
-    std::vector<TorqRequestData> gameAdp;     // ZelNotifyWapper(src 9000, type 1, data)
-};
-
-constexpr int32_t kEventId = 11;  // ACTION_CAMERA_OPEN
-
-TorqRequestParcel eventParcel(int32_t eventId, const std::string& pkg) {
-    TorqRequestParcel p;
-    p.kind = 8;
-    TorqRequestData d;
-    d.id = eventId;
-    p.data.push_back(d);
-    p.pkg = pkg;
-    p.identity = kIdentity;
-    p.duration = kDuration;
-    return p;
-}
-
-Floors buildFloors() {
-    Floors f;
-    f.resCtl.kind = 1;
-    f.resCtl.data = idRecords(kResources);
-    f.resCtl.flag = false;
-    f.resCtl.option = -1;
-    f.resCtl.tag = kTag;
-    f.resCtl.duration = kDuration;
-    f.resCtl.param = -1;
-
-    f.state.tag = kTag;
-    for (const Res& r : kResources) {
-        TorqRequestData d;
-        d.id = r.id;
-        d.value = "";  // ids only: the value travels present and empty
-        f.state.data.push_back(d);
-    }
-
-    f.byPath.kind = 1;
-    f.byPath.option = -1;
-    f.byPath.tag = kTag;
-    f.byPath.duration = kDuration;
-    f.byPath.param = -1;
-    f.byPath.extras = std::vector<std::optional<std::string>>{"zdbdebug"};
-    for (size_t i = 0; i < std::size(kPaths); ++i) {
-        TorqRequestData d;
-        d.path = kPaths[i];
-        d.value = kPathValues[i];
-        f.byPath.data.push_back(d);
-    }
-
-    f.event = eventParcel(kEventId, kPackage);
-    f.firstAction = eventParcel(kFirstActionId, kPackage);
-    f.lastAction = eventParcel(kLastActionId, kPackage);
-    f.rule = idRecords(kResources);
-    f.targetLoad = idRecords(kTargetLoadEntries);
-    f.gameAdp = idRecords(kGameAdpEntries);
-    return f;
-}
-
 // --- The cases ---------------------------------------------------------------------------------
+// The workloads, the floors and the front-end rows are those of Rows.h, shared with
+// zel_instructions.
 
-// One call; true when it got the answer the HAL gives.
-using Call = std::function<bool()>;
-
-struct Case {
-    std::string name;
-    Call call;
+struct Case : NamedCall {
     // Whether the HAL must see the same thing from this case as from `sameAs`.
     std::string sameAs;
-    // The caller's own work between two calls, left out of the call's time (optional).
-    std::function<void()> between;
 };
 
-struct Inputs {
-    std::list<ZelClient::Resource> resources;
-    std::list<ZelClient::Resource> stateIds;
-    std::list<ZelClient::Resource> stateOut;
-    std::vector<std::string> paths;
-    std::vector<std::string> pathValues;
-    std::vector<ZelClient::Resource> ruleResources;
-};
-
-Inputs buildInputs() {
-    Inputs in;
-    for (const Res& r : kResources) {
-        in.resources.push_back(ZelClient::Resource{r.id, std::string(r.value)});
-        in.stateIds.push_back(ZelClient::Resource{r.id, std::nullopt});
-        in.ruleResources.push_back(ZelClient::Resource{r.id, std::string(r.value)});
-    }
-    in.paths.assign(std::begin(kPaths), std::end(kPaths));
-    in.pathValues.assign(std::begin(kPathValues), std::end(kPathValues));
-    return in;
-}
-
-bool isOk(const ndk::ScopedAStatus& status) {
-    return status.isOk();
-}
-
-std::vector<Case> buildCases(const std::shared_ptr<ITorq>& hal, const Floors& f, Inputs& in) {
+std::vector<Case> buildCases(const std::vector<NamedCall>& floors, const std::vector<Row>& rows) {
     std::vector<Case> cases;
-    auto add = [&](std::string name, Call call, std::string sameAs = "",
-                   std::function<void()> between = nullptr) {
-        cases.push_back(
-                Case{std::move(name), std::move(call), std::move(sameAs), std::move(between)});
-    };
-    auto request = [hal](const TorqRequestParcel& parcel) {
-        return [hal, &parcel] {
-            int32_t handle = -1;
-            return isOk(hal->request(parcel, &handle)) && handle == kHandle;
-        };
-    };
-    auto ruleCtl = [hal](int32_t rule, int32_t status, const std::vector<TorqRequestData>& data) {
-        return [hal, rule, status, &data] {
-            int32_t result = -1;
-            return isOk(hal->ruleCtl(rule, status, data, &result)) && result == kResult;
-        };
-    };
-
-    // The bare transactions.
-    add("ITorq::request/resctl", request(f.resCtl));
-    add("ITorq::stateRequest", [hal, &f] {
-        std::vector<TorqRequestData> out;
-        return isOk(hal->stateRequest(f.state, &out)) && out.size() == std::size(kResources);
-    });
-    add("ITorq::request/by_path", request(f.byPath));
-    add("ITorq::request/event", request(f.event));
-    add("ITorq::request/first_action", request(f.firstAction));
-    add("ITorq::request/last_action", request(f.lastAction));
-    add("ITorq::ruleCtl/rule", ruleCtl(130, 1, f.rule));
-    add("ITorq::ruleCtl/target_load", ruleCtl(130, 1, f.targetLoad));
-    add("ITorq::ruleCtl/game_adp", ruleCtl(9000, 1, f.gameAdp));
-    add("ITorq::release", [hal] {
-        int32_t result = -1;
-        return isOk(hal->release(kHandle, &result)) && result == kResult;
-    });
-
-    // The front ends.
-    add(
-            "torqResCtlRequest/3_resources",
-            [&in] {
-                return torqHalclient::torqResCtlRequest(kDuration, in.resources, kTag) == kHandle;
-            },
-            "ITorq::request/resctl");
-    add(
-            "torqResStateRequest/3_ids",
-            [&in] {
-                return torqHalclient::torqResStateRequest(in.stateIds, kTag, in.stateOut) ==
-                       static_cast<int32_t>(std::size(kResources));
-            },
-            "ITorq::stateRequest",
-            // The values handed back are the caller's; emptying the list is not part of the call.
-            [&in] { in.stateOut.clear(); });
-    add(
-            "torq_resctl_request_by_path/3_paths",
-            [&in] {
-                return torqHalclient::torq_resctl_request_by_path(
-                               -1, kDuration, in.paths, in.pathValues, -1, 0, kTag) == kHandle;
-            },
-            "ITorq::request/by_path");
-    add(
-            "torqResCtlRelease",
-            [] { return torqHalclient::torqResCtlRelease(kHandle) == kResult; }, "ITorq::release");
-    add(
-            "ZelEventAcquire/event_11",
-            [] { return ZelEventAcquire(kEventId, kPackage, kIdentity, kDuration, {}) == kHandle; },
-            "ITorq::request/event");
-    add(
-            "zelRuleCtl/3_resources",
-            [&in] { return zelRuleCtl(130, 1, in.ruleResources) == kResult; },
-            "ITorq::ruleCtl/rule");
-    add(
-            "ZelRelease",
-            [] {
-                ZelRelease(kHandle);
-                return true;  // nothing comes back; the HAL's call count tells whether it arrived
-            },
-            "ITorq::release");
-    add(
-            "ZelEventAcquireWrapper/first_action",
-            [] {
-                return ZelEventAcquireWrapper(kFirstAction, kPackage, kIdentity, kDuration) ==
-                       kHandle;
-            },
-            "ITorq::request/first_action");
-    add(
-            "ZelEventAcquireWrapper/last_action",
-            [] {
-                return ZelEventAcquireWrapper(kLastAction, kPackage, kIdentity, kDuration) ==
-                       kHandle;
-            },
-            "ITorq::request/last_action");
-    add(
-            "ZelNotifyWapper/src_130",
-            [] { return ZelNotifyWapper("bench", 130, 1, 0, 0, 0, kTargetLoadData) == 0; },
-            "ITorq::ruleCtl/target_load");
-    add(
-            "ZelNotifyWapper/src_9000",
-            [] { return ZelNotifyWapper("bench", 9000, 1, 0, 0, 0, kGameAdpData) == 0; },
-            "ITorq::ruleCtl/game_adp");
+    for (const NamedCall& f : floors) cases.push_back(Case{f, ""});
+    for (const Row& r : rows) cases.push_back(Case{r.call, r.floor});
     return cases;
 }
 
-std::vector<Comparison> comparisons() {
+std::vector<Comparison> comparisons(const std::vector<Row>& rows) {
     constexpr double kFrontEnd = 1.15;
     constexpr double kLookup = 1.05;
     constexpr double kHandoff = 2.5;
-    return {
-            {"torqResCtlRequest, 3 resources", "torqResCtlRequest/3_resources",
-             "ITorq::request/resctl", kFrontEnd, false},
-            {"torqResStateRequest, 3 ids", "torqResStateRequest/3_ids", "ITorq::stateRequest",
-             kFrontEnd, false},
-            {"torq_resctl_request_by_path, 3 paths", "torq_resctl_request_by_path/3_paths",
-             "ITorq::request/by_path", kFrontEnd, false},
-            {"torqResCtlRelease (connection fast path)", "torqResCtlRelease", "ITorq::release",
-             kFrontEnd, true},
-            {"ZelEventAcquire", "ZelEventAcquire/event_11", "ITorq::request/event", kFrontEnd,
-             false},
-            {"zelRuleCtl, 3 resources", "zelRuleCtl/3_resources", "ITorq::ruleCtl/rule", kFrontEnd,
-             false},
-            {"ZelRelease (connection fast path)", "ZelRelease", "ITorq::release", kFrontEnd, true},
-            {"ZelEventAcquireWrapper, first action", "ZelEventAcquireWrapper/first_action",
-             "ITorq::request/first_action", kFrontEnd, false},
-            {"ZelEventAcquireWrapper, last action", "ZelEventAcquireWrapper/last_action",
-             "ITorq::request/last_action", kFrontEnd, false},
-            {"ZelEventAcquireWrapper, last vs first", "ZelEventAcquireWrapper/last_action",
-             "ZelEventAcquireWrapper/first_action", kLookup, false},
-            {"ZelNotifyWapper, src 130 + data", "ZelNotifyWapper/src_130",
-             "ITorq::ruleCtl/target_load", kFrontEnd, false},
-            {"ZelNotifyWapper, src 9000 + data", "ZelNotifyWapper/src_9000",
-             "ITorq::ruleCtl/game_adp", kFrontEnd, false},
-            // The host runtime itself: its smallest transaction next to a bare spin handoff
-            // between two threads, the least any cross-thread round trip costs here.
-            {"ITorq::release vs thread handoff", "ITorq::release", "handoff/spin", kHandoff, false},
-    };
+    std::vector<Comparison> out;
+    for (const Row& r : rows) {
+        out.push_back({r.label + (r.fastPath ? " (connection fast path)" : ""), r.call.name,
+                       r.floor, kFrontEnd, r.fastPath});
+        if (r.call.name == "ZelEventAcquireWrapper/last_action") {
+            // The named actions are looked up: the last costs no more than the first.
+            out.push_back({"ZelEventAcquireWrapper, last vs first",
+                           "ZelEventAcquireWrapper/last_action",
+                           "ZelEventAcquireWrapper/first_action", kLookup, false});
+        }
+    }
+    // The host runtime itself: its smallest transaction next to a bare spin handoff between two
+    // threads, the least any cross-thread round trip costs here.
+    out.push_back({"ITorq::release vs thread handoff", "ITorq::release", "handoff/spin", kHandoff,
+                   false});
+    return out;
 }
 
 // --- Parts of the library's own share ----------------------------------------------------------
@@ -581,7 +318,8 @@ int main(int argc, char** argv) {
         }
         const Floors floors = buildFloors();
         Inputs inputs = buildInputs();
-        const std::vector<Case> cases = buildCases(proxy, floors, inputs);
+        const std::vector<Row> rows = frontEndRows(inputs);
+        const std::vector<Case> cases = buildCases(floorCalls(proxy, floors), rows);
 
         g_timerOverheadNs = timerOverheadNs();
 
@@ -620,8 +358,8 @@ int main(int argc, char** argv) {
         const std::map<std::string, Measured> results = reporter.results();
         std::vector<std::string> partNames;
         for (const Part& p : parts) partNames.push_back(p.name);
-        const Verdict verdict =
-                printTable(std::cout, comparisons(), results, !quick, allocationCountingEnabled());
+        const Verdict verdict = printTable(std::cout, comparisons(rows), results, !quick,
+                                           allocationCountingEnabled());
         if (!quick) {
             std::cout << "\n"
                       << verdict.passed << " target(s) met, " << verdict.failed << " missed";

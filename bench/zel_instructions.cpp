@@ -52,6 +52,7 @@
 
 #include "AllocationCounter.h"
 #include "BenchHal.h"
+#include "Rows.h"
 #include "ZelClient.h"
 #include "ZelWrapper.h"
 #include "torqHalclient.h"
@@ -64,55 +65,22 @@ using ::aidl::vendor::quarn::hardware::torq::BnTorqCallback;
 using ::aidl::vendor::quarn::hardware::torq::ITorqCallback;
 using zel_bench::BenchHal;
 using zel_bench::ITorq;
+using zel_bench::kDuration;
+using zel_bench::kEventId;
+using zel_bench::kFirstAction;
+using zel_bench::kFirstActionId;
 using zel_bench::kHandle;
+using zel_bench::kIdentity;
+using zel_bench::kLastAction;
+using zel_bench::kLastActionId;
+using zel_bench::kPackage;
 using zel_bench::kResult;
+using zel_bench::kTag;
+using zel_bench::resCtlParcel;
 using zel_bench::TorqRequestData;
 using zel_bench::TorqRequestParcel;
 
-// --- Workloads (the same as zel_bench's typical calls) -----------------------------------------
-
-constexpr int32_t kDuration = 3000;
-constexpr int32_t kTag = 7;
-constexpr int32_t kEventId = 11;
-const std::string kPackage = "com.example.camera";
-const std::string kIdentity = "bench";
-const std::string kFirstAction = "VARDEX_ACTION_LAUNCH";
-constexpr int32_t kFirstActionId = 0;
-const std::string kLastAction = "VARDEX_ACTION_CAMERA_APS_INNER_THDR_CAPTURE_L1";
-constexpr int32_t kLastActionId = 198;
-const std::string kTargetLoadData = "l-80,m-60,b-40";
-const std::string kGameAdpData =
-        "2,2,1,1;4,4,2,2;1800000,2000000,2200000,900000;"
-        "1200000,1400000,1600000,600000";
-
-struct Res {
-    int32_t id;
-    const char* value;
-};
-const Res kResources[] = {{0x010108A0, "1000"}, {0x01010B10, "2"}, {0x01020050, "1800000"}};
-const char* const kPaths[] = {"/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq",
-                              "/sys/devices/system/cpu/cpufreq/policy4/scaling_min_freq",
-                              "/dev/cpuctl/top-app/cpu.uclamp.min"};
-const char* const kPathValues[] = {"1200000", "1800000", "512"};
-const Res kTargetLoadEntries[] = {{0x010108A0, "80"}, {0x010108B0, "60"}, {0x010108C0, "40"}};
-const Res kGameAdpEntries[] = {
-        {0x01010B10, "2"},       {0x01010B20, "2"},       {0x01010B30, "1"},
-        {0x01020070, "1"},       {0x01010B90, "4"},       {0x01010BA0, "4"},
-        {0x01010BB0, "2"},       {0x01020080, "2"},       {0x01010010, "1800000"},
-        {0x01010020, "2000000"}, {0x01010030, "2200000"}, {0x01020050, "900000"},
-        {0x010100A0, "1200000"}, {0x010100B0, "1400000"}, {0x010100C0, "1600000"},
-        {0x01020060, "600000"}};
-
-template <size_t N>
-std::vector<TorqRequestData> records(const Res (&resources)[N]) {
-    std::vector<TorqRequestData> data;
-    for (const Res& r : resources) {
-        TorqRequestData& d = data.emplace_back();
-        d.id = r.id;
-        d.value = r.value;
-    }
-    return data;
-}
+// --- Workloads: the rows of Rows.h, shared with zel_bench, and the scaling inputs -------------
 
 // Lists of `count` resources with distinct ids; each value is `value`, or the resource's index
 // in decimal when `value` is empty.
@@ -142,27 +110,6 @@ std::vector<TorqRequestData> recordList(size_t count, const std::string& value =
     return data;
 }
 
-TorqRequestParcel resCtlParcel(std::vector<TorqRequestData> data) {
-    TorqRequestParcel p;
-    p.kind = 1;
-    p.data = std::move(data);
-    p.option = -1;
-    p.tag = kTag;
-    p.duration = kDuration;
-    p.param = -1;
-    return p;
-}
-
-TorqRequestParcel eventParcel(int32_t eventId) {
-    TorqRequestParcel p;
-    p.kind = 8;
-    p.data.emplace_back().id = eventId;
-    p.pkg = kPackage;
-    p.identity = kIdentity;
-    p.duration = kDuration;
-    return p;
-}
-
 // --- Pieces: one measured piece of work each ---------------------------------------------------
 
 // One call; false when it did not get the HAL's answer.
@@ -178,12 +125,13 @@ struct Piece {
     std::function<void()> setup;
 };
 
-// A row: a call, its floor and the log lines it must write.
+// A row of the instruction table: a front-end row of Rows.h and the log lines its call must
+// write (a piece of its own, named after the call).
 struct Row {
     std::string label;
     std::string call;
     std::string floor;
-    std::string log;  // piece name, empty when the row writes no line of its own
+    std::string log;  // piece name
 };
 
 // A row of the scaling table: the same call and floor over growing lists.
@@ -213,14 +161,8 @@ bool ok(const ndk::ScopedAStatus& status) {
 // The inputs every piece refers to; they live as long as the pieces.
 struct Inputs {
     std::shared_ptr<ITorq> hal;
-    std::list<ZelClient::Resource> resources;
-    std::list<ZelClient::Resource> stateIds;
-    std::list<ZelClient::Resource> stateOut;
-    std::vector<std::string> paths;
-    std::vector<std::string> pathValues;
-    std::vector<ZelClient::Resource> ruleResources;
-    TorqRequestParcel resCtl, state, byPath, event, firstAction, lastAction;
-    std::vector<TorqRequestData> rule, targetLoad, gameAdp;
+    zel_bench::Floors floors;
+    zel_bench::Inputs frontEnd;
     // Scaling inputs by size.
     std::map<size_t, std::list<ZelClient::Resource>> lists;
     std::map<size_t, std::vector<ZelClient::Resource>> vectors;
@@ -259,85 +201,39 @@ std::vector<Piece> buildPieces(Inputs& in) {
     };
     std::shared_ptr<ITorq> hal = in.hal;
     auto request = [hal](const TorqRequestParcel& parcel) {
-        return [hal, &parcel] {
-            int32_t handle = -1;
-            return ok(hal->request(parcel, &handle)) && handle == kHandle;
-        };
+        return zel_bench::requestFloor(hal, parcel);
     };
     auto ruleCtl = [hal](int32_t rule, int32_t status, const std::vector<TorqRequestData>& data) {
-        return [hal, rule, status, &data] {
-            int32_t result = -1;
-            return ok(hal->ruleCtl(rule, status, data, &result)) && result == kResult;
-        };
+        return zel_bench::ruleCtlFloor(hal, rule, status, data);
     };
 
-    // Floors.
-    add("ITorq::request/resctl", request(in.resCtl));
-    add("ITorq::stateRequest", [hal, &in] {
-        std::vector<TorqRequestData> out;
-        return ok(hal->stateRequest(in.state, &out)) && out.size() == std::size(kResources);
-    });
-    add("ITorq::request/by_path", request(in.byPath));
-    add("ITorq::request/event", request(in.event));
-    add("ITorq::request/first_action", request(in.firstAction));
-    add("ITorq::request/last_action", request(in.lastAction));
-    add("ITorq::ruleCtl/rule", ruleCtl(130, 1, in.rule));
-    add("ITorq::ruleCtl/target_load", ruleCtl(130, 1, in.targetLoad));
-    add("ITorq::ruleCtl/game_adp", ruleCtl(9000, 1, in.gameAdp));
-    add("ITorq::release", [hal] {
-        int32_t result = -1;
-        return ok(hal->release(kHandle, &result)) && result == kResult;
-    });
+    // The floors and the front ends.
+    for (zel_bench::NamedCall& c : zel_bench::floorCalls(hal, in.floors)) {
+        add(c.name, std::move(c.call))->between = std::move(c.between);
+    }
+    const std::vector<zel_bench::Row> frontEnd = zel_bench::frontEndRows(in.frontEnd);
+    for (const zel_bench::Row& r : frontEnd)
+        add(r.call.name, r.call.call)->between = r.call.between;
 
-    // Front ends.
-    add("torqResCtlRequest/3_resources", [&in] {
-        return torqHalclient::torqResCtlRequest(kDuration, in.resources, kTag) == kHandle;
-    });
-    add("torqResStateRequest/3_ids", [&in] {
-        return torqHalclient::torqResStateRequest(in.stateIds, kTag, in.stateOut) ==
-               static_cast<int32_t>(std::size(kResources));
-    })->between = [&in] { in.stateOut.clear(); };
-    add("torq_resctl_request_by_path/3_paths", [&in] {
-        return torqHalclient::torq_resctl_request_by_path(-1, kDuration, in.paths, in.pathValues,
-                                                          -1, 0, kTag) == kHandle;
-    });
-    add("torqResCtlRelease", [] { return torqHalclient::torqResCtlRelease(kHandle) == kResult; });
-    add("ZelEventAcquire/event_11",
-        [] { return ZelEventAcquire(kEventId, kPackage, kIdentity, kDuration, {}) == kHandle; });
-    add("zelRuleCtl/3_resources", [&in] { return zelRuleCtl(130, 1, in.ruleResources) == kResult; });
-    add("ZelRelease", [] {
-        ZelRelease(kHandle);
-        return true;
-    });
-    add("ZelEventAcquireWrapper/first_action", [] {
-        return ZelEventAcquireWrapper(kFirstAction, kPackage, kIdentity, kDuration) == kHandle;
-    });
-    add("ZelEventAcquireWrapper/last_action", [] {
-        return ZelEventAcquireWrapper(kLastAction, kPackage, kIdentity, kDuration) == kHandle;
-    });
-    add("ZelNotifyWapper/src_130",
-        [] { return ZelNotifyWapper("bench", 130, 1, 0, 0, 0, kTargetLoadData) == 0; });
-    add("ZelNotifyWapper/src_9000",
-        [] { return ZelNotifyWapper("bench", 9000, 1, 0, 0, 0, kGameAdpData) == 0; });
-
-    // The log lines each call must write, formatted alone with the same texts and arguments.
+    // The log lines each call must write, formatted alone with the same texts and arguments;
+    // "log/" and the call's name.
     auto info = [](const char* tag, const char* text) {
         __android_log_print(ANDROID_LOG_INFO, tag, "%s", text);
     };
     const char* torqTag = "TORQFramework-lib-vendor";
     const char* zelTag = "[ZEL_CLIENT]";
     const char* wrapperTag = "[ZEL_CLIENT_WRAPPER]";
-    add("log/torqResCtlRequest", [=] {
+    add("log/torqResCtlRequest/3_resources", [=] {
         __android_log_print(ANDROID_LOG_INFO, torqTag, "torq client torqResCtlRequest");
         return true;
     });
-    add("log/torqResStateRequest", [=] {
+    add("log/torqResStateRequest/3_ids", [=] {
         __android_log_print(ANDROID_LOG_INFO, torqTag, "torq client torqResStateRequest");
         __android_log_print(ANDROID_LOG_INFO, torqTag, "torq client hal torqResStateRequest");
         __android_log_print(ANDROID_LOG_INFO, torqTag, "torq client torqResStateRequest size %d", 3);
         return true;
     });
-    add("log/torq_resctl_request_by_path", [=] {
+    add("log/torq_resctl_request_by_path/3_paths", [=] {
         __android_log_print(ANDROID_LOG_INFO, torqTag, "torq client torq_resctl_request");
         return true;
     });
@@ -345,13 +241,13 @@ std::vector<Piece> buildPieces(Inputs& in) {
         info(torqTag, "torq client torqResCtlRelease");
         return true;
     });
-    add("log/ZelEventAcquire", [=] {
+    add("log/ZelEventAcquire/event_11", [=] {
         __android_log_print(ANDROID_LOG_INFO, zelTag,
                             "ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", kEventId,
                             kPackage.c_str(), kIdentity.c_str());
         return true;
     });
-    add("log/zelRuleCtl", [=] {
+    add("log/zelRuleCtl/3_resources", [=] {
         __android_log_print(ANDROID_LOG_INFO, zelTag, "zelRuleCtl, ruleId:%d, status:%d", 130, 1);
         return true;
     });
@@ -470,31 +366,8 @@ std::vector<Piece> buildPieces(Inputs& in) {
 Inputs buildInputs(std::shared_ptr<ITorq> hal) {
     Inputs in;
     in.hal = std::move(hal);
-    for (const Res& r : kResources) {
-        in.resources.push_back({r.id, std::string(r.value)});
-        in.stateIds.push_back({r.id, std::nullopt});
-        in.ruleResources.push_back({r.id, std::string(r.value)});
-        TorqRequestData& d = in.state.data.emplace_back();
-        d.id = r.id;
-        d.value = "";
-    }
-    in.state.tag = kTag;
-    in.paths.assign(std::begin(kPaths), std::end(kPaths));
-    in.pathValues.assign(std::begin(kPathValues), std::end(kPathValues));
-    in.resCtl = resCtlParcel(records(kResources));
-    in.byPath = resCtlParcel({});
-    in.byPath.extras = std::vector<std::optional<std::string>>{"zdbdebug"};
-    for (size_t i = 0; i < std::size(kPaths); ++i) {
-        TorqRequestData& d = in.byPath.data.emplace_back();
-        d.path = kPaths[i];
-        d.value = kPathValues[i];
-    }
-    in.event = eventParcel(kEventId);
-    in.firstAction = eventParcel(kFirstActionId);
-    in.lastAction = eventParcel(kLastActionId);
-    in.rule = records(kResources);
-    in.targetLoad = records(kTargetLoadEntries);
-    in.gameAdp = records(kGameAdpEntries);
+    in.floors = zel_bench::buildFloors();
+    in.frontEnd = zel_bench::buildInputs();
     for (size_t n : kListSizes) {
         in.lists[n] = resourceList(n);
         in.vectors[n] = resourceVector(n);
@@ -510,28 +383,12 @@ Inputs buildInputs(std::shared_ptr<ITorq> hal) {
 }
 
 std::vector<Row> rows() {
-    return {
-            {"torqResCtlRequest, 3 resources", "torqResCtlRequest/3_resources",
-             "ITorq::request/resctl", "log/torqResCtlRequest"},
-            {"torqResStateRequest, 3 ids", "torqResStateRequest/3_ids", "ITorq::stateRequest",
-             "log/torqResStateRequest"},
-            {"torq_resctl_request_by_path, 3 paths", "torq_resctl_request_by_path/3_paths",
-             "ITorq::request/by_path", "log/torq_resctl_request_by_path"},
-            {"torqResCtlRelease", "torqResCtlRelease", "ITorq::release", "log/torqResCtlRelease"},
-            {"ZelEventAcquire", "ZelEventAcquire/event_11", "ITorq::request/event",
-             "log/ZelEventAcquire"},
-            {"zelRuleCtl, 3 resources", "zelRuleCtl/3_resources", "ITorq::ruleCtl/rule",
-             "log/zelRuleCtl"},
-            {"ZelRelease", "ZelRelease", "ITorq::release", "log/ZelRelease"},
-            {"ZelEventAcquireWrapper, first action", "ZelEventAcquireWrapper/first_action",
-             "ITorq::request/first_action", "log/ZelEventAcquireWrapper/first_action"},
-            {"ZelEventAcquireWrapper, last action", "ZelEventAcquireWrapper/last_action",
-             "ITorq::request/last_action", "log/ZelEventAcquireWrapper/last_action"},
-            {"ZelNotifyWapper, src 130 + data", "ZelNotifyWapper/src_130",
-             "ITorq::ruleCtl/target_load", "log/ZelNotifyWapper/src_130"},
-            {"ZelNotifyWapper, src 9000 + data", "ZelNotifyWapper/src_9000",
-             "ITorq::ruleCtl/game_adp", "log/ZelNotifyWapper/src_9000"},
-    };
+    zel_bench::Inputs unused;  // the calls are not made here, only their names read
+    std::vector<Row> out;
+    for (const zel_bench::Row& r : zel_bench::frontEndRows(unused)) {
+        out.push_back({r.label, r.call.name, r.floor, "log/" + r.call.name});
+    }
+    return out;
 }
 
 std::vector<ScalingRow> scalingRows() {
@@ -571,7 +428,7 @@ int measure(const std::string& dir) {
 
     int status = 0;
     {
-        BenchHal hal(records(kResources));
+        BenchHal hal(zel_bench::stateAnswer());
         std::shared_ptr<ITorq> proxy = zel_bench::connectProxy();
         if (proxy == nullptr) {
             std::cerr << "zel_instructions: no HAL proxy\n";
@@ -778,8 +635,8 @@ int report(const std::string& dir, const std::string& budgetPath,
                   << std::defaultfloat << " | " << number(call.allocations - floor.allocations)
                   << " |\n";
         if (data.is_open()) {
-            data << r.series << '\t' << number(r.size) << '\t' << number(call.instructions)
-                 << '\t' << number(floor.instructions) << '\t' << number(own) << '\n';
+            data << r.series << '\t' << number(r.size) << '\t' << number(call.instructions) << '\t'
+                 << number(floor.instructions) << '\t' << number(own) << '\n';
         }
     }
     if (!budgetPath.empty()) {
@@ -859,7 +716,7 @@ int timeScaling(const std::string& dir) {
     __android_log_set_logger(silentLogger);
     bool answered = true;
     {
-        BenchHal hal(records(kResources));
+        BenchHal hal(zel_bench::stateAnswer());
         std::shared_ptr<ITorq> proxy = zel_bench::connectProxy();
         if (proxy == nullptr) {
             std::cerr << "zel_instructions: no HAL proxy\n";
@@ -897,8 +754,7 @@ int timeScaling(const std::string& dir) {
                       << std::setprecision(2) << call << " | " << floor << " | " << call - floor
                       << " | " << std::setprecision(3) << call / floor << std::defaultfloat
                       << " |\n";
-            data << r.series << '\t' << number(r.size) << '\t' << call << '\t' << floor
-                 << '\n';
+            data << r.series << '\t' << number(r.size) << '\t' << call << '\t' << floor << '\n';
         }
 
         // Throughput: the HAL lock is taken shared by every call, so callers on several threads
@@ -909,11 +765,7 @@ int timeScaling(const std::string& dir) {
         };
         std::shared_ptr<ITorq> hal2 = proxy;
         const std::vector<Series> series = {
-                {"ITorq::request (floor)",
-                 [hal2, &inputs] {
-                     int32_t handle = -1;
-                     return ok(hal2->request(inputs.event, &handle)) && handle == kHandle;
-                 }},
+                {"ITorq::request (floor)", zel_bench::requestFloor(hal2, inputs.floors.event)},
                 {"ZelEventAcquire (flat API)",
                  [] {
                      return ZelEventAcquire(kEventId, kPackage, kIdentity, kDuration, {}) == kHandle;
