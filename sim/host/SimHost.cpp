@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 namespace torq_sim {
@@ -157,14 +158,15 @@ std::vector<std::string> SimHost::takeDumpOutput() {
     return out;
 }
 
+std::pair<std::shared_ptr<SimTorq>, binder_host::ProcessId> SimHost::running() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return {hal_, pid_};
+}
+
 void SimHost::tick() {
     std::shared_ptr<SimTorq> hal;
     binder_host::ProcessId pid;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        hal = hal_;
-        pid = pid_;
-    }
+    std::tie(hal, pid) = running();  // plain variables: the lambdas below capture them
     if (hal == nullptr) return;
     // Callbacks made by the tick must leave from the HAL's process.
     binder_host::runInProcess(pid, [&] { hal->tick(); });
@@ -283,11 +285,7 @@ size_t SimHost::callbackCount() const {
                                              const std::vector<TorqRequestData>& records) {
     std::shared_ptr<SimTorq> hal;
     binder_host::ProcessId pid;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        hal = hal_;
-        pid = pid_;
-    }
+    std::tie(hal, pid) = running();  // plain variables: the lambdas below capture them
     if (hal == nullptr || !binder_host::isAlive(pid)) {
         throw std::invalid_argument("invokeCallback: the HAL is not running");
     }
@@ -304,11 +302,7 @@ size_t SimHost::callbackCount() const {
 void SimHost::dropCallbacks() {
     std::shared_ptr<SimTorq> hal;
     binder_host::ProcessId pid;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        hal = hal_;
-        pid = pid_;
-    }
+    std::tie(hal, pid) = running();  // plain variables: the lambdas below capture them
     if (hal == nullptr) return;
     std::vector<std::shared_ptr<ITorqCallback>> dropped = hal->dropHeldCallbacks();
     // The references belong to the HAL process: let go of them there.

@@ -25,6 +25,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "torq_sim/Journal.h"
@@ -165,6 +166,8 @@ class SimHost {
     std::vector<std::string> takeDumpOutput();
 
   private:
+    // The live HAL object (null while dead) and its process, read together under mutex_.
+    std::pair<std::shared_ptr<SimTorq>, binder_host::ProcessId> running() const;
     void timerLoop();
     void stopTimer();
     static void checkMethod(const std::string& method);
