@@ -3,46 +3,33 @@
 // Shared fixture of the torqHalclient tests: a clean binder world, the reference HAL in its own
 // process, log capture, and a caller callback that records what reaches it and on which thread.
 
-#include <android/binder_status.h>
 #include <android/log.h>
 #include <binder_host/process.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <torqHalclient.h>
 #include <torq_sim/SimHost.h>
+#include <torq_test/Answers.h>
 #include <torq_test/Capture.h>
-#include <torq_test/Records.h>
 
 #include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-namespace aidl::vendor::quarn::hardware::torq {
-inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
-    *os << p.toString();
-}
-}  // namespace aidl::vendor::quarn::hardware::torq
-
 namespace halclient_test {
 
-using Answer = torq_sim::SentAnswer;
+using namespace torq_test;
 using torq_sim::SimHost;
-using torq_sim::TorqRequestParcel;
-using torq_test::idRecord;
-using torq_test::pathRecord;
-using torq_test::TorqRequestData;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
 
-inline constexpr char kNotDeclared0[] = "E Torq is not declared, AServiceManager_isDeclared:0";
-inline constexpr char kNotDeclared1[] = "E Torq is not declared, AServiceManager_isDeclared:1";
+inline constexpr char kNotDeclared[] = "E Torq is not declared, AServiceManager_isDeclared:0";
 
 inline Resources res(std::initializer_list<std::pair<int32_t, std::optional<std::string>>> list) {
     Resources out;
@@ -56,36 +43,6 @@ inline Pairs pairs(const Resources& resources) {
     return out;
 }
 
-inline Answer result(int32_t value) {
-    Answer a;
-    a.result = value;
-    return a;
-}
-// The transaction works, the status is not OK.
-inline Answer refused() {
-    Answer a;
-    a.exception = EX_SERVICE_SPECIFIC;
-    a.serviceSpecificError = 3;
-    return a;
-}
-inline Answer records(std::vector<TorqRequestData> recs) {
-    Answer a;
-    a.records = std::move(recs);
-    return a;
-}
-
-// A parcel with every field at its default but these. (The HAL records parcels without
-// their callback.)
-inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data, int32_t tag = 0,
-                                bool marked = false) {
-    TorqRequestParcel p;
-    p.kind = kind;
-    p.data = std::move(data);
-    p.tag = tag;
-    if (marked) p.extras = std::vector<std::optional<std::string>>{std::string("zdbdebug")};
-    return p;
-}
-
 // What reached a caller callback, and on which thread.
 struct Delivery {
     Pairs resources;
@@ -97,21 +54,18 @@ struct Delivery {
 class Recorder : public IClientCallback, public IClientCallbackByPath {
   public:
     void onCallback(std::list<ZelClient::Resource> resources) override {
-        record(pairs(resources), {}, {});
+        record({pairs(resources), {}, {}, std::this_thread::get_id()});
     }
     void onCallback(Strings values, Strings paths) override {
-        record({}, std::move(values), std::move(paths));
+        record({{}, std::move(values), std::move(paths), std::this_thread::get_id()});
     }
     std::vector<Delivery> deliveries() const {
         std::lock_guard<std::mutex> guard(mutex_);
         return deliveries_;
     }
-    size_t count() const { return deliveries().size(); }
 
   private:
-    void record(Pairs resources, Strings values, Strings paths) {
-        Delivery d{std::move(resources), std::move(values), std::move(paths),
-                   std::this_thread::get_id()};
+    void record(Delivery d) {
         std::lock_guard<std::mutex> guard(mutex_);
         deliveries_.push_back(std::move(d));
     }
@@ -119,7 +73,7 @@ class Recorder : public IClientCallback, public IClientCallbackByPath {
     std::vector<Delivery> deliveries_;
 };
 
-// The answers these tests take for granted: the HAL confirms every release and unregistration.
+// The HAL confirms every release and unregistration unless a test says otherwise.
 inline void confirmReleases(SimHost& hal) {
     for (const char* method : {"release", "listeningUnregister", "thermalListeningUnregister"}) {
         hal.setAnswer(method, result(1));
@@ -127,8 +81,8 @@ inline void confirmReleases(SimHost& hal) {
 }
 
 // Every test starts disconnected (killing the previous test's HAL fired the death notice, which
-// reset drains) with a fresh reference HAL. The HAL calls nobody back on its own: each test makes
-// the callbacks it wants with invokeCallback.
+// reset drains) with a fresh reference HAL that calls nobody back on its own: each test makes the
+// callbacks it wants with answer().
 class HalclientTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -150,10 +104,10 @@ class HalclientTest : public ::testing::Test {
     Strings lines(const char* tag = "TORQFramework-lib-vendor") const {
         Strings out;
         for (const auto& l : log_.linesWithTag(tag)) {
-            char level = l.priority == ANDROID_LOG_ERROR  ? 'E'
-                         : l.priority == ANDROID_LOG_INFO ? 'I'
-                                                          : '?';
-            out.push_back(std::string(1, level) + " " + l.text);
+            const char* level = l.priority == ANDROID_LOG_ERROR  ? "E "
+                                : l.priority == ANDROID_LOG_INFO ? "I "
+                                                                 : "? ";
+            out.push_back(level + l.text);
         }
         return out;
     }
@@ -170,7 +124,7 @@ class HalclientTest : public ::testing::Test {
         drain();
     }
 
-    torq_test::LogCapture log_;
+    LogCapture log_;
     std::unique_ptr<SimHost> hal_;
     std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };

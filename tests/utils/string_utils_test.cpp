@@ -44,59 +44,24 @@ TEST(StringUtils, ParseIntReadsALeadingDecimalOrGivesZero) {
     }
 }
 
-// Every string of up to `maxLen` bytes over `alphabet`.
-std::vector<std::string> allStrings(const std::string& alphabet, size_t maxLen) {
-    std::vector<std::string> out{""};
-    for (size_t len = 1, begin = 0; len <= maxLen; ++len) {
-        const size_t end = out.size();
-        for (size_t i = begin; i < end; ++i) {
-            for (char c : alphabet) out.push_back(out[i] + c);
-        }
-        begin = end;
-    }
-    return out;
-}
+// Tokens are the maximal runs of non-delimiter bytes; a one-byte set takes another search path
+// than a longer one, and an empty set splits nothing. (The fuzzer holds both functions to these
+// rules on arbitrary text.)
+TEST(StringUtils, SplitAndTrimCutOnlyBytesOfTheirSet) {
+    using Tokens = std::vector<std::string>;
+    EXPECT_EQ(stringUtils::split(",a,,b;c,", ","), (Tokens{"a", "b;c"}));
+    EXPECT_EQ(stringUtils::split(",a,,b;c;", ",;"), (Tokens{"a", "b", "c"}));
+    EXPECT_EQ(stringUtils::split("a,b", ""), (Tokens{"a,b"}));
+    EXPECT_EQ(stringUtils::split(",,", ","), Tokens{});
+    EXPECT_EQ(stringUtils::split("", ","), Tokens{});
 
-// Against a byte-by-byte model over every short text: tokens are the maximal runs of
-// non-delimiter bytes. The one-byte set takes another search path than the longer one; the empty
-// set splits nothing.
-TEST(StringUtils, SplitGivesTheMaximalNonDelimiterRuns) {
-    for (const std::string delimiters : {"", ",", ",;"}) {
-        for (const std::string& text : allStrings("ab,;", 6)) {
-            std::vector<std::string> expected(1);
-            for (char c : text) {
-                if (delimiters.find(c) == std::string::npos) {
-                    expected.back() += c;
-                } else if (!expected.back().empty()) {
-                    expected.emplace_back();
-                }
-            }
-            if (expected.back().empty()) expected.pop_back();
-            EXPECT_EQ(stringUtils::split(text, delimiters), expected)
-                    << '"' << text << "\" by \"" << delimiters << '"';
-        }
-    }
-}
-
-// Against a byte-by-byte model: only bytes of the set are cut, and only at the ends.
-TEST(StringUtils, TrimCutsExactlyTheSetBytesAtTheEnds) {
     EXPECT_EQ(stringUtils::trim("\t x y \r\n", WHITESPACE), "x y");
     EXPECT_EQ(stringUtils::trim("\f x\v", WHITESPACE), "\f x\v");  // not blanks here
-    for (const std::string set : {WHITESPACE, "", "a", "ab"}) {
-        const auto inSet = [&](char c) { return set.find(c) != std::string::npos; };
-        for (const std::string& text : allStrings("ab \t\f", 5)) {
-            SCOPED_TRACE("text: \"" + text + "\" set: \"" + set + "\"");
-            std::string left = text;
-            while (!left.empty() && inSet(left.front())) left.erase(0, 1);
-            std::string right = text;
-            while (!right.empty() && inSet(right.back())) right.pop_back();
-            std::string both = left;
-            while (!both.empty() && inSet(both.back())) both.pop_back();
-            EXPECT_EQ(stringUtils::trimLeft(text, set.c_str()), left);
-            EXPECT_EQ(stringUtils::trimRight(text, set.c_str()), right);
-            EXPECT_EQ(stringUtils::trim(text, set.c_str()), both);
-        }
-    }
+    EXPECT_EQ(stringUtils::trimLeft("abxab", "ab"), "xab");
+    EXPECT_EQ(stringUtils::trimRight("abxab", "ab"), "abx");
+    EXPECT_EQ(stringUtils::trim("abxab", "ab"), "x");
+    EXPECT_EQ(stringUtils::trim("abab", "ab"), "");
+    EXPECT_EQ(stringUtils::trim(" a ", ""), " a ");
 }
 
 }  // namespace

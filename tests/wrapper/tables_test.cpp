@@ -138,38 +138,4 @@ TEST(Builders, GameUpgradeReadsOnlyLevelAndText) {
     EXPECT_EQ(entriesOf({ZelResourceInfo(-1, "")}), (Entries{{0xFFFFFFFF, ""}}));
 }
 
-// Texts of every shape from a small alphabet: nothing throws, reads past a table or yields a
-// value-less entry, and every opcode comes from the builder's own tables.
-TEST(Builders, AcceptAnyText) {
-    std::vector<std::string> texts{""};
-    for (size_t len = 1, begin = 0; len <= 5; ++len) {
-        const size_t end = texts.size();
-        for (size_t i = begin; i < end; ++i) {
-            for (char c : std::string("1x-,;: ")) texts.push_back(texts[i] + c);
-        }
-        begin = end;
-    }
-    const std::set<uint32_t> loadCodes(std::begin(opCodeTargetLoad), std::end(opCodeTargetLoad));
-    std::set<uint32_t> adpCodes;
-    for (const uint32_t* table : {opCodeAdpXpuCoreBoost, opCodeAdpXpuCoreLimit,
-                                  opCodeAdpXpuFreqBoost, opCodeAdpXpuFreqLimit}) {
-        adpCodes.insert(table, table + 4);
-    }
-    const std::set<uint32_t> colocCodes = {0x01011040, 0x01010FB0, 0x01010FC0};
-    const auto check = [](const std::vector<ZelClient::Resource>& list,
-                          const std::set<uint32_t>& codes) {
-        for (const auto& [opcode, value] : entriesOf(list)) {
-            EXPECT_EQ(codes.count(opcode), 1u) << opcode;
-            EXPECT_NE(value, "<absent>");
-        }
-    };
-    for (const std::string& text : texts) {
-        SCOPED_TRACE("text: \"" + text + "\"");
-        check(getTargetLoadList(text), loadCodes);
-        check(getGameAdpList(text), adpCodes);
-        check(getColocationList("colocation:" + text), colocCodes);
-        check(getColocationList("groupmigrate:" + text), colocCodes);
-    }
-}
-
 }  // namespace

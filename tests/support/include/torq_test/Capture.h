@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,12 @@ struct LogLine {
         return priority == o.priority && hasTag == o.hasTag && tag == o.tag && text == o.text;
     }
 };
+
+/** Shows a line in a failed comparison. */
+inline void PrintTo(const LogLine& l, std::ostream* os) {
+    *os << "{prio " << l.priority << ", " << (l.hasTag ? l.tag : "<no tag>") << ", \"" << l.text
+        << "\"}";
+}
 
 // While alive, every line written through liblog in this process (any emulated process; they all
 // share the address space) is recorded, at every priority, and not printed. Only one at a time.

@@ -1,0 +1,361 @@
+// Every entry point: what the HAL receives, what the caller gets back and logs, and the failure
+// rule of the shared connection (no HAL, a refusing HAL, a dying HAL).
+
+#include <functional>
+#include <map>
+
+#include "HalclientTest.h"
+
+namespace halclient_test {
+namespace {
+
+using namespace torqHalclient;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
+using CallsTest = HalclientTest;
+
+TorqRequestParcel ctl(int32_t kind, int32_t param, int64_t duration, int32_t option, bool flag,
+                      int32_t tag, std::vector<TorqRequestData> data, bool marked = false) {
+    TorqRequestParcel p = parcel(kind, std::move(data), tag, marked);
+    p.param = param;
+    p.duration = duration;
+    p.option = option;
+    p.flag = flag;
+    return p;
+}
+
+TEST_F(CallsTest, MismatchedInputIsRefusedBeforeAnythingIsSent) {
+    size_t registered = requestCallbacks();
+    for (Resources r : {res({{0x010108a0, std::nullopt}}), res({{0x010108a0, ""}}),
+                        res({{0x1, "1"}, {0, "1"}})}) {
+        log_.clear();
+        EXPECT_EQ(torqResCtlRequest(1, 2, r, 3), -1);
+        EXPECT_EQ(torqResCtlRequest(1, 2, r, 3, 4, 5, cb_), -1);
+        EXPECT_EQ(torqThermalNotify(r, 0), -1);
+        EXPECT_THAT(lines(),
+                    ElementsAre("I torq client torqResCtlRequest",
+                                "E torqResCtlRequest ERROR: size unmatched for id and value ",
+                                "I torq client torqResCtlRequest with callback",
+                                "E torq client torq_resctl_request ERROR: size unmatched for id "
+                                "and value ",
+                                "I torq client torqThermalNotify",
+                                "E torqThermalNotify ERROR: size unmatched for id and level "));
+    }
+    log_.clear();
+    EXPECT_EQ(torq_resctl_request_by_path(4, 5, {"/p1", "/p2"}, {"1"}, 6, 1, 7), -1);
+    EXPECT_EQ(torq_resctl_request_with_callback_by_path(4, 5, {"/p1"}, {}, 6, 1, 7, cb_), -1);
+    EXPECT_THAT(lines(),
+                ElementsAre("I torq client torq_resctl_request",
+                            "E torq_resctl_request ERROR: size unmatched for paths and value ",
+                            "I torq client torq_resctl_request_with_callback",
+                            "E torq client torq_resctl_request ERROR: size unmatched for id and "
+                            "value "));
+    EXPECT_EQ(hal().count("request"), 0u);
+    EXPECT_EQ(requestCallbacks(), registered);
+}
+
+TEST_F(CallsTest, ReleasesAndPropertySetPassTheirArgumentsAndReturnTheHalsResult) {
+    hal().setAnswer("release", result(-3));
+    EXPECT_EQ(torqResCtlRelease(17), -3);
+    EXPECT_EQ(hal().last("release").handle, 17);
+    EXPECT_EQ(torqSACtlRelease(18), -3);
+    EXPECT_EQ(hal().last("release").handle, 18);
+    hal().setAnswer("propertySet", result(12));
+    EXPECT_EQ(torqPropertySet("a.b", "on"), 12);
+    EXPECT_EQ(hal().last("propertySet").name, "a.b");
+    EXPECT_EQ(hal().last("propertySet").value, "on");
+}
+
+TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
+    hal().setAnswer("stateRequest",
+                    records({idRecord(0x99, "1,2"), idRecord(0x10), pathRecord("/x", "p")}));
+    Resources query = res({{0x10, std::nullopt}, {0x20, "5"}});
+    Resources out = res({{0x1, "old"}});
+    EXPECT_EQ(torqResStateRequest(query, 3, out), 4);
+    EXPECT_EQ(hal().last("stateRequest").parcel,
+              parcel(0, {idRecord(0x10, ""), idRecord(0x20, "5")}, 3));
+    EXPECT_EQ(pairs(out), (Pairs{{0x1, "old"}, {0x99, "1,2"}, {0x10, ""}, {0, "p"}}));
+    EXPECT_THAT(lines(), ElementsAre("I torq client torqResStateRequest",
+                                     "I torq client hal torqResStateRequest",
+                                     "I torq client torqResStateRequest size 4"));
+
+    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
+                                             pathRecord("/y", std::nullopt)}));
+    const Strings paths{"/a", "/b", "/c"};
+    Strings strings{"kept"};
+    // Values that do not match the paths are dropped: only the paths are asked.
+    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2"}, 2, strings), 4);
+    EXPECT_EQ(
+            hal().last("stateRequest").parcel,
+            parcel(0, {pathRecord("/a", {}), pathRecord("/b", {}), pathRecord("/c", {})}, 2, true));
+    EXPECT_EQ(strings, (Strings{"kept", "9", "8", ""}));
+    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2", "3"}, 2, strings), 7);
+    EXPECT_EQ(hal().last("stateRequest").parcel,
+              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2"), pathRecord("/c", "3")}, 2,
+                     true));
+
+    // The map keeps the last value per path and skips records without a path or a value.
+    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
+                                             pathRecord("/z", "10"), pathRecord("/y", "")}));
+    std::map<std::string, std::string> map{{"/old", "o"}};
+    log_.clear();
+    EXPECT_EQ(torq_res_state_request_map_by_path({{"/q", "1"}}, 3, map), 3);
+    EXPECT_EQ(hal().last("stateRequest").parcel, parcel(0, {pathRecord("/q", "1")}, 3, true));
+    EXPECT_EQ(map, (std::map<std::string, std::string>{{"/old", "o"}, {"/y", ""}, {"/z", "10"}}));
+    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_state_request_map",
+                                     "E res_Path: /z, res_Value:9", "E res_Path: /z, res_Value:10",
+                                     "E res_Path: /y, res_Value:",
+                                     "I torq client torq_res_state_request_map size 3"));
+
+    // No records is a failure, and the outputs stay as they were.
+    hal().setAnswer("stateRequest", records({}));
+    EXPECT_EQ(torqResStateRequest(query, 3, out), -1);
+    EXPECT_EQ(torq_res_state_request_by_path(paths, {}, 2, strings), -1);
+    EXPECT_EQ(torq_res_state_request_map_by_path({{"/q", "1"}}, 3, map), -1);
+    EXPECT_EQ(out.size() + strings.size() + map.size(), 4u + 7u + 3u);
+}
+
+TEST_F(CallsTest, PropertyGetReturnsAnOwnedCopyAndAbortsOnOneTooLongForItsBuffer) {
+    SentAnswer a;
+    a.text = std::string(255, 'v');
+    hal().setAnswer("propertyGet", a);
+    char* value = torqPropertyGet("vendor.torq.mode");
+    EXPECT_EQ(hal().last("propertyGet").name, "vendor.torq.mode");
+    EXPECT_EQ(std::string(value), a.text);
+    delete[] value;
+    EXPECT_THAT(lines(),
+                ElementsAre("I torq client torqPropertyGet", "I torqPropertyGet " + *a.text + " "));
+
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    a.text->push_back('v');
+    hal().setAnswer("propertyGet", a);
+    EXPECT_DEATH(delete[] torqPropertyGet("p"), "");
+}
+
+struct Call {
+    std::string entry;   // the INFO line each call starts with
+    std::string method;  // the ITorq method it makes
+    std::string step;    // the name its failure line reports
+    std::function<int32_t()> run;
+    std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a request sends
+    Strings callbackLog = {};  // the lines a callback form logs before sending
+    bool acceptance = false;   // 0 for a handle, -1 for none, instead of the handle
+};
+
+// Most calls start with "torq client <name>" and report failures under <name>.
+Call named(const std::string& name, const char* method, std::function<int32_t()> run) {
+    return {"torq client " + name, method, name, std::move(run)};
+}
+Call sends(Call call, TorqRequestParcel parcel, Strings callbackLog = {}, bool acceptance = false) {
+    call.parcel = std::move(parcel);
+    call.callbackLog = std::move(callbackLog);
+    call.acceptance = acceptance;
+    return call;
+}
+Strings addsClient(const std::string& entry, const std::string& added) {
+    return {"I " + entry, "I new std::shared_ptr TorqCallbackClient callback",
+            "I torq client " + added + " add to request_callbacks"};
+}
+
+// Every entry point. For requests: omitted arguments are -1, level >= 1 sets the flag, every
+// resource goes out with its value, empty when the caller gave none; by path, a -> param,
+// b -> duration, c -> option, d >= 1 -> flag, e -> tag.
+const std::vector<Call>& allCalls() {
+    static Resources r = res({{0x5, "1"}}), levels = res({{1, "3"}, {2, "0"}}), out;
+    static Resources mixed = res({{0x010108a0, "1200"}, {0x2, "x,y"}, {0, {}}, {0, ""}});
+    static const std::vector<TorqRequestData> one{idRecord(0x5, "1")};
+    static Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
+    static const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
+    static std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
+    static const auto cb = std::make_shared<Recorder>();
+    static const int64_t kLong = INT64_C(1) << 40;
+    static const std::vector<Call> calls =
+            [] {
+                const std::string resCtl = "torqResCtlRequest", pathCtl = "torq_resctl_request";
+                const Call resCtlCb{"torq client torqResCtlRequest with callback", "request",
+                                    "torq client TorqCallbackClient with callback",
+                                    [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }};
+                const Call saCb{"torq client torqSACtlRequest with callback", "request",
+                                "torqSACtlRequest with callback",
+                                [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }};
+                const Call pathCtlCb{"torq client torq_resctl_request_with_callback", "request",
+                                     "torq client torq_resctl_request_with_callback", [] {
+                                         return torq_resctl_request_with_callback_by_path(
+                                                 4, 5, paths, values, 6, -3, 7, cb);
+                                     }};
+                std::vector<Call> v = {
+                named("torq_init", "init", [] { return torq_init(), 0; }),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); }),
+                      ctl(1, 7, -1, 3, true, 9,
+                          {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
+                           idRecord(0, "")})),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 11); }),
+                      ctl(1, -1, 10, -1, false, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 1, 11); }),
+                      ctl(1, -1, 10, -1, true, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 0, 11); }),
+                      ctl(1, -1, 10, -1, false, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 5, 2, 11); }),
+                      ctl(1, -1, 10, 5, true, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, INT32_MIN, r, 11); }),
+                      ctl(1, 3, INT32_MIN, -1, false, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, 10, r, 7, 11); }),
+                      ctl(1, 3, 10, -1, true, 11, one)),
+                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, 10, r, 6, -1, 11); }),
+                      ctl(1, 3, 10, 6, false, 11, one)),
+                sends(resCtlCb, ctl(1, 1, 2, 3, false, 5, one),
+                      addsClient("torq client torqResCtlRequest with callback", resCtl)),
+                // SA control: one id, no value.
+                sends(named("torqSACtlRequest", "request",
+                            [] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); }),
+                      ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
+                sends(named("torqSACtlRequest", "request", [] { return torqSACtlRequest(-5, 0x34, 8); }),
+                      ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
+                sends(saCb, ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
+                      addsClient("torq client torqSACtlRequest with callback", "torqSACtlRequest")),
+                named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
+                named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
+                {"torqResListeningRegister", "listeningRegister", "torq_res_listening_register_map",
+                 [] { return torqResListeningRegister(r, 0, cb); }},
+                named("torqResListeningUnRegister", "listeningUnregister",
+                      [] { return torqResListeningUnRegister(-77); }),
+                named("torqResStateRequest", "stateRequest",
+                      [] { return torqResStateRequest(r, 0, out); }),
+                sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
+                      parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
+                {"torqThermalListeningRegister", "thermalListeningRegister",
+                 "torqThermalListeningRegister", [] { return torqThermalListeningRegister({1}, cb); }},
+                named("torqThermalListeningUnregister", "thermalListeningUnregister",
+                      [] { return torqThermalListeningUnregister(9); }),
+                sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
+                       [] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); }},
+                      ctl(1, 4, kLong, 6, true, 7, byPath, true)),
+                sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
+                       [] { return torq_resctl_request_by_path(4, 5, paths, values, 6, 0, 7); }},
+                      ctl(1, 4, 5, 6, false, 7, byPath, true)),
+                sends(pathCtlCb, ctl(1, 4, 5, 6, false, 7, byPath, true),
+                      addsClient("torq client torq_resctl_request_with_callback",
+                                 "torq_resctl_request_with_callback")),
+                named("torq_res_state_request", "stateRequest",
+                      [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
+                named("torq_res_state_request_map", "stateRequest",
+                      [] { return torq_res_state_request_map_by_path(pathMap, 0, mapOut); }),
+                named("torq_res_listening_register", "listeningRegister",
+                      [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
+                named("torq_res_listening_register_map", "listeningRegister",
+                      [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
+                named("torqPropertyGet", "propertyGet",
+                      [] { return delete[] torqPropertyGet("p"), -1; }),
+                named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
+        };
+                // Commands: a kind-5 request whose one entry is the command's code (9 is none).
+                const std::pair<const char*, int32_t (*)()> commands[] = {
+                        {"torqDumpToDoQueue", torqDumpToDoQueue},
+                        {"torqDumpRunMap", torqDumpRunMap},
+                        {"torqDumpActiveResMap", torqDumpActiveResMap},
+                        {"torqDumpResRequest", torqDumpResRequest},
+                        {"torqDumpResInfo", torqDumpResInfo},
+                        {"torqDumpSAInfo", torqDumpSAInfo},
+                        {"torqDumpPidFdList", torqDumpPidFdList},
+                        {"torqDumpPidfdMonitorMap", torqDumpPidfdMonitorMap},
+                        {"torqDumpResRecordList", torqDumpResRecordList},
+                        {"torqHistoryRequestRecordOn", torqHistoryRequestRecordOn},
+                        {"torqHistoryRequestRecordOff", torqHistoryRequestRecordOff}};
+                int32_t code = 0;
+                for (const auto& [name, command] : commands) {
+                    TorqRequestParcel p = parcel(5, {idRecord(code)});
+                    p.option = 1;
+                    v.push_back(sends(named(name, "request", command), p));
+                    v.back().acceptance = true;
+                    code += code == 8 ? 2 : 1;
+                }
+                return v;
+            }();
+    return calls;
+}
+
+// A callback form registers its client before sending, and keeps it registered when the HAL
+// answers no handle: no answer will ever remove it. Commands and thermal levels answer 0 when the
+// HAL gave a handle, else -1.
+TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
+    size_t registered = requestCallbacks(), callbackForms = 0;
+    for (const Call& call : allCalls()) {
+        if (!call.parcel) continue;
+        SCOPED_TRACE(call.entry);
+        hal().setAnswer("request", result(42));
+        log_.clear();
+        EXPECT_EQ(call.run(), call.acceptance ? 0 : 42);
+        EXPECT_EQ(hal().last("request").parcel, *call.parcel);
+        bool withCallback = !call.callbackLog.empty();
+        EXPECT_EQ(hal().last("request").hasCallback, withCallback);
+        if (withCallback) {
+            EXPECT_EQ(lines(), call.callbackLog);
+        }
+        callbackForms += withCallback ? 1 : 0;
+        hal().setAnswer("request", result(0));
+        EXPECT_EQ(call.run(), call.acceptance ? -1 : 0);
+    }
+    EXPECT_EQ(callbackForms, 3u);
+    EXPECT_EQ(requestCallbacks(), registered + 6);
+}
+
+// Each call twice: without a declared HAL it fails after one "not declared" line; with one that
+// refuses (or breaks the transaction) it reports its step and drops the cached interface, which
+// the next round proves by looking the service up again.
+TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
+    bool useBroken = false;
+    for (const Call& call : allCalls()) {
+        SCOPED_TRACE(call.entry);
+        binder_host::undeclareInstance(torq_sim::kTorqInstance);
+        log_.clear();
+        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
+        Strings got = lines();
+        // Only the property read logs its (unwritten) buffer afterwards.
+        ASSERT_EQ(got.size(), call.method == "propertyGet" ? 3u : 2u);
+        EXPECT_EQ(got[0], "I " + call.entry);
+        EXPECT_EQ(got[1], kNotDeclared);
+
+        binder_host::declareInstance(torq_sim::kTorqInstance);
+        hal().clearAnswers();
+        hal().setAnswer(call.method, (useBroken = !useBroken) ? broken() : refused());
+        hal().clearCalls();
+        log_.clear();
+        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
+        EXPECT_EQ(hal().count(call.method), 1u);
+        EXPECT_THAT(lines(),
+                    Contains("E " + call.step + "() failed: torq HAL service not available"));
+    }
+    binder_host::undeclareInstance(torq_sim::kTorqInstance);
+    log_.clear();
+    EXPECT_EQ(torqResCtlRelease(1), -1);
+    EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease", kNotDeclared));
+}
+
+// Connecting logs nothing, and a cached interface does not care that the instance is gone. Each
+// connection, also one made after a failed call, is watched for the HAL's death.
+TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
+    torq_init();
+    EXPECT_EQ(torqResCtlRelease(4), 1);
+    EXPECT_THAT(lines(), ElementsAre("I torq client torq_init", "I torq client torqResCtlRelease"));
+    binder_host::undeclareInstance(torq_sim::kTorqInstance);
+    EXPECT_EQ(torqSACtlRelease(6), 1);
+    binder_host::declareInstance(torq_sim::kTorqInstance);
+
+    hal().answerOnce("release", refused());
+    EXPECT_EQ(torqResCtlRelease(1), -1);
+    EXPECT_EQ(torqResCtlRelease(2), 1);
+    log_.clear();
+    hal().kill();
+    hal().restart();
+    drain();
+    EXPECT_THAT(lines(), ElementsAre("E Torq HAL Service died"));
+    hal().clearCalls();
+    log_.clear();
+    EXPECT_EQ(torqResCtlRelease(3), 1);
+    EXPECT_EQ(hal().count("release"), 1u);
+    EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease"));
+}
+
+}  // namespace
+}  // namespace halclient_test
