@@ -286,32 +286,22 @@ void Output::report(const Report& r) {
 }
 
 void Output::callback(const CallbackEvent& event) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!json_) {
-        emit(describeCallback(event));
-        return;
-    }
     Json::Value j(Json::objectValue);
     j["event"] = "callback";
     j["to"] = event.to;
     j["handle"] = event.handle > 0 ? Json::Value(event.handle) : Json::Value();
     j["records"] = recordsJson(event.records, event.byPath ? "path" : "id");
-    emitJson(j);
+    message(describeCallback(event), j);
 }
 
 void Output::log(const LogLine& line) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!json_) {
-        emit(std::string("log: ") + priorityLetter(line.priority) + "/" + line.tag + ": " +
-             line.message);
-        return;
-    }
     Json::Value j(Json::objectValue);
     j["event"] = "log";
     j["priority"] = priorityLetter(line.priority);
     j["tag"] = line.tag;
     j["message"] = line.message;
-    emitJson(j);
+    message(std::string("log: ") + j["priority"].asString() + "/" + line.tag + ": " + line.message,
+            j);
 }
 
 void Output::message(const std::string& text, const Json::Value& json) {
