@@ -508,7 +508,7 @@ void prop(Call& k, const Command& c) {
 // The commands that are one library call each.
 struct CallCommand {
     const char* word;
-    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
+    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient (none: no)
     const char* origin;                   // what made a handle it obtains (none: not kept)
     void (*fill)(Call& k, const Command& c);
 };
@@ -517,19 +517,15 @@ bool always(const Command& /*c*/) {
     return true;
 }
 
-bool never(const Command& /*c*/) {
-    return false;
-}
-
 const CallCommand kCallCommands[] = {
-        {"acquire", never, "wrapper", acquire},
-        {"notify", never, nullptr, notify},
-        {"acquire-id", never, "zel", acquireId},
-        {"res-acquire", never, "zel", resAcquire},
-        {"zel-notify", never, nullptr, zelNotify},
-        {"rule", never, nullptr, rule},
-        {"sysinfo", never, nullptr, sysInfo},
-        {"pm", never, nullptr, pm},
+        {"acquire", nullptr, "wrapper", acquire},
+        {"notify", nullptr, nullptr, notify},
+        {"acquire-id", nullptr, "zel", acquireId},
+        {"res-acquire", nullptr, "zel", resAcquire},
+        {"zel-notify", nullptr, nullptr, zelNotify},
+        {"rule", nullptr, nullptr, rule},
+        {"sysinfo", nullptr, nullptr, sysInfo},
+        {"pm", nullptr, nullptr, pm},
         {"resctl", always, "halclient", resCtl},
         {"resctl-path", always, "halclient", resCtlPath},
         {"sactl", always, "sa", saCtl},
@@ -641,7 +637,7 @@ int Console::execute(const Command& c) {
 int Console::dispatch(const Command& c) {
     for (const CallCommand& command : kCallCommands) {
         if (command.word == c.word) {
-            return call(c, command.halclient(c), command.origin,
+            return call(c, command.halclient != nullptr && command.halclient(c), command.origin,
                         [&](Call& k) { command.fill(k, c); });
         }
     }

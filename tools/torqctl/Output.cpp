@@ -144,18 +144,6 @@ Json::Value answerJson(const torq_sim::SentAnswer& a) {
     return out;
 }
 
-std::string halLine(const torq_sim::JournalEntry& e) {
-    switch (e.type) {
-        case torq_sim::JournalEntry::Type::kCall:
-            return "  HAL received: " + e.toString();
-        case torq_sim::JournalEntry::Type::kCallback:
-            return "  HAL sent:     " + e.toString();
-        case torq_sim::JournalEntry::Type::kNote:
-            return "  " + e.toString();
-    }
-    return "";
-}
-
 }  // namespace
 
 std::string validUtf8(const std::string& text) {
@@ -281,7 +269,9 @@ void Output::report(const Report& r) {
     for (const std::string& d : r.details) emit("    " + d);
     if (r.halVisible) {
         if (r.hal.empty()) emit("  HAL received: nothing");
-        for (const auto& e : r.hal) emit(halLine(e));
+        // In the order of JournalEntry::Type: a call, a callback, a note.
+        static const char* const kPrefix[] = {"  HAL received: ", "  HAL sent:     ", "  "};
+        for (const auto& e : r.hal) emit(kPrefix[static_cast<int>(e.type)] + e.toString());
     }
 }
 

@@ -96,9 +96,6 @@ int checkedExit(const Output& out, int status) {
 #endif
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::string(argv[1]) == "--version") {
-        return printf("torqctl %s\n", TORQCTL_VERSION) < 0 ? 1 : 0;
-    }
     const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     static Output out(parsed.global.json);
     if (!parsed.ok) {
