@@ -668,9 +668,9 @@ int Console::actions(const Command& c) {
     const std::string pattern = lower(c.name);
     for (size_t i = 0; i < gActionList.size(); ++i) {
         if (!pattern.empty() && lower(gActionList[i]).find(pattern) == std::string::npos) continue;
-        std::string number = std::to_string(i);
-        lines.push_back(std::string(number.size() < 5 ? 5 - number.size() : 0, ' ') + number +
-                        "  " + gActionList[i]);
+        char number[32];
+        snprintf(number, sizeof(number), "%5zu  ", i);
+        lines.push_back(number + gActionList[i]);
         Json::Value item(Json::objectValue);
         item["id"] = static_cast<Json::UInt64>(i);
         item["name"] = gActionList[i];
