@@ -560,6 +560,11 @@ bool parseOpcode(const std::string& text, int32_t* out) {
     return true;
 }
 
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 const char* dumpName(int32_t code) {
     static const char* const kNames[] = {"ToDoQueue",  "RunMap",          "ActiveResMap",
                                          "ResRequest", "ResInfo",         "SAInfo",
@@ -571,10 +576,6 @@ const char* dumpName(int32_t code) {
 int32_t dumpCodeFor(const std::string& text) {
     int32_t code = -1;
     if (parseInt32(text, &code)) return dumpName(code) != nullptr ? code : -1;
-    auto lower = [](std::string s) {
-        for (char& ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-        return s;
-    };
     for (int32_t i = 0; i <= 8; ++i) {
         if (lower(text) == lower(dumpName(i))) return i;
     }
@@ -652,12 +653,6 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
         return r;
     }
     if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) words[0] = "help";
-    if (words.empty()) {
-        ParseResult r;
-        r.global = global;
-        r.error = "missing command (try 'torqctl help')";
-        return r;
-    }
     return parseWords(std::move(words), global);
 }
 

@@ -83,6 +83,9 @@ bool parseInt32(const std::string& text, int32_t* out);
 bool parseInt64(const std::string& text, int64_t* out);
 bool parseOpcode(const std::string& text, int32_t* out);
 
+// `text` in lower case (ASCII letters only).
+std::string lower(std::string text);
+
 // The dump table for a code "0".."8" or a name ("RunMap", case-insensitive). -1 if neither.
 int32_t dumpCodeFor(const std::string& text);
 const char* dumpName(int32_t code);

@@ -69,11 +69,6 @@ std::string argText(int64_t value) {
     return std::to_string(value);
 }
 
-std::string lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
 }  // namespace
 
 // The caller-side callback object, by id or by path: it turns the library's callbacks into
@@ -761,17 +756,17 @@ int Console::listen(const Command& c) {
     const int64_t ms = c.forMs.value_or(kDefaultListenMs);
     if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    return stopListening(c, handle, thermal);
+    Command stop = c;  // the listener it does not keep
+    stop.number = handle;
+    return unlisten(stop);
 }
 
+// unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
 int Console::unlisten(const Command& c) {
-    return stopListening(c, c.number, c.word == "thermal-unlisten");
-}
-
-int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
+    const int32_t handle = c.number;
+    const bool thermal = c.word.compare(0, 7, "thermal") == 0;
     const std::string origin = thermal ? "thermal listener" : "listener";
-    // Called by listen itself for a listener it does not keep.
-    const bool typed = c.word == "unlisten" || c.word == "thermal-unlisten";
+    const bool typed = c.word.find("unlisten") != std::string::npos;
     if (typed && shellMode_) {
         auto it = handles_.find(handle);
         if (it == handles_.end() || it->second != origin) {

@@ -86,7 +86,6 @@ class Console {
     int release(const Command& c);
     int listen(const Command& c);
     int unlisten(const Command& c);
-    int stopListening(const Command& c, int32_t handle, bool thermal);
     int dump(const Command& c);
     int init(const Command& c);
     int journal(const Command& c);

@@ -235,10 +235,6 @@ void Output::emit(const std::string& line) {
     if (!ok) writeFailed_ = true;
 }
 
-void Output::emitJson(const Json::Value& value) {
-    emit(toJsonLine(value));
-}
-
 bool Output::writeFailed() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return writeFailed_ || ferror(out_) != 0;
@@ -255,7 +251,7 @@ void Output::report(const Report& r) {
         j["ok"] = r.ok;
         for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
         if (r.halVisible) j["hal"] = halJson(r.hal);
-        emitJson(j);
+        emit(toJsonLine(j));
         return;
     }
     std::string head = r.call + "(" + r.args + ")";
@@ -299,7 +295,7 @@ void Output::message(const std::string& text, const Json::Value& json) {
     if (!json_) {
         emit(text);
     } else if (json.isObject()) {
-        emitJson(json);
+        emit(toJsonLine(json));
     }
 }
 
@@ -315,7 +311,7 @@ void Output::error(const std::string& text, int exit) {
         Json::Value j(Json::objectValue);
         j["error"] = text;
         j["exit"] = exit;
-        emitJson(j);
+        emit(toJsonLine(j));
     } else {
         fflush(out_);
     }
