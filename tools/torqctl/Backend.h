@@ -28,14 +28,9 @@ class Backend {
     virtual uint64_t journalMark() const { return 0; }
     virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }
     virtual std::vector<std::string> takeDumpOutput() { return {}; }
-    virtual bool killHal(std::string* error) {
-        *error = "kill-hal needs the simulator";
-        return false;
-    }
-    virtual bool restartHal(std::string* error) {
-        *error = "restart-hal needs the simulator";
-        return false;
-    }
+    // Only the simulator can be killed and restarted (torqctl asks no other backend).
+    virtual bool killHal(std::string* /*error*/) { return false; }
+    virtual bool restartHal(std::string* /*error*/) { return false; }
     // Runs `fn` on the simulator's model; false when there is none (or it is dead).
     virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
         return false;

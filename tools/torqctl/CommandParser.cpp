@@ -1,6 +1,7 @@
-// A command of the language is a Verb and a line in kVerbs: its synopsis gives its name, its
-// options and its usage text, its Arg list the fields its other words go to (kOptionFields
-// those of the options). Parser::interpret adds what a command checks beyond that.
+// A command of the language is a line in kVerbs: its synopsis gives its name, its options (and
+// the values an option allows, "--via a|b") and its usage text, its Arg list the fields its other
+// words go to (kOptionFields those of the options). Parser::interpret adds what a command checks
+// beyond that.
 
 #include "CommandParser.h"
 
@@ -58,7 +59,6 @@ std::vector<Arg> takes(Args... args) {
 // with the command's name and lists its options, "[--tag N]" one that takes a value, "[--map]"
 // one that takes none. `args` says where its other words go.
 struct VerbInfo {
-    Verb verb;
     size_t minArgs;
     size_t maxArgs;
     const char* synopsis;
@@ -70,92 +70,90 @@ constexpr size_t kMany = std::numeric_limits<size_t>::max();
 
 // In the order of the usage text.
 const VerbInfo kVerbs[] = {
-        {Verb::kHelp, 0, 1, "help [COMMAND]", "show this text, or one command's usage",
+        {0, 1, "help [COMMAND]", "show this text, or one command's usage",
          takes(arg(&Command::topic))},
-        {Verb::kActions, 0, 1, "actions [PATTERN]",
+        {0, 1, "actions [PATTERN]",
          "list the action table (event id and name), optionally only names containing PATTERN",
          takes(arg(&Command::name))},
-        {Verb::kAcquire, 1, 1, "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
+        {1, 1, "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
          "acquire an action by name through ZelEventAcquireWrapper (\"VARDEX_\" is added when "
          "missing)",
          takes(arg(&Command::name))},
-        {Verb::kAcquireId, 1, kMany,
+        {1, kMany,
          "acquire-id EVENT_ID [--pkg TEXT] [--identity TEXT] [--duration MS] [OPCODE=VALUE...]",
          "acquire an event by id through ZelEventAcquire, with optional resources",
          takes(arg("event id"), arg(Take::kOpcodeValues))},
-        {Verb::kResAcquire, 1, kMany,
+        {1, kMany,
          "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] OPCODE=VALUE...",
          "acquire resources through ZelResAcquire; with --platform through ZelPlatformResAcquire, "
          "which also takes a package",
          takes(arg(Take::kOpcodeValues))},
-        {Verb::kRelease, 1, 1, "release HANDLE [--via wrapper|zel|halclient|sa]",
+        {1, 1, "release HANDLE [--via wrapper|zel|halclient|sa]",
          "release a handle (default: the front end that made it in a shell, else zel)",
          takes(arg("handle"))},
-        {Verb::kResCtl, 1, kMany,
+        {1, kMany,
          "resctl [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "OPCODE=VALUE...",
          "resource control by opcode through torqHalclient::torqResCtlRequest",
          takes(arg(Take::kOpcodeValues))},
-        {Verb::kResCtlPath, 1, kMany,
+        {1, kMany,
          "resctl-path [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "PATH=VALUE...",
          "resource control by path through torq_resctl_request_by_path (or "
          "..._with_callback_by_path)",
          takes(arg(Take::kPathValues))},
-        {Verb::kSaCtl, 1, 1,
+        {1, 1,
          "sactl ID [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback]",
          "SA control through torqHalclient::torqSACtlRequest", takes(arg("SA id"))},
-        {Verb::kState, 1, kMany, "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
+        {1, kMany, "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
          "current values through torqResStateRequest (halclient), ZelMutiResStateRequest (zel) or "
          "ZelResStateRequest (zel-one)",
          takes(arg(Take::kOpcodes))},
-        {Verb::kStatePath, 1, kMany, "state-path [--map] [--tag N] PATH[=VALUE]...",
+        {1, kMany, "state-path [--map] [--tag N] PATH[=VALUE]...",
          "current values by path through torq_res_state_request_by_path (or ..._map_...)",
          takes(arg(Take::kPaths))},
-        {Verb::kListen, 1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
+        {1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
          "listen for changes (torqResListeningRegister, or the by-path form for paths) and print "
          "callbacks as they arrive; outside a shell for --for MS (default 5000)"},
-        {Verb::kUnlisten, 1, 1, "unlisten HANDLE",
-         "stop listening through torqResListeningUnRegister", takes(arg("handle"))},
-        {Verb::kThermal, 1, kMany, "thermal [--tag N] ID=LEVEL...",
-         "pass thermal levels through torqThermalNotify", takes(arg(Take::kIdValues))},
-        {Verb::kThermalListen, 0, kMany, "thermal-listen [--for MS] [ID...]",
+        {1, 1, "unlisten HANDLE", "stop listening through torqResListeningUnRegister",
+         takes(arg("handle"))},
+        {1, kMany, "thermal [--tag N] ID=LEVEL...", "pass thermal levels through torqThermalNotify",
+         takes(arg(Take::kIdValues))},
+        {0, kMany, "thermal-listen [--for MS] [ID...]",
          "listen for thermal levels through torqThermalListeningRegister (no ID: all)",
          takes(arg(Take::kNumbers, "thermal id"))},
-        {Verb::kThermalUnlisten, 1, 1, "thermal-unlisten HANDLE",
+        {1, 1, "thermal-unlisten HANDLE",
          "stop thermal listening through torqThermalListeningUnregister", takes(arg("handle"))},
-        {Verb::kNotify, 2, 4, "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
+        {2, 4, "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
          "a numbered notification through ZelNotifyWapper",
          takes(arg("SRC"), arg("TYPE", &Command::number2), arg("PARAM", &Command::number3),
                arg(&Command::text))},
-        {Verb::kZelNotify, 2, kMany, "zel-notify FIRST SECOND [VALUE...]",
-         "a notification through ZelNotify",
+        {2, kMany, "zel-notify FIRST SECOND [VALUE...]", "a notification through ZelNotify",
          takes(arg("FIRST"), arg("SECOND", &Command::number2), arg(Take::kNumbers, "VALUE"))},
-        {Verb::kRule, 2, kMany, "rule RULE_ID STATUS [OPCODE=VALUE...]",
-         "switch a rule through zelRuleCtl",
+        {2, kMany, "rule RULE_ID STATUS [OPCODE=VALUE...]", "switch a rule through zelRuleCtl",
          takes(arg("RULE_ID"), arg("STATUS", &Command::number2), arg(Take::kOpcodeValues))},
-        {Verb::kSysInfo, 2, 2, "sysinfo TYPE VALUE",
-         "pass system information through setRelatedSysInfo", takes(arg("TYPE"), arg(Take::kWide))},
-        {Verb::kHistory, 1, 1, "history on|off|show",
+        {2, 2, "sysinfo TYPE VALUE", "pass system information through setRelatedSysInfo",
+         takes(arg("TYPE"), arg(Take::kWide))},
+        {1, 1, "history on|off|show",
          "switch history recording (torqHistoryRequestRecordOn/Off) or read it (ZelGetHistory)",
          takes(arg(&Command::name))},
-        {Verb::kPm, 1, 1, "pm MODE", "power-mode status through ZelGetPMStatus", takes(arg("MODE"))},
-        {Verb::kDump, 1, 1, "dump CODE|NAME|all",
+        {1, 1, "pm MODE", "power-mode status through ZelGetPMStatus", takes(arg("MODE"))},
+        {1, 1, "dump CODE|NAME|all",
          "ask the HAL to dump a table (codes 0-8: ToDoQueue RunMap ActiveResMap ResRequest ResInfo "
          "SAInfo PidFdList PidfdMonitorMap ResRecordList) through torqDump*"},
-        {Verb::kProp, 2, 3, "prop get NAME | prop set NAME VALUE",
+        {2, 3, "prop get NAME | prop set NAME VALUE",
          "read or write a HAL property through torqPropertyGet/torqPropertySet",
          takes(arg(&Command::name), arg(&Command::text), arg(&Command::value))},
-        {Verb::kInit, 0, 0, "init", "connect both front ends: torq_init and zelInit"},
-        {Verb::kJournal, 0, 0, "journal", "everything the simulated HAL received and sent so far"},
-        {Verb::kWait, 1, 1, "wait MS", "pause, letting callbacks arrive"},
-        {Verb::kKillHal, 0, 0, "kill-hal", "kill the simulated HAL's process (as if it crashed)"},
-        {Verb::kRestartHal, 0, 0, "restart-hal [--after MS]",
+        {0, 0, "init", "connect both front ends: torq_init and zelInit"},
+        {0, 0, "journal", "everything the simulated HAL received and sent so far"},
+        {1, 1, "wait MS", "pause, letting callbacks arrive"},
+        {0, 0, "kill-hal", "kill the simulated HAL's process (as if it crashed)"},
+        {0, 0, "restart-hal [--after MS]",
          "start the simulated HAL again (a fresh one), now or after MS in the background"},
-        {Verb::kShell, 0, 1, "shell [FILE]",
+        {0, 1, "shell [FILE]",
          "run commands line by line from FILE or standard input; handles and listeners persist",
          takes(arg(&Command::name))},
-        {Verb::kTour, 0, 0, "tour",
+        {0, 0, "tour",
          "walk through every front end, a callback, a HAL death and the reconnection; exit code 0 "
          "only if every step worked"},
 };
@@ -213,13 +211,6 @@ const VerbInfo* findVerb(const std::string& word) {
     return nullptr;
 }
 
-const VerbInfo* findVerb(Verb verb) {
-    for (const VerbInfo& entry : kVerbs) {
-        if (verb == entry.verb) return &entry;
-    }
-    return nullptr;
-}
-
 bool isGlobalOption(const std::string& word) {
     return word == "--json" || word == "--log" || word == "--no-sim" || word == "--version";
 }
@@ -268,7 +259,6 @@ class Parser {
         : info_(entry), word_(wordOf(entry)), words_(std::move(words)) {}
 
     ParseResult run() {
-        result_.command.verb = info_.verb;
         result_.command.word = word_;
         result_.ok = splitOptions() && (result_.command.help || (argumentCount() && interpret()));
         return result_;
@@ -348,7 +338,7 @@ class Parser {
                 return fail("malformed number for " + name + ": " + shown(value));
             } else if (field == nullptr) {
                 // Milliseconds: an int32, but resctl-path carries a 64-bit duration.
-                const bool wide = name == "--duration" && info_.verb == Verb::kResCtlPath;
+                const bool wide = name == "--duration" && word_ == "resctl-path";
                 int64_t ms = 0;
                 if (!parseSigned(value, wide ? std::numeric_limits<int64_t>::min() : INT32_MIN,
                                  wide ? std::numeric_limits<int64_t>::max() : INT32_MAX, &ms)) {
@@ -365,7 +355,7 @@ class Parser {
         }
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
-        if (info_.verb == Verb::kResAcquire && hasOption("--pkg") && !c.platform) {
+        if (word_ == "res-acquire" && hasOption("--pkg") && !c.platform) {
             return fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
         }
         return true;
@@ -463,62 +453,57 @@ class Parser {
     bool interpret() {
         if (!applyOptions()) return false;
         Command& c = result_.command;
-        switch (info_.verb) {
-            case Verb::kHelp:
-                return takeArgs() && (args_.empty() || findVerb(c.topic) != nullptr ||
-                                      fail("unknown command " + shown(c.topic)));
-            case Verb::kAcquire:
-                return takeArgs() && (!c.name.empty() || fail("missing action name"));
-            case Verb::kRelease:
-                return takeArgs() && viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
-            case Verb::kState:
-                if (!viaIsOneOf({"halclient", "zel", "zel-one"})) return false;
-                if (c.via == "zel-one" && args_.size() != 1) {
-                    return fail("--via zel-one reads exactly one opcode");
-                }
-                break;
-            case Verb::kStatePath:
-                if (!takeArgs()) return false;
-                for (const PathValue& pv : c.paths) {
-                    if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
-                }
-                return true;
-            case Verb::kListen:
-                // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
-                for (const std::string& w : args_) {
-                    int32_t id = 0;
-                    if (!w.empty() && w[0] == '/') {
-                        c.paths.push_back({w, std::nullopt});
-                    } else if (opcode(w, &id)) {
-                        c.ids.push_back(id);
-                    } else {
-                        return false;
-                    }
-                }
-                return c.paths.empty() || c.ids.empty() ||
-                       fail("listen takes opcodes or paths, not both");
-            case Verb::kHistory:
-                return takeArgs() && (c.name == "on" || c.name == "off" || c.name == "show" ||
-                                      fail("history takes on, off or show, not " + shown(c.name)));
-            case Verb::kDump:
-                c.allDumps = args_[0] == "all";
-                c.number = c.allDumps ? 0 : dumpCodeFor(args_[0]);
-                return c.number >= 0 || fail("unknown dump table " + shown(args_[0]) +
-                                             " (0-8, a table name or all)");
-            case Verb::kProp:
-                return takeArgs() && ((c.name == "get" && args_.size() == 2) ||
-                                      (c.name == "set" && args_.size() == 3) ||
-                                      fail("usage: prop get NAME | prop set NAME VALUE"));
-            case Verb::kWait: {
-                int64_t ms = 0;
-                if (!parseSigned(args_[0], 0, std::numeric_limits<int32_t>::max(), &ms)) {
-                    return fail("malformed milliseconds " + shown(args_[0]));
-                }
-                c.forMs = ms;
-                return true;
+        const std::string& w = word_;
+        if (w == "help") {
+            return takeArgs() && (args_.empty() || findVerb(c.topic) != nullptr ||
+                                  fail("unknown command " + shown(c.topic)));
+        }
+        if (w == "acquire") return takeArgs() && (!c.name.empty() || fail("missing action name"));
+        if (w == "release") return takeArgs() && viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
+        if (w == "state") {
+            if (!viaIsOneOf({"halclient", "zel", "zel-one"})) return false;
+            if (c.via == "zel-one" && args_.size() != 1) {
+                return fail("--via zel-one reads exactly one opcode");
             }
-            default:
-                break;
+        } else if (w == "state-path") {
+            if (!takeArgs()) return false;
+            for (const PathValue& pv : c.paths) {
+                if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
+            }
+            return true;
+        } else if (w == "listen") {
+            // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
+            for (const std::string& word : args_) {
+                int32_t id = 0;
+                if (!word.empty() && word[0] == '/') {
+                    c.paths.push_back({word, std::nullopt});
+                } else if (opcode(word, &id)) {
+                    c.ids.push_back(id);
+                } else {
+                    return false;
+                }
+            }
+            return c.paths.empty() || c.ids.empty() ||
+                   fail("listen takes opcodes or paths, not both");
+        } else if (w == "history") {
+            return takeArgs() && (c.name == "on" || c.name == "off" || c.name == "show" ||
+                                  fail("history takes on, off or show, not " + shown(c.name)));
+        } else if (w == "dump") {
+            c.allDumps = args_[0] == "all";
+            c.number = c.allDumps ? 0 : dumpCodeFor(args_[0]);
+            return c.number >= 0 ||
+                   fail("unknown dump table " + shown(args_[0]) + " (0-8, a table name or all)");
+        } else if (w == "prop") {
+            return takeArgs() && ((c.name == "get" && args_.size() == 2) ||
+                                  (c.name == "set" && args_.size() == 3) ||
+                                  fail("usage: prop get NAME | prop set NAME VALUE"));
+        } else if (w == "wait") {
+            int64_t ms = 0;
+            if (!parseSigned(args_[0], 0, std::numeric_limits<int32_t>::max(), &ms)) {
+                return fail("malformed milliseconds " + shown(args_[0]));
+            }
+            c.forMs = ms;
+            return true;
         }
         return takeArgs();
     }
@@ -575,6 +560,11 @@ bool parseOpcode(const std::string& text, int32_t* out) {
     return true;
 }
 
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 const char* dumpName(int32_t code) {
     static const char* const kNames[] = {"ToDoQueue",  "RunMap",          "ActiveResMap",
                                          "ResRequest", "ResInfo",         "SAInfo",
@@ -586,10 +576,6 @@ const char* dumpName(int32_t code) {
 int32_t dumpCodeFor(const std::string& text) {
     int32_t code = -1;
     if (parseInt32(text, &code)) return dumpName(code) != nullptr ? code : -1;
-    auto lower = [](std::string s) {
-        for (char& ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-        return s;
-    };
     for (int32_t i = 0; i <= 8; ++i) {
         if (lower(text) == lower(dumpName(i))) return i;
     }
@@ -667,12 +653,6 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
         return r;
     }
     if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) words[0] = "help";
-    if (words.empty()) {
-        ParseResult r;
-        r.global = global;
-        r.error = "missing command (try 'torqctl help')";
-        return r;
-    }
     return parseWords(std::move(words), global);
 }
 
@@ -681,7 +661,7 @@ ParseResult parseShellLine(const std::string& line) {
     std::vector<std::string> words;
     if (!tokenize(line, &words, &result.error)) return result;
     if (words.empty()) {
-        result.ok = true;  // Verb::kNone
+        result.ok = true;  // no command
         return result;
     }
     for (const std::string& w : words) {
@@ -692,7 +672,7 @@ ParseResult parseShellLine(const std::string& line) {
         }
     }
     result = parseWords(std::move(words), GlobalOptions{});
-    if (result.ok && (result.command.verb == Verb::kShell || result.command.verb == Verb::kTour) &&
+    if (result.ok && (result.command.word == "shell" || result.command.word == "tour") &&
         !result.command.help) {
         result.ok = false;
         result.error = "'" + result.command.word + "' cannot run inside a shell";
@@ -727,20 +707,15 @@ std::string usage() {
     return out;
 }
 
-std::string commandUsage(Verb verb) {
-    const VerbInfo* entry = findVerb(verb);
-    if (entry == nullptr) return "";
-    return "Usage: torqctl " + std::string(entry->synopsis) + "\n  " + entry->summary + "\n";
-}
-
 std::string helpText(const Command& command) {
-    if (command.help) return commandUsage(command.verb);
+    if (command.help) return commandUsage(command.word);
     return command.topic.empty() ? usage() : commandUsage(command.topic);
 }
 
 std::string commandUsage(const std::string& word) {
     const VerbInfo* entry = findVerb(word);
-    return entry == nullptr ? std::string() : commandUsage(entry->verb);
+    if (entry == nullptr) return "";
+    return "Usage: torqctl " + std::string(entry->synopsis) + "\n  " + entry->summary + "\n";
 }
 
 }  // namespace torqctl

@@ -11,41 +11,6 @@
 
 namespace torqctl {
 
-enum class Verb {
-    kNone,  // an empty or comment-only shell line
-    kHelp,
-    kActions,
-    kAcquire,
-    kAcquireId,
-    kResAcquire,
-    kRelease,
-    kResCtl,
-    kResCtlPath,
-    kSaCtl,
-    kState,
-    kStatePath,
-    kListen,
-    kUnlisten,
-    kThermal,
-    kThermalListen,
-    kThermalUnlisten,
-    kNotify,
-    kZelNotify,
-    kRule,
-    kSysInfo,
-    kHistory,
-    kPm,
-    kDump,
-    kProp,
-    kInit,
-    kJournal,
-    kWait,
-    kKillHal,
-    kRestartHal,
-    kShell,
-    kTour,
-};
-
 struct IdValue {
     int32_t id = 0;
     std::string value;
@@ -56,10 +21,9 @@ struct PathValue {
     std::optional<std::string> value;
 };
 
-// One parsed command. Which fields mean something depends on the verb (see usage texts).
+// One parsed command. Which fields mean something depends on the command (see usage texts).
 struct Command {
-    Verb verb = Verb::kNone;
-    std::string word;   // the command as typed ("resctl")
+    std::string word;   // the command ("resctl"); empty for a blank or comment-only shell line
     bool help = false;  // "<command> --help": show its usage instead of running it
     std::string topic;  // help: the command asked about
     std::string name;   // action, property, pattern, file, history/prop operation
@@ -119,6 +83,9 @@ bool parseInt32(const std::string& text, int32_t* out);
 bool parseInt64(const std::string& text, int64_t* out);
 bool parseOpcode(const std::string& text, int32_t* out);
 
+// `text` in lower case (ASCII letters only).
+std::string lower(std::string text);
+
 // The dump table for a code "0".."8" or a name ("RunMap", case-insensitive). -1 if neither.
 int32_t dumpCodeFor(const std::string& text);
 const char* dumpName(int32_t code);
@@ -128,6 +95,5 @@ std::string usage();
 std::string helpText(const Command& command);
 // The usage of one command; empty for an unknown name.
 std::string commandUsage(const std::string& word);
-std::string commandUsage(Verb verb);
 
 }  // namespace torqctl

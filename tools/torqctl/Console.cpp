@@ -69,11 +69,6 @@ std::string argText(int64_t value) {
     return std::to_string(value);
 }
 
-std::string lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
 }  // namespace
 
 // The caller-side callback object, by id or by path: it turns the library's callbacks into
@@ -507,8 +502,8 @@ void prop(Call& k, const Command& c) {
 
 // The commands that are one library call each.
 struct CallCommand {
-    Verb verb;
-    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient
+    const char* word;
+    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient (none: no)
     const char* origin;                   // what made a handle it obtains (none: not kept)
     void (*fill)(Call& k, const Command& c);
 };
@@ -517,42 +512,33 @@ bool always(const Command& /*c*/) {
     return true;
 }
 
-bool never(const Command& /*c*/) {
-    return false;
-}
-
 const CallCommand kCallCommands[] = {
-        {Verb::kAcquire, never, "wrapper", acquire},
-        {Verb::kNotify, never, nullptr, notify},
-        {Verb::kAcquireId, never, "zel", acquireId},
-        {Verb::kResAcquire, never, "zel", resAcquire},
-        {Verb::kZelNotify, never, nullptr, zelNotify},
-        {Verb::kRule, never, nullptr, rule},
-        {Verb::kSysInfo, never, nullptr, sysInfo},
-        {Verb::kPm, never, nullptr, pm},
-        {Verb::kResCtl, always, "halclient", resCtl},
-        {Verb::kResCtlPath, always, "halclient", resCtlPath},
-        {Verb::kSaCtl, always, "sa", saCtl},
-        {Verb::kState, [](const Command& c) { return c.via.empty() || c.via == "halclient"; },
-         nullptr, state},
-        {Verb::kStatePath, always, nullptr, statePath},
-        {Verb::kThermal, always, nullptr, thermal},
-        {Verb::kHistory, [](const Command& c) { return c.name != "show"; }, nullptr, history},
-        {Verb::kProp, always, nullptr, prop},
+        {"acquire", nullptr, "wrapper", acquire},
+        {"notify", nullptr, nullptr, notify},
+        {"acquire-id", nullptr, "zel", acquireId},
+        {"res-acquire", nullptr, "zel", resAcquire},
+        {"zel-notify", nullptr, nullptr, zelNotify},
+        {"rule", nullptr, nullptr, rule},
+        {"sysinfo", nullptr, nullptr, sysInfo},
+        {"pm", nullptr, nullptr, pm},
+        {"resctl", always, "halclient", resCtl},
+        {"resctl-path", always, "halclient", resCtlPath},
+        {"sactl", always, "sa", saCtl},
+        {"state", [](const Command& c) { return c.via.empty() || c.via == "halclient"; }, nullptr,
+         state},
+        {"state-path", always, nullptr, statePath},
+        {"thermal", always, nullptr, thermal},
+        {"history", [](const Command& c) { return c.name != "show"; }, nullptr, history},
+        {"prop", always, nullptr, prop},
 };
 
 }  // namespace
 
 // --- running commands ----------------------------------------------------------------------
 
-int Console::usageError(const std::string& message) {
-    out_.error(message, kExitUsage);
-    return kExitUsage;
-}
-
-int Console::noHal(const std::string& message) {
-    out_.error(message, kExitNoHal);
-    return kExitNoHal;
+int Console::fail(int exit, const std::string& message) {
+    out_.error(message, exit);
+    return exit;
 }
 
 bool Console::halclientUsable() {
@@ -575,7 +561,7 @@ void Console::remember(int32_t handle, const char* origin) {
 int Console::call(const Command& c, bool halclient, const char* origin,
                   const std::function<void(Call&)>& fill) {
     if (halclient && !halclientUsable()) {
-        return noHal(kHalDown);
+        return fail(kExitNoHal, kHalDown);
     }
     {
         std::lock_guard<std::mutex> lock(eventsMutex_);
@@ -585,7 +571,7 @@ int Console::call(const Command& c, bool halclient, const char* origin,
     Call k(this);
     k.r.command = c.word;
     fill(k);
-    if (!k.refused.empty()) return usageError(k.refused);
+    if (!k.refused.empty()) return fail(kExitUsage, k.refused);
     if (backend_.simulated()) {
         k.r.halVisible = true;
         k.r.hal = backend_.journalSince(mark);
@@ -619,7 +605,7 @@ int Console::runShell(std::istream& in, bool interactive) {
             result = kExitUsage;
             continue;
         }
-        if (parsed.command.verb == Verb::kNone) continue;
+        if (parsed.command.word.empty()) continue;
         if (!interactive && !out_.json()) out_.message("> " + line);
         const int status = execute(parsed.command);
         if (status != kExitOk) result = status;
@@ -630,11 +616,11 @@ int Console::runShell(std::istream& in, bool interactive) {
 
 int Console::execute(const Command& c) {
     reports_.clear();
-    if (c.help || c.verb == Verb::kHelp) {
+    if (c.help || c.word == "help") {
         out_.raw(helpText(c));
         return kExitOk;
     }
-    if (c.verb == Verb::kWait) {
+    if (c.word == "wait") {
         std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
@@ -645,28 +631,28 @@ int Console::execute(const Command& c) {
 
 int Console::dispatch(const Command& c) {
     for (const CallCommand& command : kCallCommands) {
-        if (command.verb == c.verb) {
-            return call(c, command.halclient(c), command.origin,
+        if (command.word == c.word) {
+            return call(c, command.halclient != nullptr && command.halclient(c), command.origin,
                         [&](Call& k) { command.fill(k, c); });
         }
     }
     // The commands that are more than one call, or none.
-    static const std::map<Verb, int (Console::*)(const Command&)> kOthers = {
-            {Verb::kActions, &Console::actions},
-            {Verb::kRelease, &Console::release},
-            {Verb::kListen, &Console::listen},
-            {Verb::kThermalListen, &Console::listen},
-            {Verb::kUnlisten, &Console::unlisten},
-            {Verb::kThermalUnlisten, &Console::unlisten},
-            {Verb::kDump, &Console::dump},
-            {Verb::kInit, &Console::init},
-            {Verb::kJournal, &Console::journal},
-            {Verb::kKillHal, &Console::killHal},
-            {Verb::kRestartHal, &Console::restartHal}};
-    const auto it = kOthers.find(c.verb);
+    static const std::map<std::string, int (Console::*)(const Command&)> kOthers = {
+            {"actions", &Console::actions},
+            {"release", &Console::release},
+            {"listen", &Console::listen},
+            {"thermal-listen", &Console::listen},
+            {"unlisten", &Console::unlisten},
+            {"thermal-unlisten", &Console::unlisten},
+            {"dump", &Console::dump},
+            {"init", &Console::init},
+            {"journal", &Console::journal},
+            {"kill-hal", &Console::killHal},
+            {"restart-hal", &Console::restartHal}};
+    const auto it = kOthers.find(c.word);
     if (it != kOthers.end()) return (this->*it->second)(c);
-    if (c.verb == Verb::kNone) return kExitOk;
-    return usageError("'" + c.word + "' cannot run here");  // shell and tour
+    if (c.word.empty()) return kExitOk;
+    return fail(kExitUsage, "'" + c.word + "' cannot run here");  // shell and tour
 }
 
 // --- the commands that are more than one call ------------------------------------------------
@@ -677,9 +663,9 @@ int Console::actions(const Command& c) {
     const std::string pattern = lower(c.name);
     for (size_t i = 0; i < gActionList.size(); ++i) {
         if (!pattern.empty() && lower(gActionList[i]).find(pattern) == std::string::npos) continue;
-        std::string number = std::to_string(i);
-        lines.push_back(std::string(number.size() < 5 ? 5 - number.size() : 0, ' ') + number +
-                        "  " + gActionList[i]);
+        char number[32];
+        snprintf(number, sizeof(number), "%5zu  ", i);
+        lines.push_back(number + gActionList[i]);
         Json::Value item(Json::objectValue);
         item["id"] = static_cast<Json::UInt64>(i);
         item["name"] = gActionList[i];
@@ -706,12 +692,13 @@ int Console::release(const Command& c) {
     if (shellMode_) {
         auto it = handles_.find(c.number);
         if (it == handles_.end()) {
-            return usageError("unknown handle " + std::to_string(c.number) +
-                              " (not obtained in this run)");
+            return fail(kExitUsage, "unknown handle " + std::to_string(c.number) +
+                                            " (not obtained in this run)");
         }
         if (it->second == "listener" || it->second == "thermal listener") {
-            return usageError("handle " + std::to_string(c.number) + " is a listener: use " +
-                              (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
+            return fail(kExitUsage,
+                        "handle " + std::to_string(c.number) + " is a listener: use " +
+                                (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
         }
         if (via.empty()) via = it->second;
     }
@@ -736,7 +723,7 @@ int Console::release(const Command& c) {
 }
 
 int Console::listen(const Command& c) {
-    const bool thermal = c.verb == Verb::kThermalListen;
+    const bool thermal = c.word == "thermal-listen";
     const char* const sinkName = thermal ? "thermal listener" : "listener";
     std::shared_ptr<CallbackSink> sink;
     int32_t handle = 0;
@@ -769,21 +756,21 @@ int Console::listen(const Command& c) {
     const int64_t ms = c.forMs.value_or(kDefaultListenMs);
     if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    return stopListening(c, handle, thermal);
+    Command stop = c;  // the listener it does not keep
+    stop.number = handle;
+    return unlisten(stop);
 }
 
+// unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
 int Console::unlisten(const Command& c) {
-    return stopListening(c, c.number, c.verb == Verb::kThermalUnlisten);
-}
-
-int Console::stopListening(const Command& c, int32_t handle, bool thermal) {
+    const int32_t handle = c.number;
+    const bool thermal = c.word.compare(0, 7, "thermal") == 0;
     const std::string origin = thermal ? "thermal listener" : "listener";
-    // Called by listen itself for a listener it does not keep.
-    const bool typed = c.verb == Verb::kUnlisten || c.verb == Verb::kThermalUnlisten;
+    const bool typed = c.word.find("unlisten") != std::string::npos;
     if (typed && shellMode_) {
         auto it = handles_.find(handle);
         if (it == handles_.end() || it->second != origin) {
-            return usageError("unknown " + origin + " handle " + std::to_string(handle));
+            return fail(kExitUsage, "unknown " + origin + " handle " + std::to_string(handle));
         }
     }
     return call(c, typed, nullptr, [&](Call& k) {
@@ -805,7 +792,7 @@ int Console::dump(const Command& c) {
             torqHalclient::torqDumpResInfo,      torqHalclient::torqDumpSAInfo,
             torqHalclient::torqDumpPidFdList,    torqHalclient::torqDumpPidfdMonitorMap,
             torqHalclient::torqDumpResRecordList};
-    if (!halclientUsable()) return noHal(kHalDown);
+    if (!halclientUsable()) return fail(kExitNoHal, kHalDown);
     backend_.takeDumpOutput();  // drop anything printed before
     for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
         call(c, false, nullptr, [&](Call& k) {
@@ -823,7 +810,7 @@ int Console::dump(const Command& c) {
 }
 
 int Console::init(const Command& c) {
-    if (!halclientUsable()) return noHal(kHalDown);
+    if (!halclientUsable()) return fail(kExitNoHal, kHalDown);
     call(c, false, nullptr, [](Call& k) {
         k.r.call = "torqHalclient::torq_init";
         torqHalclient::torq_init();
@@ -837,7 +824,7 @@ int Console::init(const Command& c) {
 // --- the simulator ---------------------------------------------------------------------------
 
 int Console::journal(const Command& /*c*/) {
-    if (!backend_.simulated()) return noHal("the journal needs the simulator");
+    if (!backend_.simulated()) return fail(kExitNoHal, "the journal needs the simulator");
     const auto entries = backend_.journalSince(0);
     if (out_.json()) {
         Json::Value j(Json::objectValue);
@@ -854,9 +841,9 @@ int Console::journal(const Command& /*c*/) {
 
 int Console::killHal(const Command& c) {
     std::string error;
-    if (!backend_.simulated()) return noHal("kill-hal needs the simulator");
+    if (!backend_.simulated()) return fail(kExitNoHal, "kill-hal needs the simulator");
     const uint64_t mark = backend_.journalMark();
-    if (!backend_.killHal(&error)) return usageError(error);
+    if (!backend_.killHal(&error)) return fail(kExitUsage, error);
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     listeners_.clear();
@@ -868,11 +855,11 @@ int Console::killHal(const Command& c) {
 }
 
 int Console::restartHal(const Command& c) {
-    if (!backend_.simulated()) return noHal("restart-hal needs the simulator");
+    if (!backend_.simulated()) return fail(kExitNoHal, "restart-hal needs the simulator");
     if (restartThread_.joinable()) restartThread_.join();
     std::string error;
     if (!c.forMs) {
-        if (!backend_.restartHal(&error)) return noHal(error);
+        if (!backend_.restartHal(&error)) return fail(kExitNoHal, error);
         return done(c, "the HAL is running again (a fresh instance)");
     }
     restartPending_ = true;

@@ -71,8 +71,8 @@ class Console {
     int call(const Command& c, bool halclient, const char* origin,
              const std::function<void(Call&)>& fill);
     bool halclientUsable();
-    int usageError(const std::string& message);
-    int noHal(const std::string& message);
+    // Reports an error; returns `exit`.
+    int fail(int exit, const std::string& message);
     // A command without a library call worked: `text` for people, `json` (with "command" and
     // "ok" added) for --json.
     int done(const Command& c, const std::string& text,
@@ -86,7 +86,6 @@ class Console {
     int release(const Command& c);
     int listen(const Command& c);
     int unlisten(const Command& c);
-    int stopListening(const Command& c, int32_t handle, bool thermal);
     int dump(const Command& c);
     int init(const Command& c);
     int journal(const Command& c);
@@ -114,5 +113,12 @@ class Console {
     std::thread restartThread_;
     std::atomic<bool> restartPending_{false};
 };
+
+// A guided walk through every front end against the simulator: acquisition by action name and
+// by id, state through both APIs, a request callback, listening (change, expiry, no-change),
+// paths, thermal, notifications and rules, history, power mode and properties, a dump, release
+// and fallback, then a HAL death and the reconnection of both front ends. Each step checks what
+// the library returned and what the HAL received. Returns kExitOk only if every step passed.
+int runTour(Console& console);
 
 }  // namespace torqctl

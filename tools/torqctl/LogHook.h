@@ -19,4 +19,9 @@ void installLogHook(std::function<void(const LogLine&)> sink);
 // "V", "D", "I", "W", "E", "F" or "?".
 const char* priorityLetter(int priority);
 
+// The platform's part (host/ or device/): sets a liblog logger that hands each line to
+// deliverLog.
+void installPlatformLogger();
+void deliverLog(int priority, const char* tag, const char* message);
+
 }  // namespace torqctl

@@ -144,18 +144,6 @@ Json::Value answerJson(const torq_sim::SentAnswer& a) {
     return out;
 }
 
-std::string halLine(const torq_sim::JournalEntry& e) {
-    switch (e.type) {
-        case torq_sim::JournalEntry::Type::kCall:
-            return "  HAL received: " + e.toString();
-        case torq_sim::JournalEntry::Type::kCallback:
-            return "  HAL sent:     " + e.toString();
-        case torq_sim::JournalEntry::Type::kNote:
-            return "  " + e.toString();
-    }
-    return "";
-}
-
 }  // namespace
 
 std::string validUtf8(const std::string& text) {
@@ -247,10 +235,6 @@ void Output::emit(const std::string& line) {
     if (!ok) writeFailed_ = true;
 }
 
-void Output::emitJson(const Json::Value& value) {
-    emit(toJsonLine(value));
-}
-
 bool Output::writeFailed() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return writeFailed_ || ferror(out_) != 0;
@@ -267,7 +251,7 @@ void Output::report(const Report& r) {
         j["ok"] = r.ok;
         for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
         if (r.halVisible) j["hal"] = halJson(r.hal);
-        emitJson(j);
+        emit(toJsonLine(j));
         return;
     }
     std::string head = r.call + "(" + r.args + ")";
@@ -281,37 +265,29 @@ void Output::report(const Report& r) {
     for (const std::string& d : r.details) emit("    " + d);
     if (r.halVisible) {
         if (r.hal.empty()) emit("  HAL received: nothing");
-        for (const auto& e : r.hal) emit(halLine(e));
+        // In the order of JournalEntry::Type: a call, a callback, a note.
+        static const char* const kPrefix[] = {"  HAL received: ", "  HAL sent:     ", "  "};
+        for (const auto& e : r.hal) emit(kPrefix[static_cast<int>(e.type)] + e.toString());
     }
 }
 
 void Output::callback(const CallbackEvent& event) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!json_) {
-        emit(describeCallback(event));
-        return;
-    }
     Json::Value j(Json::objectValue);
     j["event"] = "callback";
     j["to"] = event.to;
     j["handle"] = event.handle > 0 ? Json::Value(event.handle) : Json::Value();
     j["records"] = recordsJson(event.records, event.byPath ? "path" : "id");
-    emitJson(j);
+    message(describeCallback(event), j);
 }
 
 void Output::log(const LogLine& line) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!json_) {
-        emit(std::string("log: ") + priorityLetter(line.priority) + "/" + line.tag + ": " +
-             line.message);
-        return;
-    }
     Json::Value j(Json::objectValue);
     j["event"] = "log";
     j["priority"] = priorityLetter(line.priority);
     j["tag"] = line.tag;
     j["message"] = line.message;
-    emitJson(j);
+    message(std::string("log: ") + j["priority"].asString() + "/" + line.tag + ": " + line.message,
+            j);
 }
 
 void Output::message(const std::string& text, const Json::Value& json) {
@@ -319,7 +295,7 @@ void Output::message(const std::string& text, const Json::Value& json) {
     if (!json_) {
         emit(text);
     } else if (json.isObject()) {
-        emitJson(json);
+        emit(toJsonLine(json));
     }
 }
 
@@ -335,7 +311,7 @@ void Output::error(const std::string& text, int exit) {
         Json::Value j(Json::objectValue);
         j["error"] = text;
         j["exit"] = exit;
-        emitJson(j);
+        emit(toJsonLine(j));
     } else {
         fflush(out_);
     }

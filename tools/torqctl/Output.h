@@ -71,7 +71,6 @@ class Output {
 
   private:
     void emit(const std::string& line);
-    void emitJson(const Json::Value& value);
 
     const bool json_;
     FILE* out_;

@@ -12,7 +12,7 @@
 //   logged twice: TEXT    the library logged TEXT twice since the step began
 // and, where a step needs more, a check of its own run after its lines.
 
-#include "Tour.h"
+#include "Console.h"
 
 #include <ZelWrapper.h>
 

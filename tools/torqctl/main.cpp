@@ -14,12 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "Backend.h"
-#include "CommandParser.h"
 #include "Console.h"
-#include "LogHook.h"
-#include "Output.h"
-#include "Tour.h"
 
 using namespace torqctl;
 
@@ -31,12 +26,12 @@ std::atomic<bool> gLogOpen{true};
 
 int runCommand(const ParseResult& parsed, Output& out) {
     const Command& c = parsed.command;
-    if (c.verb == Verb::kHelp || c.help) {
+    if (c.word == "help" || c.help) {
         out.raw(helpText(c));
         return kExitOk;
     }
     std::ifstream file;
-    if (c.verb == Verb::kShell && !c.name.empty()) {
+    if (c.word == "shell" && !c.name.empty()) {
         // An ifstream opens a directory without complaint and then reads nothing from it.
         struct stat info {};
         std::string why;
@@ -66,12 +61,12 @@ int runCommand(const ParseResult& parsed, Output& out) {
     }
     int status;
     {
-        Console console(out, *backend, c.verb == Verb::kShell || c.verb == Verb::kTour);
+        Console console(out, *backend, c.word == "shell" || c.word == "tour");
         gConsole = &console;
-        if (c.verb == Verb::kShell) {
+        if (c.word == "shell") {
             status = file.is_open() ? console.runShell(file, false)
                                     : console.runShell(std::cin, isatty(STDIN_FILENO) != 0);
-        } else if (c.verb == Verb::kTour) {
+        } else if (c.word == "tour") {
             status = runTour(console);
         } else {
             status = console.execute(c);
@@ -101,9 +96,6 @@ int checkedExit(const Output& out, int status) {
 #endif
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::string(argv[1]) == "--version") {
-        return printf("torqctl %s\n", TORQCTL_VERSION) < 0 ? 1 : 0;
-    }
     const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     static Output out(parsed.global.json);
     if (!parsed.ok) {

@@ -3,38 +3,14 @@
 
 #include <android/log.h>
 
-#include <mutex>
-#include <utility>
-
 #include "LogHook.h"
 
 namespace torqctl {
 
-namespace {
-
-std::mutex gSinkMutex;
-std::function<void(const LogLine&)>* gSink = nullptr;
-
-void logger(const struct __android_logger_data* data, const char* message) {
-    LogLine line;
-    line.priority = data->priority;
-    line.tag = data->tag != nullptr ? data->tag : "";
-    line.message = message != nullptr ? message : "";
-    std::lock_guard<std::mutex> lock(gSinkMutex);
-    if (gSink != nullptr) (*gSink)(line);
-}
-
-}  // namespace
-
-void installLogHook(std::function<void(const LogLine&)> sink) {
-    {
-        std::lock_guard<std::mutex> lock(gSinkMutex);
-        // Kept for the life of the process: binder threads may log until the very end.
-        static std::function<void(const LogLine&)> storage;
-        storage = std::move(sink);
-        gSink = &storage;
-    }
-    __android_log_set_logger(logger);
+void installPlatformLogger() {
+    __android_log_set_logger([](const struct __android_logger_data* data, const char* message) {
+        deliverLog(data->priority, data->tag, message);
+    });
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
 }
 
