@@ -31,13 +31,6 @@ std::shared_ptr<ITorq> connect() {
     return ITorq::fromBinder(binder);
 }
 
-TorqRequestData idRecord(int32_t id, std::optional<std::string> value = std::nullopt) {
-    TorqRequestData d;
-    d.id = id;
-    d.value = std::move(value);
-    return d;
-}
-
 SentAnswer result(int32_t value) {
     SentAnswer a;
     a.result = value;
