@@ -366,10 +366,13 @@ TEST_F(TorqConformanceTest, BothSidesSendAndAnswerTheSameBytes) {
     ASSERT_EQ(13u, plain.size());
     ::ndk::SpAIBinder handHal, genHal;
     binder_host::runInProcess(binder_host::createProcess("hand-hal"), [&] {
-        handHal = ::ndk::SharedRefBase::make<Hal<Hand>>()->asBinder();
+        auto hal = ::ndk::SharedRefBase::make<Hal<Hand>>();
+        handHal = hal->asBinder();
     });
-    binder_host::runInProcess(binder_host::createProcess("gen-hal"),
-                              [&] { genHal = ::ndk::SharedRefBase::make<Hal<Gen>>()->asBinder(); });
+    binder_host::runInProcess(binder_host::createProcess("gen-hal"), [&] {
+        auto hal = ::ndk::SharedRefBase::make<Hal<Gen>>();
+        genHal = hal->asBinder();
+    });
     auto reply = [](const ::ndk::SpAIBinder& to, transaction_code_t code,
                     const std::vector<int32_t>& request) {
         ::ndk::ScopedAParcel in;
