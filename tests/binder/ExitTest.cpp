@@ -48,17 +48,14 @@ std::string describe(int status) {
 TEST(ExitTest, EndingWhileCallsAndDeathNoticesAreInFlightExitsCleanly) {
     // Delays from 0 (the threads have barely started) to a few milliseconds (hundreds of
     // restarts, calls and notices under way), each with both ways out.
-    int runs = 0;
     for (int round = 0; round < 40; ++round) {
         const int delayUs = (round * 7919) % 5000;
         for (const char* how : {"return", "exit"}) {
             SCOPED_TRACE(std::string(how) + " after " + std::to_string(delayUs) + " us");
             const int status = runHelper(how, delayUs);
             ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << describe(status);
-            ++runs;
         }
     }
-    EXPECT_EQ(80, runs);
 }
 
 }  // namespace

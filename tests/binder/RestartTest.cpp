@@ -94,6 +94,28 @@ binder_status_t serve(AIBinder*, transaction_code_t code, const AParcel* in, APa
     return call(callback, kEcho);
 }
 
+// Sends the service a callback whose only reference on this side goes while the service calls
+// it: it is destroyed on a binder thread of this process once the service lets go.
+binder_status_t callWithSelfReleasingCallback(const ndk::SpAIBinder& svc,
+                                              std::atomic<int>* callbacks) {
+    auto* holder = new ndk::SpAIBinder;
+    *holder =
+            makeBinder([holder, callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
+                callbacks->fetch_add(1);
+                delete holder;
+                return STATUS_OK;
+            });
+    return call(svc, kCallMeBack, [holder](AParcel* in) { ndk::AParcel_writeData(in, *holder); });
+}
+
+// The heap grew by less than kMaxGrowthBytes since `heapAtStart`; returns the growth.
+int64_t expectBoundedGrowth(size_t heapAtStart, const char* per) {
+    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
+    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
+            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles << " " << per;
+    return growth;
+}
+
 class RestartTest : public BinderTest {};
 
 // One cycle: a new service process, calls of every kind (with a callback that lets go of itself
@@ -141,18 +163,7 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
             ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(svc.get(), recipient.get(), &deaths));
             ASSERT_EQ(STATUS_OK, call(svc, kEcho));
             ASSERT_EQ(STATUS_OK, call(svc, kEcho, nullptr, nullptr, FLAG_ONEWAY));
-            // The callback's only reference on this side goes while the HAL calls it: it is
-            // destroyed on a binder thread of this process once the HAL lets go.
-            auto* holder = new ndk::SpAIBinder;
-            *holder = makeBinder(
-                    [holder, &callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
-                        callbacks.fetch_add(1);
-                        delete holder;
-                        return STATUS_OK;
-                    });
-            ASSERT_EQ(STATUS_OK, call(svc, kCallMeBack, [holder](AParcel* in) {
-                          ndk::AParcel_writeData(in, *holder);
-                      }));
+            ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(svc, &callbacks));
             binder_host::killProcess(pid);
             // A link goes with the proxy it was made through: keep it until the notice came.
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -172,10 +183,7 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
     EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
     EXPECT_EQ(threadsExpected, settledThreadCount(threadsExpected))
             << "threads of killed processes are still there";
-    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
-    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
-            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles
-            << " restarts";
+    const int64_t growth = expectBoundedGrowth(heapAtStart, "restarts");
     std::printf("restart: %d cycles, heap growth %lld bytes, %zu threads\n", kCycles,
                 static_cast<long long>(growth), threadsAtStart);
 }
@@ -189,32 +197,18 @@ TEST_F(RestartTest, CallbacksThatLetGoOfThemselvesLeaveNothingInALivingService) 
     ndk::SpAIBinder svc = getService(kInstance);
     ASSERT_NE(nullptr, svc.get());
     std::atomic<int> callbacks{0};
-    auto oneCall = [&] {
-        auto* holder = new ndk::SpAIBinder;
-        *holder = makeBinder(
-                [holder, &callbacks](AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
-                    callbacks.fetch_add(1);
-                    delete holder;
-                    return STATUS_OK;
-                });
-        return call(svc, kCallMeBack,
-                    [holder](AParcel* in) { ndk::AParcel_writeData(in, *holder); });
-    };
     size_t heapAtStart = 0;
     for (int i = 0; i < kCycles; ++i) {
         if (i == kWarmupCycles) {
             ASSERT_TRUE(binder_host::drain());
             heapAtStart = heapBytes();
         }
-        ASSERT_EQ(STATUS_OK, oneCall());
+        ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(svc, &callbacks));
     }
     ASSERT_TRUE(binder_host::drain());
     EXPECT_EQ(kCycles, callbacks.load());
     EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
-    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
-    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
-            << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles
-            << " callbacks";
+    expectBoundedGrowth(heapAtStart, "callbacks");
 }
 
 }  // namespace

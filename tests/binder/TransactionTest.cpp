@@ -322,6 +322,11 @@ TEST_F(TransactionTest, OnewayCallsDoNotWaitAndArriveInOrderOneAtATime) {
                                      sink, kEcho, [i](AParcel* in) { AParcel_writeInt32(in, i); },
                                      nullptr, FLAG_ONEWAY));
     }
+    {
+        // The first call is still held in the HAL and the rest wait behind it.
+        std::lock_guard<std::mutex> lock(orderMutex);
+        EXPECT_TRUE(order.empty()) << "a oneway call waited for the HAL";
+    }
     release.open();
     ASSERT_TRUE(binder_host::drain());
     // Had they run side by side, the later ones would have overtaken the first.

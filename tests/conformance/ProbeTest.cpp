@@ -121,7 +121,7 @@ class ProbeTest : public ::testing::Test {
     std::shared_ptr<IProbe> probe;
 };
 
-TEST_F(ProbeTest, InOutAndInoutArrays) {
+TEST_F(ProbeTest, InOutAndInoutArraysOfEveryElementType) {
     std::vector<int32_t> reversed(3);
     std::vector<int64_t> scaled = {1, -2, INT64_MAX / 2};
     int32_t r = 0;
@@ -139,19 +139,17 @@ TEST_F(ProbeTest, InOutAndInoutArrays) {
     std::vector<int64_t> empty;
     ASSERT_TRUE(probe->arrays({}, &none, &empty, &r).isOk());
     EXPECT_EQ(0, r);
-}
 
-TEST_F(ProbeTest, StringAndByteArrays) {
     const std::vector<std::string> names = {"", "a", "\xc3\xa9t\xc3\xa9", std::string(3000, 'z')};
     std::vector<std::string> copy(names.size());
     std::vector<int8_t> raw = {0, -1, 127, -128, 5};
-    std::vector<int8_t> r;
-    ASSERT_TRUE(probe->texts(names, &copy, raw, &r).isOk());
+    std::vector<int8_t> bytes;
+    ASSERT_TRUE(probe->texts(names, &copy, raw, &bytes).isOk());
     EXPECT_EQ(names, copy);
-    EXPECT_EQ((std::vector<int8_t>{5, -128, 127, -1, 0}), r);
+    EXPECT_EQ((std::vector<int8_t>{5, -128, 127, -1, 0}), bytes);
 }
 
-TEST_F(ProbeTest, NestedParcelablesAndAnInterfaceInside) {
+TEST_F(ProbeTest, NestedParcelablesAndInterfacesInsideAndAsArguments) {
     auto notes = ::ndk::SharedRefBase::make<Notes>();
     Outer outer;
     outer.first = inner(1, std::nullopt);
@@ -178,14 +176,15 @@ TEST_F(ProbeTest, NestedParcelablesAndAnInterfaceInside) {
 
     outer.listener = nullptr;
     EXPECT_EQ(404, probe->callInside(outer, "x").getServiceSpecificError());
-}
 
-TEST_F(ProbeTest, OnewayBothWaysAndNullableText) {
-    auto notes = ::ndk::SharedRefBase::make<Notes>();
+    // Oneway both ways, in order.
     ASSERT_TRUE(probe->notify(notes, "one").isOk());
     ASSERT_TRUE(probe->notify(notes, "two").isOk());
-    EXPECT_EQ((std::vector<std::string>{"notified: one", "notified: two"}), notes->waitFor(2));
+    EXPECT_EQ((std::vector<std::string>{"inside: hi", "notified: one", "notified: two"}),
+              notes->waitFor(3));
+}
 
+TEST_F(ProbeTest, NullableTextVersionAndServerDeath) {
     std::optional<std::string> r;
     ASSERT_TRUE(probe->shout("hey", &r).isOk());
     EXPECT_EQ("hey!", r);
@@ -196,31 +195,14 @@ TEST_F(ProbeTest, OnewayBothWaysAndNullableText) {
     ASSERT_TRUE(probe->getInterfaceVersion(&version).isOk());
     const int32_t expected = IProbe::version;  // a copy: the constant has no definition to bind to
     EXPECT_EQ(expected, version);
-}
 
-struct DeathCount {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int deaths = 0;
-};
-
-TEST_F(ProbeTest, ServerDeathReachesTheClient) {
-    DeathCount count;
-    ::ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new([](void* cookie) {
-        auto* c = static_cast<DeathCount*>(cookie);
-        std::lock_guard<std::mutex> lock(c->mutex);
-        ++c->deaths;
-        c->changed.notify_all();
-    }));
-    ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(probe->asBinder().get(), recipient.get(), &count));
-
+    std::atomic<int> deaths{0};
+    ::ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(
+            [](void* cookie) { static_cast<std::atomic<int>*>(cookie)->fetch_add(1); }));
+    ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(probe->asBinder().get(), recipient.get(), &deaths));
     binder_host::killProcess(server);
-    {
-        std::unique_lock<std::mutex> lock(count.mutex);
-        count.changed.wait_for(lock, std::chrono::seconds(5), [&] { return count.deaths > 0; });
-        EXPECT_EQ(1, count.deaths);
-    }
-    std::optional<std::string> r;
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(1, deaths.load());
     EXPECT_EQ(STATUS_DEAD_OBJECT, probe->shout("late", &r).getStatus());
     EXPECT_FALSE(AIBinder_isAlive(probe->asBinder().get()));
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "torq_sim/SimModel.h"
+#include "torq_test/Records.h"
 
 namespace aidl::vendor::quarn::hardware::torq {
 inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
@@ -62,19 +63,11 @@ class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCa
     std::vector<Records> calls_;
 };
 
-inline TorqRequestData idEntry(int32_t id, std::optional<std::string> value = std::nullopt) {
-    TorqRequestData d;
-    d.id = id;
-    d.value = std::move(value);
-    return d;
-}
+using torq_test::idRecord;
 
 inline TorqRequestData pathEntry(const std::string& path,
                                  std::optional<std::string> value = std::nullopt) {
-    TorqRequestData d;
-    d.path = path;
-    d.value = std::move(value);
-    return d;
+    return torq_test::pathRecord(path, std::move(value));
 }
 
 inline TorqRequestParcel parcel(int32_t kind, Records data, int64_t duration = 0) {

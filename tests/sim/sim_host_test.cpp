@@ -48,7 +48,7 @@ TEST_F(SimHostTest, ListenerCallbacksCrossProcessesAndTheTimerExpiresRequests) {
     const char kPath[] = "/proc/sys/walt/cluster2/target_load";
     ASSERT_TRUE(hal->listeningRegister(parcel(0, {pathEntry(kPath)}), listener, &handle).isOk());
     ASSERT_GT(handle, 0);
-    hal->request(parcel(1, {idEntry(0x010108C0, "44")}, 50), &handle);
+    hal->request(parcel(1, {idRecord(0x010108C0, "44")}, 50), &handle);
     ASSERT_TRUE(listener->waitFor(2));
     EXPECT_EQ(listener->calls(),
               (std::vector<Records>{{pathEntry(kPath, "44")}, {pathEntry(kPath, "90")}}));
@@ -58,13 +58,13 @@ TEST_F(SimHostTest, ListenersOfADeadClientAreDropped) {
     const binder_host::ProcessId client = binder_host::createProcess("client");
     binder_host::runInProcess(client, [this] {
         auto listener = ::ndk::SharedRefBase::make<RecordingCallback>();
-        connect()->listeningRegister(parcel(0, {idEntry(0x010108A0)}), listener, &handle);
+        connect()->listeningRegister(parcel(0, {idRecord(0x010108A0)}), listener, &handle);
     });
     ASSERT_GT(handle, 0);
     ASSERT_EQ(listeners(), 1u);
 
     binder_host::killProcess(client);
-    connect()->request(parcel(1, {idEntry(0x010108A0, "1")}), &handle);
+    connect()->request(parcel(1, {idRecord(0x010108A0, "1")}), &handle);
     binder_host::drain();
     EXPECT_EQ(listeners(), 0u);
 }

@@ -38,20 +38,20 @@ class SimTorqTest : public ::testing::Test {
 
 TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
     auto answer = ::ndk::SharedRefBase::make<RecordingCallback>();
-    TorqRequestParcel p = parcel(torq_sim::kKindResourceControl, {idEntry(0x010108A0, "50")}, 1000);
+    TorqRequestParcel p = parcel(torq_sim::kKindResourceControl, {idRecord(0x010108A0, "50")}, 1000);
     p.option = -1;
     p.callback = answer;
     ASSERT_TRUE(hal->request(p, &result).isOk());
     EXPECT_EQ(result, 1);
     ASSERT_EQ(answer->calls().size(), 1u);
-    EXPECT_EQ(answer->calls()[0], Records{idEntry(0x010108A0, "50")});
+    EXPECT_EQ(answer->calls()[0], Records{idRecord(0x010108A0, "50")});
 
     const uint64_t mark = hal->journal()->mark();
     ASSERT_TRUE(hal->release(1, &result).isOk());
     EXPECT_EQ(result, 0);
     std::string text;
     ASSERT_TRUE(hal->propertyGet("torq.version", &text).isOk());
-    ASSERT_TRUE(hal->ruleCtl(131, 1, {idEntry(0x01011040, "-1")}, &result).isOk());
+    ASSERT_TRUE(hal->ruleCtl(131, 1, {idRecord(0x01011040, "-1")}, &result).isOk());
     EXPECT_EQ(result, 0);
     ASSERT_TRUE(hal->setRelatedSysInfo(2, -5, &result).isOk());
     ASSERT_TRUE(hal->thermalListeningRegister({3, 4}, nullptr, &result).isOk());
@@ -74,17 +74,17 @@ TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
     const auto entries = hal->journal()->entries();
     const auto& request = entries[0];
     EXPECT_EQ(request.call.method, "request");
-    EXPECT_EQ(request.call.parcel.data, Records{idEntry(0x010108A0, "50")});
+    EXPECT_EQ(request.call.parcel.data, Records{idRecord(0x010108A0, "50")});
     EXPECT_EQ(request.call.parcel.duration, 1000);
     EXPECT_TRUE(request.call.hasCallback);
     EXPECT_EQ(request.call.parcel.callback, nullptr);
     EXPECT_EQ(request.answer.result, 1);
     EXPECT_EQ(entries[1].type, torq_sim::JournalEntry::Type::kCallback);
-    EXPECT_EQ(entries[1].records, Records{idEntry(0x010108A0, "50")});
+    EXPECT_EQ(entries[1].records, Records{idRecord(0x010108A0, "50")});
     EXPECT_EQ(entries[1].target, "request #1");
     EXPECT_EQ(entries[3].answer.text, "torq-sim 1.0");
     EXPECT_EQ(entries[4].call.first, 131);
-    EXPECT_EQ(entries[4].call.entries, Records{idEntry(0x01011040, "-1")});
+    EXPECT_EQ(entries[4].call.entries, Records{idRecord(0x01011040, "-1")});
     EXPECT_EQ(entries[5].call.second, -5);
     EXPECT_EQ(entries[6].call.ids, (std::vector<int32_t>{3, 4}));
     EXPECT_FALSE(entries[6].call.hasCallback);
@@ -92,8 +92,8 @@ TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
 
 // Dump commands print to the sink; dumpsys prints the tables and the end of the journal.
 TEST_F(SimTorqTest, DumpsGoToTheSinkAndDumpsysShowsTablesAndJournal) {
-    hal->request(parcel(torq_sim::kKindResourceControl, {idEntry(0x010108A0, "61")}), &result);
-    hal->request(parcel(torq_sim::kKindCommand, {idEntry(4)}), &result);
+    hal->request(parcel(torq_sim::kKindResourceControl, {idRecord(0x010108A0, "61")}), &result);
+    hal->request(parcel(torq_sim::kKindCommand, {idRecord(4)}), &result);
     EXPECT_GT(result, 0);
     ASSERT_GE(dumped.size(), 2u);
     EXPECT_EQ(dumped[0], "dump 4 ResInfo:");
