@@ -197,7 +197,8 @@ bool Process::post(Work work) {
     queue.push_back(work);
     queued.store(queue.size(), std::memory_order_release);
     if (queue.size() > idle && running < maxThreads && !stopping) spawnLocked();
-    workCv.notify_one();
+    // A polling thread sees the work by itself.
+    if (sleepers > 0) workCv.notify_one();
     return true;
 }
 
@@ -234,7 +235,11 @@ void Process::workerLoop() {
             lock.unlock();
             pollBriefly([this] { return queued.load(std::memory_order_acquire) != 0; });
             lock.lock();
-            while (queue.empty() && !stopping) workCv.wait(lock);
+            while (queue.empty() && !stopping) {
+                ++sleepers;
+                workCv.wait(lock);
+                --sleepers;
+            }
             --idle;
         }
         if (queue.empty()) break;  // stopping, and nothing left to do: the thread ends
@@ -402,7 +407,8 @@ void killProcess(ProcessId pid) {
         }
         // Callers waiting on this process, queued or being served, get their answer now; the
         // binder threads drop the queued work and discard replies that come too late.
-        for (const Work& work : process->queue) {
+        for (size_t i = 0; i < process->queue.size(); ++i) {
+            const Work& work = process->queue[i];
             if (work.kind != Work::kTransaction) continue;
             auto* txn = static_cast<Transaction*>(work.item);
             if (!txn->oneway()) txn->complete(STATUS_DEAD_OBJECT);
