@@ -227,12 +227,18 @@ void Process::workerLoop() {
     tls.binderThread = true;
 
     std::unique_lock<std::mutex> lock(mutex);
+    // Counted idle already, and the lock is not held: the end of the last call found the queue
+    // empty, so the thread goes straight to polling without taking the lock again.
+    bool polling = false;
     for (;;) {
-        if (queue.empty() && !stopping) {
+        if (polling || (queue.empty() && !stopping)) {
             // Poll a little before sleeping; the poller counts as idle, so a poster does not
             // start another thread for work this one is about to take.
-            ++idle;
-            lock.unlock();
+            if (!polling) {
+                ++idle;
+                lock.unlock();
+            }
+            polling = false;
             pollBriefly([this] { return queued.load(std::memory_order_acquire) != 0; });
             lock.lock();
             while (queue.empty() && !stopping) {
@@ -287,8 +293,14 @@ void Process::workerLoop() {
             txn->complete(STATUS_DEAD_OBJECT);
         }
 
-        lock.lock();
         AIBinder* node = txn->node;
+        if (sync) {
+            // Dropped here so that a last reference goes away in the object's own process; a
+            // synchronous call's node plays no part in what follows under the lock.
+            txn->node = nullptr;
+            decStrong(node);
+        }
+        lock.lock();
         if (live && sync) unlinkInflight(this, txn);
         if (!sync) {
             Transaction* next = node->asyncHead;
@@ -303,13 +315,16 @@ void Process::workerLoop() {
             }
         }
         txn->node = nullptr;
+        // Nothing left to do: this thread is idle from here on, and polls once it has let go of
+        // the call (which runs no user code).
+        polling = queue.empty() && !stopping;
+        if (polling) ++idle;
         lock.unlock();
-        // Dropped here so that a last reference goes away in the object's own process.
-        decStrong(node);
+        if (!sync) decStrong(node);
         txn->release();
         leaveWork();
         workFinished();
-        lock.lock();
+        if (!polling) lock.lock();
     }
     // Only a killed process's threads get here. The last one out leaves the work that still
     // comes (reference drops) to the threads that post it.
