@@ -334,6 +334,56 @@ TEST_F(TransactionTest, OnewayCallsDoNotWaitAndArriveInOrderOneAtATime) {
     for (int32_t i = 0; i < kCalls; ++i) EXPECT_EQ(i, order[static_cast<size_t>(i)]);
 }
 
+TEST_F(TransactionTest, WorkQueuedBehindABusyThreadIsServedInOrderAndSleepingCallersWake) {
+    // One binder thread: while it is held, the first call to each other object waits in the
+    // process's queue, more of them than the queue has room for at first.
+    const ProcessId single = binder_host::createProcess("single", 1);
+    Latch held, release;
+    std::mutex orderMutex;
+    std::vector<int32_t> order;
+    const Handler record = [&](AIBinder*, transaction_code_t, const AParcel* in, AParcel* out) {
+        int32_t value = 0;
+        AParcel_readInt32(in, &value);
+        if (value < 0) {
+            held.open();
+            release.wait();
+        } else {
+            std::lock_guard<std::mutex> lock(orderMutex);
+            order.push_back(value);
+        }
+        return AParcel_writeInt32(out, value + 1);
+    };
+    constexpr int32_t kObjects = 40;
+    startService(single, "gate", record);
+    for (int32_t i = 0; i < kObjects; ++i) startService(single, "n" + std::to_string(i), record);
+    ndk::SpAIBinder gate = getService("gate");
+    std::vector<ndk::SpAIBinder> objects;
+    for (int32_t i = 0; i < kObjects; ++i) objects.push_back(getService("n" + std::to_string(i)));
+    // Served calls move the queue's start away from its first slot before it has to grow.
+    for (int32_t i = 0; i < 5; ++i) ASSERT_EQ(i + 1, callForInt(gate, kEcho, i));
+    order.clear();
+
+    auto holder = std::async(std::launch::async, [&] { return callForInt(gate, kEcho, -1); });
+    ASSERT_TRUE(held.wait());
+    for (int32_t i = 0; i < kObjects; ++i) {
+        ASSERT_EQ(STATUS_OK,
+                  call(
+                          objects[static_cast<size_t>(i)], kEcho,
+                          [i](AParcel* in) { AParcel_writeInt32(in, i); }, nullptr, FLAG_ONEWAY));
+    }
+    // Queued behind them all: its caller polls in vain, sleeps, and must be woken by the reply.
+    auto last =
+            std::async(std::launch::async, [&] { return callForInt(objects[0], kEcho, kObjects); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    release.open();
+    EXPECT_EQ(0, holder.get());
+    EXPECT_EQ(kObjects + 1, last.get());
+    ASSERT_TRUE(binder_host::drain());
+    std::lock_guard<std::mutex> lock(orderMutex);
+    ASSERT_EQ(static_cast<size_t>(kObjects + 1), order.size());
+    for (int32_t i = 0; i <= kObjects; ++i) EXPECT_EQ(i, order[static_cast<size_t>(i)]);
+}
+
 TEST_F(TransactionTest, ManyCallersAtOnceGetTheirOwnRepliesWithinTheThreadLimit) {
     const ProcessId narrow = binder_host::createProcess("narrow", 2);
     std::atomic<int> running{0}, maxRunning{0};

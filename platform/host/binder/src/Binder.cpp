@@ -114,15 +114,39 @@ void translateObjects(AParcel* parcel, Process* process) {
 // --- Transactions ----------------------------------------------------------------------------
 
 bool Transaction::complete(binder_status_t result) {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (done) return false;
-        status = result;
-        done = true;
-        finished.store(true, std::memory_order_release);
+    // The binder thread and killProcess may both complete a call: the first one claims it.
+    uint8_t expected = kPending;
+    if (!state.compare_exchange_strong(expected, kCompleting, std::memory_order_acquire,
+                                       std::memory_order_relaxed)) {
+        return false;
     }
-    cv.notify_one();
+    status = result;
+    // Sequentially consistent with the caller's `sleeping` flag: either the caller sees kDone
+    // before it sleeps, or this thread sees that it sleeps (or is about to) and wakes it.
+    state.store(kDone, std::memory_order_seq_cst);
+    if (sleeping.load(std::memory_order_seq_cst)) {
+        // Taking the mutex orders the wake-up after the caller's last look at `state`.
+        { std::lock_guard<std::mutex> lock(mutex); }
+        cv.notify_one();
+    }
     return true;
+}
+
+binder_status_t Transaction::awaitCompletion() {
+    auto done = [this] { return state.load(std::memory_order_acquire) == kDone; };
+    if (!pollBriefly(done)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        sleeping.store(true, std::memory_order_seq_cst);
+        while (state.load(std::memory_order_seq_cst) != kDone) cv.wait(lock);
+        sleeping.store(false, std::memory_order_relaxed);
+    }
+    return status;
+}
+
+void Transaction::resetCompletion() {
+    state.store(kPending, std::memory_order_relaxed);
+    sleeping.store(false, std::memory_order_relaxed);
+    status = STATUS_OK;
 }
 
 void Transaction::release() {
@@ -234,9 +258,7 @@ Transaction* takeTransaction() {
     // A failed call leaves its reply behind, and a request too large to keep as a spare stays.
     txn->request.clear();
     txn->reply.clear();
-    txn->done = false;
-    txn->finished.store(false, std::memory_order_relaxed);
-    txn->status = STATUS_OK;
+    txn->resetCompletion();
     txn->next = txn->prev = nullptr;
     return txn;
 }
@@ -470,13 +492,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         return STATUS_OK;
     }
 
-    pollBriefly([txn] { return txn->finished.load(std::memory_order_acquire); });
-    binder_status_t status;
-    {
-        std::unique_lock<std::mutex> lock(txn->mutex);
-        txn->cv.wait(lock, [txn] { return txn->done; });
-        status = txn->status;
-    }
+    const binder_status_t status = txn->awaitCompletion();
     if (status == STATUS_OK) {
         // The binder thread is done with the reply; it moves over the same way.
         *request = std::move(txn->reply);

@@ -40,7 +40,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -83,8 +82,10 @@ struct AIBinder {
 
     std::atomic<int32_t> strong{1};
     std::atomic<int32_t> weak{1};
-    // Owner of a node, holder of a proxy.
-    const std::shared_ptr<binder_host::internal::Process> process;
+    // Owner of a node, holder of a proxy. From here on, apart from the counts: every call takes
+    // and drops a reference on its node on two threads, which must not make the binder thread
+    // fetch again the class and process it reads for each call.
+    alignas(64) const std::shared_ptr<binder_host::internal::Process> process;
     // The object a proxy stands for; `this` for a node.
     AIBinder* const node;
     std::atomic<const AIBinder_Class*> clazz{nullptr};
@@ -189,12 +190,16 @@ struct Transaction {
     ProcessId senderPid = 0;
     AParcel request;
     AParcel reply;
-    // Completion of a synchronous transaction.
-    std::mutex mutex;
-    std::condition_variable cv;
-    bool done = false;
-    std::atomic<bool> finished{false};  // mirrors `done` for callers that poll before sleeping
+    // Completion of a synchronous transaction. The caller polls `state` and reads `status` next
+    // to it, on a cache line of their own: the completing thread touches nothing else the caller
+    // reads. Only a caller that has polled in vain sleeps, and only then does the completing
+    // thread take `mutex` to wake it.
+    enum State : uint8_t { kPending, kCompleting, kDone };
+    alignas(64) std::atomic<uint8_t> state{kPending};
+    std::atomic<bool> sleeping{false};  // the caller is (about to be) waiting on `cv`
     binder_status_t status = STATUS_OK;
+    alignas(64) std::mutex mutex;
+    std::condition_variable cv;
     // Intrusive links: the node's oneway queue or the process's in-flight list.
     Transaction* next = nullptr;
     Transaction* prev = nullptr;
@@ -202,6 +207,10 @@ struct Transaction {
     bool oneway() const { return (flags & FLAG_ONEWAY) != 0; }
     // Sets the result once; false if it was already set (the caller gave up).
     bool complete(binder_status_t result);
+    // The caller's wait for complete(); returns the result.
+    binder_status_t awaitCompletion();
+    // Makes a finished record ready for another call.
+    void resetCompletion();
     void release();
 };
 
@@ -226,6 +235,38 @@ struct Work {
     void* item;  // Transaction*, AIBinder* node, std::shared_ptr<DeathLink>*, std::shared_ptr<Task>*
 };
 
+// A process's queue of work: a ring that grows by doubling and never shrinks, so that a steady
+// stream of calls queues and takes work without allocating (a deque allocates and frees a block
+// each time its ends cross one).
+class WorkQueue {
+  public:
+    bool empty() const { return count_ == 0; }
+    size_t size() const { return count_; }
+    const Work& front() const { return slots_[head_]; }
+    const Work& operator[](size_t i) const { return slots_[(head_ + i) & (slots_.size() - 1)]; }
+    void push_back(const Work& work) {
+        if (count_ == slots_.size()) grow();
+        slots_[(head_ + count_) & (slots_.size() - 1)] = work;
+        ++count_;
+    }
+    void pop_front() {
+        head_ = (head_ + 1) & (slots_.size() - 1);
+        --count_;
+    }
+
+  private:
+    void grow() {
+        std::vector<Work> bigger(slots_.empty() ? 16 : slots_.size() * 2);
+        for (size_t i = 0; i < count_; ++i) bigger[i] = (*this)[i];
+        slots_.swap(bigger);
+        head_ = 0;
+    }
+
+    std::vector<Work> slots_;  // a power of two in size
+    size_t head_ = 0;
+    size_t count_ = 0;
+};
+
 struct Process : std::enable_shared_from_this<Process> {
     Process(ProcessId id, std::string name, size_t maxThreads);
 
@@ -247,11 +288,11 @@ struct Process : std::enable_shared_from_this<Process> {
 
     std::mutex mutex;
     std::condition_variable workCv;
-    std::deque<Work> queue;
-    std::atomic<size_t> queued{0};  // queue.size(), readable without the mutex
+    WorkQueue queue;
     size_t maxThreads;
-    size_t running = 0;  // threads inside workerLoop (started here or joined the pool)
-    size_t idle = 0;
+    size_t running = 0;    // threads inside workerLoop (started here or joined the pool)
+    size_t idle = 0;       // threads polling or sleeping for work
+    size_t sleepers = 0;   // threads waiting on workCv: a post wakes one only if there is one
     size_t owedExits = 0;  // ends of threads drain() waits for (see stopThreadsLocked)
     bool stopping = false;
     bool threadsStopped = false;  // stopping, and every thread has left: work runs inline
@@ -261,6 +302,10 @@ struct Process : std::enable_shared_from_this<Process> {
     Transaction* inflight = nullptr;                   // synchronous transactions being served
 
     std::atomic<int64_t> liveNodes{0};
+
+    // queue.size(), readable without the mutex: idle binder threads poll it. On a cache line of
+    // its own, so that their polling does not take away the lines a poster writes under the lock.
+    alignas(64) std::atomic<size_t> queued{0};
 
     // World::deathMutex
     std::vector<std::shared_ptr<DeathLink>> heldLinks;  // links this process made

@@ -197,7 +197,8 @@ bool Process::post(Work work) {
     queue.push_back(work);
     queued.store(queue.size(), std::memory_order_release);
     if (queue.size() > idle && running < maxThreads && !stopping) spawnLocked();
-    workCv.notify_one();
+    // A polling thread sees the work by itself.
+    if (sleepers > 0) workCv.notify_one();
     return true;
 }
 
@@ -226,15 +227,25 @@ void Process::workerLoop() {
     tls.binderThread = true;
 
     std::unique_lock<std::mutex> lock(mutex);
+    // Counted idle already, and the lock is not held: the end of the last call found the queue
+    // empty, so the thread goes straight to polling without taking the lock again.
+    bool polling = false;
     for (;;) {
-        if (queue.empty() && !stopping) {
+        if (polling || (queue.empty() && !stopping)) {
             // Poll a little before sleeping; the poller counts as idle, so a poster does not
             // start another thread for work this one is about to take.
-            ++idle;
-            lock.unlock();
+            if (!polling) {
+                ++idle;
+                lock.unlock();
+            }
+            polling = false;
             pollBriefly([this] { return queued.load(std::memory_order_acquire) != 0; });
             lock.lock();
-            while (queue.empty() && !stopping) workCv.wait(lock);
+            while (queue.empty() && !stopping) {
+                ++sleepers;
+                workCv.wait(lock);
+                --sleepers;
+            }
             --idle;
         }
         if (queue.empty()) break;  // stopping, and nothing left to do: the thread ends
@@ -282,8 +293,14 @@ void Process::workerLoop() {
             txn->complete(STATUS_DEAD_OBJECT);
         }
 
-        lock.lock();
         AIBinder* node = txn->node;
+        if (sync) {
+            // Dropped here so that a last reference goes away in the object's own process; a
+            // synchronous call's node plays no part in what follows under the lock.
+            txn->node = nullptr;
+            decStrong(node);
+        }
+        lock.lock();
         if (live && sync) unlinkInflight(this, txn);
         if (!sync) {
             Transaction* next = node->asyncHead;
@@ -298,13 +315,16 @@ void Process::workerLoop() {
             }
         }
         txn->node = nullptr;
+        // Nothing left to do: this thread is idle from here on, and polls once it has let go of
+        // the call (which runs no user code).
+        polling = queue.empty() && !stopping;
+        if (polling) ++idle;
         lock.unlock();
-        // Dropped here so that a last reference goes away in the object's own process.
-        decStrong(node);
+        if (!sync) decStrong(node);
         txn->release();
         leaveWork();
         workFinished();
-        lock.lock();
+        if (!polling) lock.lock();
     }
     // Only a killed process's threads get here. The last one out leaves the work that still
     // comes (reference drops) to the threads that post it.
@@ -402,7 +422,8 @@ void killProcess(ProcessId pid) {
         }
         // Callers waiting on this process, queued or being served, get their answer now; the
         // binder threads drop the queued work and discard replies that come too late.
-        for (const Work& work : process->queue) {
+        for (size_t i = 0; i < process->queue.size(); ++i) {
+            const Work& work = process->queue[i];
             if (work.kind != Work::kTransaction) continue;
             auto* txn = static_cast<Transaction*>(work.item);
             if (!txn->oneway()) txn->complete(STATUS_DEAD_OBJECT);
