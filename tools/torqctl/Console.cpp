@@ -129,22 +129,18 @@ void Console::finish() {
 // --- events and logs -----------------------------------------------------------------------
 
 void Console::deliver(const CallbackEvent& event) {
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        // A callback made while a call is running prints after that call's report.
-        if (callInProgress_) {
-            held_.push_back(event);
-            events_.push_back(event);
-            eventsCv_.notify_all();
-            return;
-        }
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    // A callback made while a call is running prints after that call's report; any other is
+    // printed before anyone waiting for it is woken, so the output keeps its order.
+    if (callInProgress_) {
+        held_.push_back(event);
+    } else {
+        lock.unlock();
+        out_.callback(event);
+        lock.lock();
     }
-    // Printed before anyone waiting for it is woken, so the output keeps its order.
-    out_.callback(event);
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        events_.push_back(event);
-    }
+    events_.push_back(event);
+    lock.unlock();
     eventsCv_.notify_all();
 }
 
@@ -205,12 +201,18 @@ std::string argText(HexId id) {
     return hexId(id.id);
 }
 
-std::string argText(const std::vector<int32_t>& ids) {
-    return listText(ids, [](int32_t id) { return std::to_string(id); });
+std::string argText(const ZelClient::Resource& r) {
+    return hexId(r.id) + "=" + quoted(r.value.value_or(""));
 }
 
-std::string argText(const std::vector<std::string>& items) {
-    return listText(items, quoted);
+std::string argText(const std::pair<const std::string, std::string>& pathValue) {
+    return quoted(pathValue.first) + ": " + quoted(pathValue.second);
+}
+
+// A container: "{a, b, c}", each item shown as it would be alone.
+template <typename Items, typename = decltype(std::declval<Items>().begin())>
+std::string argText(const Items& items) {
+    return listText(items, [](const auto& item) { return argText(item); });
 }
 
 // Opcodes, as a state request reads them.
@@ -220,26 +222,6 @@ struct HexIds {
 
 std::string argText(HexIds ids) {
     return listText(ids.ids, hexId);
-}
-
-std::string argText(const std::map<std::string, std::string>& values) {
-    return listText(values,
-                    [](const auto& kv) { return quoted(kv.first) + ": " + quoted(kv.second); });
-}
-
-template <typename Container>
-std::string resourcesText(const Container& resources) {
-    return listText(resources, [](const ZelClient::Resource& r) {
-        return hexId(r.id) + "=" + quoted(r.value.value_or(""));
-    });
-}
-
-std::string argText(const std::vector<ZelClient::Resource>& resources) {
-    return resourcesText(resources);
-}
-
-std::string argText(const std::list<ZelClient::Resource>& resources) {
-    return resourcesText(resources);
 }
 
 std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
