@@ -14,51 +14,48 @@ namespace {
 // Length of the well-formed UTF-8 sequence at text[i], or 0 when the byte there starts none
 // (overlong forms, surrogates and code points above U+10FFFF included).
 size_t utf8SequenceAt(const std::string& text, size_t i) {
+    // Per lead byte: the sequence's length and the range its second byte must lie in.
+    struct Lead {
+        unsigned char first, last;
+        size_t length;
+        unsigned char min1, max1;
+    };
+    static const Lead kLeads[] = {
+            {0x00, 0x7f, 1, 0, 0},       {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf},
+            {0xe1, 0xec, 3, 0x80, 0xbf}, {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf},
+            {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f}};
     const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    const unsigned char b0 = byte(i);
-    if (b0 < 0x80) return 1;
-    size_t length;
-    unsigned char min1 = 0x80;  // the allowed range of the second byte
-    unsigned char max1 = 0xbf;
-    if (b0 >= 0xc2 && b0 <= 0xdf) {
-        length = 2;
-    } else if (b0 >= 0xe0 && b0 <= 0xef) {
-        length = 3;
-        if (b0 == 0xe0) min1 = 0xa0;  // overlong
-        if (b0 == 0xed) max1 = 0x9f;  // surrogates
-    } else if (b0 >= 0xf0 && b0 <= 0xf4) {
-        length = 4;
-        if (b0 == 0xf0) min1 = 0x90;  // overlong
-        if (b0 == 0xf4) max1 = 0x8f;  // above U+10FFFF
-    } else {
-        return 0;
+    for (const Lead& lead : kLeads) {
+        if (byte(i) < lead.first || byte(i) > lead.last) continue;
+        if (lead.length == 1) return 1;
+        if (i + lead.length > text.size() || byte(i + 1) < lead.min1 || byte(i + 1) > lead.max1)
+            return 0;
+        for (size_t k = 2; k < lead.length; ++k) {
+            if ((byte(i + k) & 0xc0) != 0x80) return 0;
+        }
+        return lead.length;
     }
-    if (i + length > text.size()) return 0;
-    if (byte(i + 1) < min1 || byte(i + 1) > max1) return 0;
-    for (size_t k = 2; k < length; ++k) {
-        if ((byte(i + k) & 0xc0) != 0x80) return 0;
-    }
-    return length;
+    return 0;
 }
 
-Json::Value withValidStrings(const Json::Value& value) {
-    switch (value.type()) {
-        case Json::stringValue:
-            return Json::Value(validUtf8(value.asString()));
-        case Json::arrayValue: {
-            Json::Value out(Json::arrayValue);
-            for (const Json::Value& item : value) out.append(withValidStrings(item));
-            return out;
+// `text` with every byte outside a well-formed sequence written as `escape` and two hex digits.
+std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
+    std::string out;
+    out.reserve(text.size());
+    static const char kHex[] = "0123456789abcdef";
+    for (size_t i = 0; i < text.size();) {
+        const size_t length = utf8SequenceAt(text, i);
+        if (length > 0) {
+            out.append(text, i, length);
+            i += length;
+        } else {
+            const auto b = static_cast<unsigned char>(text[i++]);
+            out += escape;
+            out += kHex[b >> 4];
+            out += kHex[b & 0xf];
         }
-        case Json::objectValue: {
-            Json::Value out(Json::objectValue);
-            for (const std::string& key : value.getMemberNames())
-                out[validUtf8(key)] = withValidStrings(value[key]);
-            return out;
-        }
-        default:
-            return value;
     }
+    return out;
 }
 
 Json::Value optionalText(const std::optional<std::string>& text) {
@@ -147,22 +144,7 @@ Json::Value answerJson(const torq_sim::SentAnswer& a) {
 }  // namespace
 
 std::string validUtf8(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    static const char kHex[] = "0123456789abcdef";
-    for (size_t i = 0; i < text.size();) {
-        const size_t length = utf8SequenceAt(text, i);
-        if (length > 0) {
-            out.append(text, i, length);
-            i += length;
-        } else {
-            const auto b = static_cast<unsigned char>(text[i++]);
-            out += "\\x";
-            out += kHex[b >> 4];
-            out += kHex[b & 0xf];
-        }
-    }
-    return out;
+    return escapeInvalidUtf8(text, "\\x");
 }
 
 std::string toJsonLine(const Json::Value& value) {
@@ -173,8 +155,10 @@ std::string toJsonLine(const Json::Value& value) {
     builder["emitUTF8"] = true;  // text as it is, not as \u escapes
     const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
     std::ostringstream out;
-    writer->write(withValidStrings(value), &out);
-    return out.str();
+    writer->write(value, &out);
+    // Bytes beyond ASCII come only from strings, which jsoncpp copies as they are: each one
+    // outside a well-formed sequence becomes what the string \xNN would be written as.
+    return escapeInvalidUtf8(out.str(), "\\\\x");
 }
 
 Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
