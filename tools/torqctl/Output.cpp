@@ -58,28 +58,46 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
-Json::Value optionalText(const std::optional<std::string>& text) {
-    return text ? Json::Value(*text) : Json::Value();
+using Members = std::initializer_list<std::pair<const char*, Json::Value>>;
+
+void add(Json::Value& object, Members members) {
+    for (const auto& [name, value] : members) object[name] = value;
 }
 
-Json::Value dataJson(const std::vector<torq_sim::TorqRequestData>& list) {
-    Json::Value out(Json::arrayValue);
-    for (const auto& d : list) {
-        Json::Value item(Json::objectValue);
-        item["id"] = torq_sim::hexId(d.id);
-        item["subId"] = d.subId;
-        item["value"] = optionalText(d.value);
-        item["path"] = optionalText(d.path);
-        item["extra"] = optionalText(d.extra);
-        out.append(std::move(item));
-    }
+// An object of the members given (JSON writes them by name, whatever their order here).
+Json::Value object(Members members) {
+    Json::Value out(Json::objectValue);
+    add(out, members);
     return out;
 }
 
-Json::Value intsJson(const std::vector<int32_t>& values) {
+// The journal's values as JSON: an absent optional is null, a list an array.
+Json::Value toJson(const Json::Value& value) {
+    return value;
+}
+
+Json::Value toJson(const torq_sim::TorqRequestData& d);
+template <typename T>
+Json::Value toJson(const std::vector<T>& items);
+
+template <typename T>
+Json::Value toJson(const std::optional<T>& value) {
+    return value ? toJson(*value) : Json::Value();
+}
+
+template <typename T>
+Json::Value toJson(const std::vector<T>& items) {
     Json::Value out(Json::arrayValue);
-    for (int32_t v : values) out.append(v);
+    for (const T& item : items) out.append(toJson(item));
     return out;
+}
+
+Json::Value toJson(const torq_sim::TorqRequestData& d) {
+    return object({{"id", torq_sim::hexId(d.id)},
+                   {"subId", d.subId},
+                   {"value", toJson(d.value)},
+                   {"path", toJson(d.path)},
+                   {"extra", toJson(d.extra)}});
 }
 
 bool takesParcel(const std::string& method) {
@@ -89,54 +107,43 @@ bool takesParcel(const std::string& method) {
 
 // The arguments of one received call, as fields of `item`: those of its method only.
 void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
+    const torq_sim::TorqRequestParcel& p = c.parcel;
     if (takesParcel(c.method)) {
-        const torq_sim::TorqRequestParcel& p = c.parcel;
-        item["kind"] = p.kind;
-        item["data"] = dataJson(p.data);
-        item["flag"] = p.flag;
-        item["option"] = p.option;
-        item["tag"] = p.tag;
-        item["duration"] = static_cast<Json::Int64>(p.duration);
-        item["param"] = p.param;
-        item["pkg"] = optionalText(p.pkg);
-        item["identity"] = optionalText(p.identity);
-        Json::Value extras;
-        if (p.extras) {
-            extras = Json::Value(Json::arrayValue);
-            for (const auto& e : *p.extras) extras.append(optionalText(e));
-        }
-        item["extras"] = std::move(extras);
-        item["numbers"] = p.numbers ? intsJson(*p.numbers) : Json::Value();
-        item["callback"] = c.hasCallback;
+        add(item, {{"kind", p.kind},
+                   {"data", toJson(p.data)},
+                   {"flag", p.flag},
+                   {"option", p.option},
+                   {"tag", p.tag},
+                   {"duration", static_cast<Json::Int64>(p.duration)},
+                   {"param", p.param},
+                   {"pkg", toJson(p.pkg)},
+                   {"identity", toJson(p.identity)},
+                   {"extras", toJson(p.extras)},
+                   {"numbers", toJson(p.numbers)},
+                   {"callback", c.hasCallback}});
     } else if (c.method == "release" || c.method == "listeningUnregister" ||
                c.method == "thermalListeningUnregister") {
-        item["handle"] = c.handle;
+        add(item, {{"handle", c.handle}});
     } else if (c.method == "propertyGet") {
-        item["name"] = c.name;
+        add(item, {{"name", c.name}});
     } else if (c.method == "propertySet") {
-        item["name"] = c.name;
-        item["value"] = c.value;
+        add(item, {{"name", c.name}, {"value", c.value}});
     } else if (c.method == "thermalListeningRegister") {
-        item["ids"] = intsJson(c.ids);
-        item["callback"] = c.hasCallback;
+        add(item, {{"ids", toJson(c.ids)}, {"callback", c.hasCallback}});
     } else if (c.method == "setRelatedSysInfo") {
-        item["type"] = c.first;
-        item["value"] = static_cast<Json::Int64>(c.second);
+        add(item, {{"type", c.first}, {"value", static_cast<Json::Int64>(c.second)}});
     } else if (c.method == "ruleCtl") {
-        item["rule"] = c.first;
-        item["status"] = c.status;
-        item["data"] = dataJson(c.entries);
+        add(item, {{"rule", c.first}, {"status", c.status}, {"data", toJson(c.entries)}});
     }
 }
 
 Json::Value answerJson(const torq_sim::SentAnswer& a) {
-    Json::Value out(Json::objectValue);
-    out["exception"] = a.exception;
-    out["serviceSpecificError"] = a.serviceSpecificError;
-    out["transactionError"] = a.transactionError;
-    out["message"] = a.message;
-    out["result"] = a.result ? Json::Value(*a.result) : Json::Value();
-    if (a.records) out["records"] = dataJson(*a.records);
+    Json::Value out = object({{"exception", a.exception},
+                              {"serviceSpecificError", a.serviceSpecificError},
+                              {"transactionError", a.transactionError},
+                              {"message", a.message},
+                              {"result", toJson(a.result)}});
+    if (a.records) out["records"] = toJson(*a.records);
     if (a.text) out["text"] = *a.text;
     return out;
 }
@@ -164,24 +171,21 @@ std::string toJsonLine(const Json::Value& value) {
 Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
     Json::Value list(Json::arrayValue);
     for (const auto& e : entries) {
-        Json::Value item(Json::objectValue);
-        item["seq"] = static_cast<Json::UInt64>(e.seq);
+        Json::Value item = object({{"seq", static_cast<Json::UInt64>(e.seq)}});
         switch (e.type) {
             case torq_sim::JournalEntry::Type::kCall:
-                item["type"] = "call";
-                item["method"] = e.call.method;
+                add(item,
+                    {{"type", "call"}, {"method", e.call.method}, {"answer", answerJson(e.answer)}});
                 callArguments(e.call, item);
-                item["answer"] = answerJson(e.answer);
                 break;
             case torq_sim::JournalEntry::Type::kCallback:
-                item["type"] = "callback";
-                item["method"] = e.method;
-                item["to"] = e.target;
-                item["records"] = dataJson(e.records);
+                add(item, {{"type", "callback"},
+                           {"method", e.method},
+                           {"to", e.target},
+                           {"records", toJson(e.records)}});
                 break;
             case torq_sim::JournalEntry::Type::kNote:
-                item["type"] = "note";
-                item["text"] = e.args;
+                add(item, {{"type", "note"}, {"text", e.args}});
                 break;
         }
         list.append(std::move(item));
@@ -192,12 +196,7 @@ Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
 Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
                         const char* key) {
     Json::Value list(Json::arrayValue);
-    for (const auto& [k, v] : records) {
-        Json::Value item(Json::objectValue);
-        item[key] = k;
-        item["value"] = v;
-        list.append(std::move(item));
-    }
+    for (const auto& [k, v] : records) list.append(object({{key, k}, {"value", v}}));
     return list;
 }
 
@@ -227,12 +226,11 @@ bool Output::writeFailed() const {
 void Output::report(const Report& r) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j(Json::objectValue);
-        j["command"] = r.command;
-        j["call"] = r.call;
-        j["args"] = r.args;
-        j["result"] = r.result ? Json::Value(static_cast<Json::Int64>(*r.result)) : Json::Value();
-        j["ok"] = r.ok;
+        Json::Value j = object({{"command", r.command},
+                                {"call", r.call},
+                                {"args", r.args},
+                                {"result", toJson(r.result)},
+                                {"ok", r.ok}});
         for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
         if (r.halVisible) j["hal"] = halJson(r.hal);
         emit(toJsonLine(j));
@@ -256,22 +254,20 @@ void Output::report(const Report& r) {
 }
 
 void Output::callback(const CallbackEvent& event) {
-    Json::Value j(Json::objectValue);
-    j["event"] = "callback";
-    j["to"] = event.to;
-    j["handle"] = event.handle > 0 ? Json::Value(event.handle) : Json::Value();
-    j["records"] = recordsJson(event.records, event.byPath ? "path" : "id");
-    message(describeCallback(event), j);
+    message(describeCallback(event),
+            object({{"event", "callback"},
+                    {"to", event.to},
+                    {"handle", event.handle > 0 ? Json::Value(event.handle) : Json::Value()},
+                    {"records", recordsJson(event.records, event.byPath ? "path" : "id")}}));
 }
 
 void Output::log(const LogLine& line) {
-    Json::Value j(Json::objectValue);
-    j["event"] = "log";
-    j["priority"] = priorityLetter(line.priority);
-    j["tag"] = line.tag;
-    j["message"] = line.message;
-    message(std::string("log: ") + j["priority"].asString() + "/" + line.tag + ": " + line.message,
-            j);
+    const std::string priority = priorityLetter(line.priority);
+    message("log: " + priority + "/" + line.tag + ": " + line.message,
+            object({{"event", "log"},
+                    {"priority", priority},
+                    {"tag", line.tag},
+                    {"message", line.message}}));
 }
 
 void Output::message(const std::string& text, const Json::Value& json) {
@@ -292,10 +288,7 @@ void Output::raw(const std::string& text) {
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j(Json::objectValue);
-        j["error"] = text;
-        j["exit"] = exit;
-        emit(toJsonLine(j));
+        emit(toJsonLine(object({{"error", text}, {"exit", exit}})));
     } else {
         fflush(out_);
     }
