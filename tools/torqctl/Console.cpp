@@ -672,13 +672,13 @@ int Console::dispatch(const Command& c) {
 
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
-    std::vector<std::string> lines;
+    std::string lines;
     const std::string pattern = lower(c.name);
     for (size_t i = 0; i < gActionList.size(); ++i) {
         if (!pattern.empty() && lower(gActionList[i]).find(pattern) == std::string::npos) continue;
         char number[32];
-        snprintf(number, sizeof(number), "%5zu  ", i);
-        lines.push_back(number + gActionList[i]);
+        snprintf(number, sizeof(number), "\n%5zu  ", i);
+        lines += number + gActionList[i];
         Json::Value item(Json::objectValue);
         item["id"] = static_cast<Json::UInt64>(i);
         item["name"] = gActionList[i];
@@ -689,15 +689,10 @@ int Console::actions(const Command& c) {
     j["pattern"] = c.name;
     j["count"] = list.size();
     j["actions"] = list;
-    if (out_.json()) {
-        out_.message("", j);
-    } else {
-        std::string text = "event id  action (" + std::to_string(lines.size()) + " of " +
-                           std::to_string(gActionList.size()) + ")\n";
-        for (const std::string& l : lines) text += l + "\n";
-        out_.raw(text);
-    }
-    return lines.empty() ? kExitFailed : kExitOk;
+    out_.message("event id  action (" + std::to_string(list.size()) + " of " +
+                         std::to_string(gActionList.size()) + ")" + lines,
+                 j);
+    return list.empty() ? kExitFailed : kExitOk;
 }
 
 int Console::release(const Command& c) {
