@@ -34,39 +34,11 @@ using torq_sim::hexId;
 using torq_sim::quoted;
 
 // "{a, b, c}", each item as `show` writes it.
-template <typename T, typename Show>
-std::string listText(const std::vector<T>& items, Show show) {
-    std::string out = "{";
-    for (size_t i = 0; i < items.size(); ++i) out += (i > 0 ? ", " : "") + show(items[i]);
-    return out + "}";
-}
-
-std::string resourcesText(const std::vector<IdValue>& resources) {
-    return listText(resources, [](const IdValue& r) { return hexId(r.id) + "=" + quoted(r.value); });
-}
-
-std::string idsText(const std::vector<int32_t>& ids, bool hex) {
-    return listText(ids, [hex](int32_t id) { return hex ? hexId(id) : std::to_string(id); });
-}
-
-std::string stringsText(const std::vector<std::string>& items) {
-    return listText(items, quoted);
-}
-
-// The resources in the container a library function takes.
-template <typename Container = std::vector<ZelClient::Resource>>
-Container libraryResources(const std::vector<IdValue>& resources) {
-    Container out;
-    for (const IdValue& r : resources) out.push_back({r.id, r.value});
-    return out;
-}
-
-std::string argText(const std::string& text) {
-    return text;
-}
-
-std::string argText(int64_t value) {
-    return std::to_string(value);
+template <typename Items, typename Show>
+std::string listText(const Items& items, Show show) {
+    std::string out;
+    for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
+    return "{" + out + "}";
 }
 
 }  // namespace
@@ -120,15 +92,8 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
 
     // Waits (at most kAnswerWaitMs) for a first callback: a request's answer.
     void awaitAnswer() const {
-        const auto deadline =
-                std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerWaitMs);
-        while (std::chrono::steady_clock::now() < deadline) {
-            {
-                std::lock_guard<std::mutex> lock(mutex_);
-                if (received_ > 0) return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
+        console_->waitUntil(kAnswerWaitMs,
+                            [this](const auto&, const auto&) { return received_ > 0; });
     }
 
   private:
@@ -137,8 +102,9 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
     mutable std::mutex mutex_;
     bool assigned_ = false;
     int32_t handle_ = 0;
-    size_t received_ = 0;
     std::vector<CallbackEvent> pending_;
+    // Read under the console's lock, which is taken inside this object's.
+    std::atomic<size_t> received_{0};
 };
 
 Console::Console(Output& out, Backend& backend, bool shellMode)
@@ -163,22 +129,18 @@ void Console::finish() {
 // --- events and logs -----------------------------------------------------------------------
 
 void Console::deliver(const CallbackEvent& event) {
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        // A callback made while a call is running prints after that call's report.
-        if (callInProgress_) {
-            held_.push_back(event);
-            events_.push_back(event);
-            eventsCv_.notify_all();
-            return;
-        }
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    // A callback made while a call is running prints after that call's report; any other is
+    // printed before anyone waiting for it is woken, so the output keeps its order.
+    if (callInProgress_) {
+        held_.push_back(event);
+    } else {
+        lock.unlock();
+        out_.callback(event);
+        lock.lock();
     }
-    // Printed before anyone waiting for it is woken, so the output keeps its order.
-    out_.callback(event);
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        events_.push_back(event);
-    }
+    events_.push_back(event);
+    lock.unlock();
     eventsCv_.notify_all();
 }
 
@@ -211,8 +173,62 @@ void Console::onLog(const LogLine& line, bool show) {
 
 // --- one library call ------------------------------------------------------------------------
 
-// How a library function's result tells success.
-enum Success { kZero, kNotNegative, kNotMinusOne };
+namespace {
+
+// How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
+enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
+
+// An SA id: passed as the number it is, shown in hex like an opcode.
+struct HexId {
+    int32_t id;
+    operator int32_t() const { return id; }
+};
+
+// How the report shows an argument of each type a library function takes.
+std::string argText(const char* text) {
+    return text;
+}
+
+std::string argText(const std::string& text) {
+    return quoted(text);
+}
+
+std::string argText(int64_t value) {
+    return std::to_string(value);
+}
+
+std::string argText(HexId id) {
+    return hexId(id.id);
+}
+
+std::string argText(const ZelClient::Resource& r) {
+    return hexId(r.id) + "=" + quoted(r.value.value_or(""));
+}
+
+std::string argText(const std::pair<const std::string, std::string>& pathValue) {
+    return quoted(pathValue.first) + ": " + quoted(pathValue.second);
+}
+
+// A container: "{a, b, c}", each item shown as it would be alone.
+template <typename Items, typename = decltype(std::declval<Items>().begin())>
+std::string argText(const Items& items) {
+    return listText(items, [](const auto& item) { return argText(item); });
+}
+
+// Opcodes, as a state request reads them.
+struct HexIds {
+    const std::vector<int32_t>& ids;
+};
+
+std::string argText(HexIds ids) {
+    return listText(ids.ids, hexId);
+}
+
+std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
+    return "callback";
+}
+
+}  // namespace
 
 // A library call on its way to becoming a report: what the command's `fill` function makes of
 // it.
@@ -227,14 +243,34 @@ struct Call {
     bool awaitsAnswer = false;           // a request with a callback: wait for its answer
     std::string refused;                 // set instead of calling: the input does not fit
 
-    // The function and its arguments as the report shows them (numbers in decimal).
+    // The function and its arguments as the report shows them.
     template <typename... Args>
-    void calls(const char* function, const Args&... args) {
+    void calls(const std::string& function, const Args&... args) {
         r.call = function;
         r.args.clear();
         for (const std::string& arg : std::vector<std::string>{argText(args)...}) {
             r.args += (r.args.empty() ? "" : ", ") + arg;
         }
+    }
+    // Shows the call, makes it with the same arguments and reads its result as `success` says.
+    template <typename Fn, typename... Args>
+    void make(const std::string& function, Success success, Fn fn, Args&&... args) {
+        calls(function, args...);
+        if constexpr (std::is_void_v<decltype(fn(args...))>) {
+            fn(args...);
+        } else if (success == kHandle) {
+            obtained(fn(args...));
+        } else {
+            returned(fn(args...), success);
+        }
+    }
+    // A request that takes a callback object when the command asks for one.
+    template <typename Fn, typename... Args>
+    void request(const Command& c, const std::string& function, Fn fn, Args&&... args) {
+        if (!c.callback) return make(function, kHandle, fn, args...);
+        sink = std::make_shared<CallbackSink>(console, "request");
+        awaitsAnswer = true;
+        make(function, kHandle, fn, args..., sink);
     }
     // The result, and whether it says success.
     void returned(int64_t value, Success success) {
@@ -247,13 +283,6 @@ struct Call {
         r.ok = value >= 1;
         r.extra["handle"] = value;
         handle = value;
-    }
-    // Where the callback of a request goes: it is answered once, soon.
-    std::shared_ptr<CallbackSink> requestSink() {
-        sink = std::make_shared<CallbackSink>(console, "request");
-        awaitsAnswer = true;
-        r.args += ", callback";
-        return sink;
     }
     void values(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
         for (const auto& [k, v] : pairs) r.details.push_back(k + " = " + quoted(v));
@@ -269,7 +298,15 @@ std::list<ZelClient::Resource> unsetList(const std::vector<int32_t>& ids) {
     return out;
 }
 
-// --- the calls: the action wrapper and the flat API -----------------------------------------
+// The resources in the container a library function takes.
+template <typename Container = std::vector<ZelClient::Resource>>
+Container libraryResources(const std::vector<IdValue>& resources) {
+    Container out;
+    for (const IdValue& r : resources) out.push_back({r.id, r.value});
+    return out;
+}
+
+// --- the calls that need more than make() ---------------------------------------------------
 
 void acquire(Call& k, const Command& c) {
     std::string eventId = c.name;
@@ -283,77 +320,21 @@ void acquire(Call& k, const Command& c) {
         return;
     }
     const auto index = static_cast<int32_t>(it - gActionList.begin());
-    k.calls("ZelEventAcquireWrapper", quoted(eventId), quoted(c.text), quoted(c.identity),
-            c.duration);
-    k.obtained(ZelEventAcquireWrapper(eventId, c.text, c.identity, static_cast<int>(c.duration)));
+    k.make("ZelEventAcquireWrapper", kHandle, ZelEventAcquireWrapper, eventId, c.text, c.identity,
+           static_cast<int>(c.duration));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
 }
 
-void notify(Call& k, const Command& c) {
-    k.calls("ZelNotifyWapper", quoted(c.notifyName), c.number, c.number2, c.number3, "0", "0",
-            quoted(c.text));
-    k.returned(ZelNotifyWapper(c.notifyName, c.number, c.number2, c.number3, 0, 0, c.text), kZero);
-}
-
-void acquireId(Call& k, const Command& c) {
-    k.calls("ZelEventAcquire", c.number, quoted(c.text), quoted(c.identity), c.duration,
-            resourcesText(c.resources));
-    k.obtained(ZelEventAcquire(c.number, c.text, c.identity, static_cast<int32_t>(c.duration),
-                               libraryResources(c.resources)));
-}
-
-void resAcquire(Call& k, const Command& c) {
-    const auto duration = static_cast<int32_t>(c.duration);
-    if (c.platform) {
-        k.calls("ZelPlatformResAcquire", resourcesText(c.resources), "0", quoted(c.identity),
-                quoted(c.text), c.duration);
-        k.obtained(ZelPlatformResAcquire(libraryResources(c.resources), 0, c.identity, c.text,
-                                         duration));
-    } else {
-        k.calls("ZelResAcquire", resourcesText(c.resources), "0", quoted(c.identity), c.duration);
-        k.obtained(ZelResAcquire(libraryResources(c.resources), 0, c.identity, duration));
-    }
-}
-
-void zelNotify(Call& k, const Command& c) {
-    k.calls("ZelNotify", c.number, c.number2, idsText(c.ids, false));
-    k.returned(ZelNotify(c.number, c.number2, c.ids), kNotMinusOne);
-}
-
-void rule(Call& k, const Command& c) {
-    k.calls("zelRuleCtl", c.number, c.number2, resourcesText(c.resources));
-    k.returned(zelRuleCtl(c.number, c.number2, libraryResources(c.resources)), kNotMinusOne);
-}
-
-void sysInfo(Call& k, const Command& c) {
-    k.calls("setRelatedSysInfo", c.number, c.value64);
-    k.returned(setRelatedSysInfo(c.number, c.value64), kNotMinusOne);
-}
-
 void pm(Call& k, const Command& c) {
-    k.calls("ZelGetPMStatus", c.number);
     try {
-        k.returned(ZelGetPMStatus(c.number), kNotMinusOne);
+        k.make("ZelGetPMStatus", kNotMinusOne, ZelGetPMStatus, c.number);
     } catch (const std::bad_optional_access&) {
         // The flat API lets this one escape when the HAL answers without a value.
         k.r.ok = false;
         k.r.details.push_back("threw std::bad_optional_access (the HAL's record had no value)");
         k.r.extra["exception"] = "std::bad_optional_access";
     }
-}
-
-// --- the calls: torqHalclient ----------------------------------------------------------------
-
-void resCtl(Call& k, const Command& c) {
-    const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqResCtlRequest", c.param, c.duration, resourcesText(c.resources),
-            c.option, c.level, c.tag);
-    auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    k.obtained(c.callback ? torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
-                                                             c.level, c.tag, k.requestSink())
-                          : torqHalclient::torqResCtlRequest(c.param, duration, list, c.option,
-                                                             c.level, c.tag));
 }
 
 void resCtlPath(Call& k, const Command& c) {
@@ -363,45 +344,39 @@ void resCtlPath(Call& k, const Command& c) {
         paths.push_back(pv.path);
         values.push_back(pv.value.value_or(""));
     }
-    k.calls("torqHalclient::torq_resctl_request_by_path", c.param, c.duration, stringsText(paths),
-            stringsText(values), c.option, c.level, c.tag);
-    if (!c.callback) {
-        k.obtained(torqHalclient::torq_resctl_request_by_path(c.param, c.duration, paths, values,
-                                                              c.option, c.level, c.tag));
-        return;
-    }
-    k.r.call = "torqHalclient::torq_resctl_request_with_callback_by_path";
-    k.obtained(torqHalclient::torq_resctl_request_with_callback_by_path(
-            c.param, c.duration, paths, values, c.option, c.level, c.tag, k.requestSink()));
-}
-
-void saCtl(Call& k, const Command& c) {
-    const auto duration = static_cast<int32_t>(c.duration);
-    k.calls("torqHalclient::torqSACtlRequest", c.param, c.duration, hexId(c.number), c.option,
-            c.level, c.tag);
-    k.obtained(c.callback ? torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
-                                                            c.level, c.tag, k.requestSink())
-                          : torqHalclient::torqSACtlRequest(c.param, duration, c.number, c.option,
-                                                            c.level, c.tag));
+    const auto fn = [](auto&... a) {
+        if constexpr (sizeof...(a) == 8) {
+            return torqHalclient::torq_resctl_request_with_callback_by_path(a...);
+        } else {
+            return torqHalclient::torq_resctl_request_by_path(a...);
+        }
+    };
+    k.request(c,
+              c.callback ? "torqHalclient::torq_resctl_request_with_callback_by_path"
+                         : "torqHalclient::torq_resctl_request_by_path",
+              fn, c.param, c.duration, paths, values, c.option, c.level, c.tag);
 }
 
 void state(Call& k, const Command& c) {
     std::vector<std::pair<std::string, std::string>> values;
+    const auto read = [&](const auto& resources) {
+        for (const auto& res : resources)
+            values.emplace_back(hexId(res.id), res.value.value_or(""));
+    };
     if (c.via.empty() || c.via == "halclient") {
-        k.calls("torqHalclient::torqResStateRequest", idsText(c.ids, true), c.tag, "output");
+        k.calls("torqHalclient::torqResStateRequest", HexIds{c.ids}, c.tag, "output");
         auto in = unsetList(c.ids);
         std::list<ZelClient::Resource> output;
         k.returned(torqHalclient::torqResStateRequest(in, c.tag, output), kNotNegative);
-        for (const auto& res : output) values.emplace_back(hexId(res.id), res.value.value_or(""));
+        read(output);
     } else if (c.via == "zel") {
-        k.calls("ZelMutiResStateRequest", idsText(c.ids, true));
+        k.calls("ZelMutiResStateRequest", HexIds{c.ids});
         std::vector<ZelClient::Resource> resources;
         for (int32_t id : c.ids) resources.push_back({id, std::string()});
         k.returned(ZelMutiResStateRequest(resources), kNotNegative);
-        for (const auto& res : resources)
-            values.emplace_back(hexId(res.id), res.value.value_or(""));
+        read(resources);
     } else {
-        k.calls("ZelResStateRequest", hexId(c.ids[0]), "value");
+        k.calls("ZelResStateRequest", HexId{c.ids[0]}, "value");
         // A marker no HAL value can equal tells "left untouched" from "set to empty".
         const std::string untouched("\x01untouched", 10);
         std::string value = untouched;
@@ -419,11 +394,7 @@ void statePath(Call& k, const Command& c) {
     if (c.map) {
         std::map<std::string, std::string> in;
         for (const PathValue& pv : c.paths) in[pv.path] = pv.value.value_or("");
-        std::string inText = "{";
-        for (const auto& [path, value] : in) {
-            inText += (inText.size() > 1 ? ", " : "") + quoted(path) + ": " + quoted(value);
-        }
-        k.calls("torqHalclient::torq_res_state_request_map_by_path", inText + "}", c.tag, "output");
+        k.calls("torqHalclient::torq_res_state_request_map_by_path", in, c.tag, "output");
         std::map<std::string, std::string> output;
         result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
         values.assign(output.begin(), output.end());
@@ -434,8 +405,7 @@ void statePath(Call& k, const Command& c) {
             paths.push_back(pv.path);
             if (pv.value) given.push_back(*pv.value);
         }
-        k.calls("torqHalclient::torq_res_state_request_by_path", stringsText(paths),
-                stringsText(given), c.tag, "output");
+        k.calls("torqHalclient::torq_res_state_request_by_path", paths, given, c.tag, "output");
         std::vector<std::string> output;
         result = torqHalclient::torq_res_state_request_by_path(paths, given, c.tag, output);
         // The answer is positional: value i belongs to path i.
@@ -448,10 +418,11 @@ void statePath(Call& k, const Command& c) {
 }
 
 void thermal(Call& k, const Command& c) {
+    // Thermal ids are small numbers, shown as such.
     const std::string levels = listText(c.resources, [](const IdValue& r) {
         return std::to_string(r.id) + "=" + quoted(r.value);
     });
-    k.calls("torqHalclient::torqThermalNotify", levels, c.tag);
+    k.calls("torqHalclient::torqThermalNotify", levels.c_str(), c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
     k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
@@ -459,11 +430,11 @@ void thermal(Call& k, const Command& c) {
 void history(Call& k, const Command& c) {
     if (c.name != "show") {
         const bool on = c.name == "on";
-        k.calls(on ? "torqHalclient::torqHistoryRequestRecordOn"
-                   : "torqHalclient::torqHistoryRequestRecordOff");
-        k.returned(on ? torqHalclient::torqHistoryRequestRecordOn()
-                      : torqHalclient::torqHistoryRequestRecordOff(),
-                   kZero);
+        k.make(on ? "torqHalclient::torqHistoryRequestRecordOn"
+                  : "torqHalclient::torqHistoryRequestRecordOff",
+               kZero,
+               on ? torqHalclient::torqHistoryRequestRecordOn
+                  : torqHalclient::torqHistoryRequestRecordOff);
         return;
     }
     k.calls("ZelGetHistory", "history");
@@ -487,11 +458,11 @@ void history(Call& k, const Command& c) {
 
 void prop(Call& k, const Command& c) {
     if (c.name == "set") {
-        k.calls("torqHalclient::torqPropertySet", quoted(c.text), quoted(c.value));
-        k.returned(torqHalclient::torqPropertySet(c.text, c.value), kNotNegative);
+        k.make("torqHalclient::torqPropertySet", kNotNegative, torqHalclient::torqPropertySet,
+               c.text, c.value);
         return;
     }
-    k.calls("torqHalclient::torqPropertyGet", quoted(c.text));
+    k.calls("torqHalclient::torqPropertyGet", c.text);
     char* buffer = torqHalclient::torqPropertyGet(c.text);
     // The buffer is 256 bytes and not cleared when the HAL is out of reach: read no further.
     const std::string value(buffer, strnlen(buffer, 256));
@@ -514,16 +485,58 @@ bool always(const Command& /*c*/) {
 
 const CallCommand kCallCommands[] = {
         {"acquire", nullptr, "wrapper", acquire},
-        {"notify", nullptr, nullptr, notify},
-        {"acquire-id", nullptr, "zel", acquireId},
-        {"res-acquire", nullptr, "zel", resAcquire},
-        {"zel-notify", nullptr, nullptr, zelNotify},
-        {"rule", nullptr, nullptr, rule},
-        {"sysinfo", nullptr, nullptr, sysInfo},
+        {"notify", nullptr, nullptr,
+         [](Call& k, const Command& c) {
+             k.make("ZelNotifyWapper", kZero, ZelNotifyWapper, c.notifyName, c.number, c.number2,
+                    c.number3, 0, 0, c.text);
+         }},
+        {"acquire-id", nullptr, "zel",
+         [](Call& k, const Command& c) {
+             k.make("ZelEventAcquire", kHandle, ZelEventAcquire, c.number, c.text, c.identity,
+                    static_cast<int32_t>(c.duration), libraryResources(c.resources));
+         }},
+        {"res-acquire", nullptr, "zel",
+         [](Call& k, const Command& c) {
+             const auto duration = static_cast<int32_t>(c.duration);
+             if (c.platform) {
+                 k.make("ZelPlatformResAcquire", kHandle, ZelPlatformResAcquire,
+                        libraryResources(c.resources), 0, c.identity, c.text, duration);
+             } else {
+                 k.make("ZelResAcquire", kHandle, ZelResAcquire, libraryResources(c.resources), 0,
+                        c.identity, duration);
+             }
+         }},
+        {"zel-notify", nullptr, nullptr,
+         [](Call& k, const Command& c) {
+             k.make("ZelNotify", kNotMinusOne, ZelNotify, c.number, c.number2, c.ids);
+         }},
+        {"rule", nullptr, nullptr,
+         [](Call& k, const Command& c) {
+             k.make("zelRuleCtl", kNotMinusOne, zelRuleCtl, c.number, c.number2,
+                    libraryResources(c.resources));
+         }},
+        {"sysinfo", nullptr, nullptr,
+         [](Call& k, const Command& c) {
+             k.make("setRelatedSysInfo", kNotMinusOne, setRelatedSysInfo, c.number, c.value64);
+         }},
         {"pm", nullptr, nullptr, pm},
-        {"resctl", always, "halclient", resCtl},
+        {"resctl", always, "halclient",
+         [](Call& k, const Command& c) {
+             k.request(
+                     c, "torqHalclient::torqResCtlRequest",
+                     [](auto&... a) { return torqHalclient::torqResCtlRequest(a...); }, c.param,
+                     static_cast<int32_t>(c.duration),
+                     libraryResources<std::list<ZelClient::Resource>>(c.resources), c.option,
+                     c.level, c.tag);
+         }},
         {"resctl-path", always, "halclient", resCtlPath},
-        {"sactl", always, "sa", saCtl},
+        {"sactl", always, "sa",
+         [](Call& k, const Command& c) {
+             k.request(
+                     c, "torqHalclient::torqSACtlRequest",
+                     [](auto&... a) { return torqHalclient::torqSACtlRequest(a...); }, c.param,
+                     static_cast<int32_t>(c.duration), HexId{c.number}, c.option, c.level, c.tag);
+         }},
         {"state", [](const Command& c) { return c.via.empty() || c.via == "halclient"; }, nullptr,
          state},
         {"state-path", always, nullptr, statePath},
@@ -659,13 +672,13 @@ int Console::dispatch(const Command& c) {
 
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
-    std::vector<std::string> lines;
+    std::string lines;
     const std::string pattern = lower(c.name);
     for (size_t i = 0; i < gActionList.size(); ++i) {
         if (!pattern.empty() && lower(gActionList[i]).find(pattern) == std::string::npos) continue;
         char number[32];
-        snprintf(number, sizeof(number), "%5zu  ", i);
-        lines.push_back(number + gActionList[i]);
+        snprintf(number, sizeof(number), "\n%5zu  ", i);
+        lines += number + gActionList[i];
         Json::Value item(Json::objectValue);
         item["id"] = static_cast<Json::UInt64>(i);
         item["name"] = gActionList[i];
@@ -676,15 +689,10 @@ int Console::actions(const Command& c) {
     j["pattern"] = c.name;
     j["count"] = list.size();
     j["actions"] = list;
-    if (out_.json()) {
-        out_.message("", j);
-    } else {
-        std::string text = "event id  action (" + std::to_string(lines.size()) + " of " +
-                           std::to_string(gActionList.size()) + ")\n";
-        for (const std::string& l : lines) text += l + "\n";
-        out_.raw(text);
-    }
-    return lines.empty() ? kExitFailed : kExitOk;
+    out_.message("event id  action (" + std::to_string(list.size()) + " of " +
+                         std::to_string(gActionList.size()) + ")" + lines,
+                 j);
+    return list.empty() ? kExitFailed : kExitOk;
 }
 
 int Console::release(const Command& c) {
@@ -707,17 +715,15 @@ int Console::release(const Command& c) {
     return call(c, halclient, nullptr, [&](Call& k) {
         k.released = c.number;
         if (via == "wrapper") {
-            k.calls("ZelReleaseWapper", c.number);
-            ZelReleaseWapper(c.number);
+            k.make("ZelReleaseWapper", kZero, ZelReleaseWapper, c.number);
         } else if (via == "zel") {
-            k.calls("ZelRelease", c.number);
-            ZelRelease(c.number);
+            k.make("ZelRelease", kZero, ZelRelease, c.number);
         } else if (via == "halclient") {
-            k.calls("torqHalclient::torqResCtlRelease", c.number);
-            k.returned(torqHalclient::torqResCtlRelease(c.number), kNotNegative);
+            k.make("torqHalclient::torqResCtlRelease", kNotNegative,
+                   torqHalclient::torqResCtlRelease, c.number);
         } else {
-            k.calls("torqHalclient::torqSACtlRelease", c.number);
-            k.returned(torqHalclient::torqSACtlRelease(c.number), kNotNegative);
+            k.make("torqHalclient::torqSACtlRelease", kNotNegative, torqHalclient::torqSACtlRelease,
+                   c.number);
         }
     });
 }
@@ -730,19 +736,16 @@ int Console::listen(const Command& c) {
     const int status = call(c, true, nullptr, [&](Call& k) {
         sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
-            k.calls("torqHalclient::torqThermalListeningRegister", idsText(c.ids, false),
-                    "callback");
-            k.obtained(torqHalclient::torqThermalListeningRegister(c.ids, sink));
+            k.make("torqHalclient::torqThermalListeningRegister", kHandle,
+                   torqHalclient::torqThermalListeningRegister, c.ids, sink);
         } else if (!c.paths.empty()) {
             std::vector<std::string> paths;
             for (const PathValue& pv : c.paths) paths.push_back(pv.path);
-            k.calls("torqHalclient::torq_res_listening_register_by_path", stringsText(paths), c.tag,
-                    "callback");
-            k.obtained(torqHalclient::torq_res_listening_register_by_path(paths, c.tag, sink));
+            k.make("torqHalclient::torq_res_listening_register_by_path", kHandle,
+                   torqHalclient::torq_res_listening_register_by_path, paths, c.tag, sink);
         } else {
             auto in = unsetList(c.ids);
-            k.calls("torqHalclient::torqResListeningRegister", idsText(c.ids, true), c.tag,
-                    "callback");
+            k.calls("torqHalclient::torqResListeningRegister", HexIds{c.ids}, c.tag, sink);
             k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
         }
         handle = *k.handle;
@@ -776,12 +779,12 @@ int Console::unlisten(const Command& c) {
     return call(c, typed, nullptr, [&](Call& k) {
         k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         k.released = handle;
-        k.calls(thermal ? "torqHalclient::torqThermalListeningUnregister"
-                        : "torqHalclient::torqResListeningUnRegister",
-                handle);
-        k.returned(thermal ? torqHalclient::torqThermalListeningUnregister(handle)
-                           : torqHalclient::torqResListeningUnRegister(handle),
-                   kNotNegative);
+        k.make(thermal ? "torqHalclient::torqThermalListeningUnregister"
+                       : "torqHalclient::torqResListeningUnRegister",
+               kNotNegative,
+               thermal ? torqHalclient::torqThermalListeningUnregister
+                       : torqHalclient::torqResListeningUnRegister,
+               handle);
     });
 }
 
@@ -811,14 +814,9 @@ int Console::dump(const Command& c) {
 
 int Console::init(const Command& c) {
     if (!halclientUsable()) return fail(kExitNoHal, kHalDown);
-    call(c, false, nullptr, [](Call& k) {
-        k.r.call = "torqHalclient::torq_init";
-        torqHalclient::torq_init();
-    });
-    return call(c, false, nullptr, [](Call& k) {
-        k.r.call = "zelInit";
-        k.returned(zelInit(), kZero);
-    });
+    call(c, false, nullptr,
+         [](Call& k) { k.make("torqHalclient::torq_init", kZero, torqHalclient::torq_init); });
+    return call(c, false, nullptr, [](Call& k) { k.make("zelInit", kZero, zelInit); });
 }
 
 // --- the simulator ---------------------------------------------------------------------------

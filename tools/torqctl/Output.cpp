@@ -14,139 +14,32 @@ namespace {
 // Length of the well-formed UTF-8 sequence at text[i], or 0 when the byte there starts none
 // (overlong forms, surrogates and code points above U+10FFFF included).
 size_t utf8SequenceAt(const std::string& text, size_t i) {
+    // Per lead byte: the sequence's length and the range its second byte must lie in.
+    struct Lead {
+        unsigned char first, last;
+        size_t length;
+        unsigned char min1, max1;
+    };
+    static const Lead kLeads[] = {
+            {0x00, 0x7f, 1, 0, 0},       {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf},
+            {0xe1, 0xec, 3, 0x80, 0xbf}, {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf},
+            {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f}};
     const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    const unsigned char b0 = byte(i);
-    if (b0 < 0x80) return 1;
-    size_t length;
-    unsigned char min1 = 0x80;  // the allowed range of the second byte
-    unsigned char max1 = 0xbf;
-    if (b0 >= 0xc2 && b0 <= 0xdf) {
-        length = 2;
-    } else if (b0 >= 0xe0 && b0 <= 0xef) {
-        length = 3;
-        if (b0 == 0xe0) min1 = 0xa0;  // overlong
-        if (b0 == 0xed) max1 = 0x9f;  // surrogates
-    } else if (b0 >= 0xf0 && b0 <= 0xf4) {
-        length = 4;
-        if (b0 == 0xf0) min1 = 0x90;  // overlong
-        if (b0 == 0xf4) max1 = 0x8f;  // above U+10FFFF
-    } else {
-        return 0;
-    }
-    if (i + length > text.size()) return 0;
-    if (byte(i + 1) < min1 || byte(i + 1) > max1) return 0;
-    for (size_t k = 2; k < length; ++k) {
-        if ((byte(i + k) & 0xc0) != 0x80) return 0;
-    }
-    return length;
-}
-
-Json::Value withValidStrings(const Json::Value& value) {
-    switch (value.type()) {
-        case Json::stringValue:
-            return Json::Value(validUtf8(value.asString()));
-        case Json::arrayValue: {
-            Json::Value out(Json::arrayValue);
-            for (const Json::Value& item : value) out.append(withValidStrings(item));
-            return out;
+    for (const Lead& lead : kLeads) {
+        if (byte(i) < lead.first || byte(i) > lead.last) continue;
+        if (lead.length == 1) return 1;
+        if (i + lead.length > text.size() || byte(i + 1) < lead.min1 || byte(i + 1) > lead.max1)
+            return 0;
+        for (size_t k = 2; k < lead.length; ++k) {
+            if ((byte(i + k) & 0xc0) != 0x80) return 0;
         }
-        case Json::objectValue: {
-            Json::Value out(Json::objectValue);
-            for (const std::string& key : value.getMemberNames())
-                out[validUtf8(key)] = withValidStrings(value[key]);
-            return out;
-        }
-        default:
-            return value;
+        return lead.length;
     }
+    return 0;
 }
 
-Json::Value optionalText(const std::optional<std::string>& text) {
-    return text ? Json::Value(*text) : Json::Value();
-}
-
-Json::Value dataJson(const std::vector<torq_sim::TorqRequestData>& list) {
-    Json::Value out(Json::arrayValue);
-    for (const auto& d : list) {
-        Json::Value item(Json::objectValue);
-        item["id"] = torq_sim::hexId(d.id);
-        item["subId"] = d.subId;
-        item["value"] = optionalText(d.value);
-        item["path"] = optionalText(d.path);
-        item["extra"] = optionalText(d.extra);
-        out.append(std::move(item));
-    }
-    return out;
-}
-
-Json::Value intsJson(const std::vector<int32_t>& values) {
-    Json::Value out(Json::arrayValue);
-    for (int32_t v : values) out.append(v);
-    return out;
-}
-
-bool takesParcel(const std::string& method) {
-    return method == "request" || method == "stateRequest" || method == "listeningRegister" ||
-           method == "notifyEvent";
-}
-
-// The arguments of one received call, as fields of `item`: those of its method only.
-void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
-    if (takesParcel(c.method)) {
-        const torq_sim::TorqRequestParcel& p = c.parcel;
-        item["kind"] = p.kind;
-        item["data"] = dataJson(p.data);
-        item["flag"] = p.flag;
-        item["option"] = p.option;
-        item["tag"] = p.tag;
-        item["duration"] = static_cast<Json::Int64>(p.duration);
-        item["param"] = p.param;
-        item["pkg"] = optionalText(p.pkg);
-        item["identity"] = optionalText(p.identity);
-        Json::Value extras;
-        if (p.extras) {
-            extras = Json::Value(Json::arrayValue);
-            for (const auto& e : *p.extras) extras.append(optionalText(e));
-        }
-        item["extras"] = std::move(extras);
-        item["numbers"] = p.numbers ? intsJson(*p.numbers) : Json::Value();
-        item["callback"] = c.hasCallback;
-    } else if (c.method == "release" || c.method == "listeningUnregister" ||
-               c.method == "thermalListeningUnregister") {
-        item["handle"] = c.handle;
-    } else if (c.method == "propertyGet") {
-        item["name"] = c.name;
-    } else if (c.method == "propertySet") {
-        item["name"] = c.name;
-        item["value"] = c.value;
-    } else if (c.method == "thermalListeningRegister") {
-        item["ids"] = intsJson(c.ids);
-        item["callback"] = c.hasCallback;
-    } else if (c.method == "setRelatedSysInfo") {
-        item["type"] = c.first;
-        item["value"] = static_cast<Json::Int64>(c.second);
-    } else if (c.method == "ruleCtl") {
-        item["rule"] = c.first;
-        item["status"] = c.status;
-        item["data"] = dataJson(c.entries);
-    }
-}
-
-Json::Value answerJson(const torq_sim::SentAnswer& a) {
-    Json::Value out(Json::objectValue);
-    out["exception"] = a.exception;
-    out["serviceSpecificError"] = a.serviceSpecificError;
-    out["transactionError"] = a.transactionError;
-    out["message"] = a.message;
-    out["result"] = a.result ? Json::Value(*a.result) : Json::Value();
-    if (a.records) out["records"] = dataJson(*a.records);
-    if (a.text) out["text"] = *a.text;
-    return out;
-}
-
-}  // namespace
-
-std::string validUtf8(const std::string& text) {
+// `text` with every byte outside a well-formed sequence written as `escape` and two hex digits.
+std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     std::string out;
     out.reserve(text.size());
     static const char kHex[] = "0123456789abcdef";
@@ -157,12 +50,108 @@ std::string validUtf8(const std::string& text) {
             i += length;
         } else {
             const auto b = static_cast<unsigned char>(text[i++]);
-            out += "\\x";
+            out += escape;
             out += kHex[b >> 4];
             out += kHex[b & 0xf];
         }
     }
     return out;
+}
+
+using Members = std::initializer_list<std::pair<const char*, Json::Value>>;
+
+void add(Json::Value& object, Members members) {
+    for (const auto& [name, value] : members) object[name] = value;
+}
+
+// An object of the members given (JSON writes them by name, whatever their order here).
+Json::Value object(Members members) {
+    Json::Value out(Json::objectValue);
+    add(out, members);
+    return out;
+}
+
+// The journal's values as JSON: an absent optional is null, a list an array.
+Json::Value toJson(const Json::Value& value) {
+    return value;
+}
+
+Json::Value toJson(const torq_sim::TorqRequestData& d);
+template <typename T>
+Json::Value toJson(const std::vector<T>& items);
+
+template <typename T>
+Json::Value toJson(const std::optional<T>& value) {
+    return value ? toJson(*value) : Json::Value();
+}
+
+template <typename T>
+Json::Value toJson(const std::vector<T>& items) {
+    Json::Value out(Json::arrayValue);
+    for (const T& item : items) out.append(toJson(item));
+    return out;
+}
+
+Json::Value toJson(const torq_sim::TorqRequestData& d) {
+    return object({{"id", torq_sim::hexId(d.id)},
+                   {"subId", d.subId},
+                   {"value", toJson(d.value)},
+                   {"path", toJson(d.path)},
+                   {"extra", toJson(d.extra)}});
+}
+
+bool takesParcel(const std::string& method) {
+    return method == "request" || method == "stateRequest" || method == "listeningRegister" ||
+           method == "notifyEvent";
+}
+
+// The arguments of one received call, as fields of `item`: those of its method only.
+void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
+    const torq_sim::TorqRequestParcel& p = c.parcel;
+    if (takesParcel(c.method)) {
+        add(item, {{"kind", p.kind},
+                   {"data", toJson(p.data)},
+                   {"flag", p.flag},
+                   {"option", p.option},
+                   {"tag", p.tag},
+                   {"duration", static_cast<Json::Int64>(p.duration)},
+                   {"param", p.param},
+                   {"pkg", toJson(p.pkg)},
+                   {"identity", toJson(p.identity)},
+                   {"extras", toJson(p.extras)},
+                   {"numbers", toJson(p.numbers)},
+                   {"callback", c.hasCallback}});
+    } else if (c.method == "release" || c.method == "listeningUnregister" ||
+               c.method == "thermalListeningUnregister") {
+        add(item, {{"handle", c.handle}});
+    } else if (c.method == "propertyGet") {
+        add(item, {{"name", c.name}});
+    } else if (c.method == "propertySet") {
+        add(item, {{"name", c.name}, {"value", c.value}});
+    } else if (c.method == "thermalListeningRegister") {
+        add(item, {{"ids", toJson(c.ids)}, {"callback", c.hasCallback}});
+    } else if (c.method == "setRelatedSysInfo") {
+        add(item, {{"type", c.first}, {"value", static_cast<Json::Int64>(c.second)}});
+    } else if (c.method == "ruleCtl") {
+        add(item, {{"rule", c.first}, {"status", c.status}, {"data", toJson(c.entries)}});
+    }
+}
+
+Json::Value answerJson(const torq_sim::SentAnswer& a) {
+    Json::Value out = object({{"exception", a.exception},
+                              {"serviceSpecificError", a.serviceSpecificError},
+                              {"transactionError", a.transactionError},
+                              {"message", a.message},
+                              {"result", toJson(a.result)}});
+    if (a.records) out["records"] = toJson(*a.records);
+    if (a.text) out["text"] = *a.text;
+    return out;
+}
+
+}  // namespace
+
+std::string validUtf8(const std::string& text) {
+    return escapeInvalidUtf8(text, "\\x");
 }
 
 std::string toJsonLine(const Json::Value& value) {
@@ -173,31 +162,30 @@ std::string toJsonLine(const Json::Value& value) {
     builder["emitUTF8"] = true;  // text as it is, not as \u escapes
     const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
     std::ostringstream out;
-    writer->write(withValidStrings(value), &out);
-    return out.str();
+    writer->write(value, &out);
+    // Bytes beyond ASCII come only from strings, which jsoncpp copies as they are: each one
+    // outside a well-formed sequence becomes what the string \xNN would be written as.
+    return escapeInvalidUtf8(out.str(), "\\\\x");
 }
 
 Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
     Json::Value list(Json::arrayValue);
     for (const auto& e : entries) {
-        Json::Value item(Json::objectValue);
-        item["seq"] = static_cast<Json::UInt64>(e.seq);
+        Json::Value item = object({{"seq", static_cast<Json::UInt64>(e.seq)}});
         switch (e.type) {
             case torq_sim::JournalEntry::Type::kCall:
-                item["type"] = "call";
-                item["method"] = e.call.method;
+                add(item,
+                    {{"type", "call"}, {"method", e.call.method}, {"answer", answerJson(e.answer)}});
                 callArguments(e.call, item);
-                item["answer"] = answerJson(e.answer);
                 break;
             case torq_sim::JournalEntry::Type::kCallback:
-                item["type"] = "callback";
-                item["method"] = e.method;
-                item["to"] = e.target;
-                item["records"] = dataJson(e.records);
+                add(item, {{"type", "callback"},
+                           {"method", e.method},
+                           {"to", e.target},
+                           {"records", toJson(e.records)}});
                 break;
             case torq_sim::JournalEntry::Type::kNote:
-                item["type"] = "note";
-                item["text"] = e.args;
+                add(item, {{"type", "note"}, {"text", e.args}});
                 break;
         }
         list.append(std::move(item));
@@ -208,12 +196,7 @@ Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
 Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
                         const char* key) {
     Json::Value list(Json::arrayValue);
-    for (const auto& [k, v] : records) {
-        Json::Value item(Json::objectValue);
-        item[key] = k;
-        item["value"] = v;
-        list.append(std::move(item));
-    }
+    for (const auto& [k, v] : records) list.append(object({{key, k}, {"value", v}}));
     return list;
 }
 
@@ -243,12 +226,11 @@ bool Output::writeFailed() const {
 void Output::report(const Report& r) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j(Json::objectValue);
-        j["command"] = r.command;
-        j["call"] = r.call;
-        j["args"] = r.args;
-        j["result"] = r.result ? Json::Value(static_cast<Json::Int64>(*r.result)) : Json::Value();
-        j["ok"] = r.ok;
+        Json::Value j = object({{"command", r.command},
+                                {"call", r.call},
+                                {"args", r.args},
+                                {"result", toJson(r.result)},
+                                {"ok", r.ok}});
         for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
         if (r.halVisible) j["hal"] = halJson(r.hal);
         emit(toJsonLine(j));
@@ -272,22 +254,20 @@ void Output::report(const Report& r) {
 }
 
 void Output::callback(const CallbackEvent& event) {
-    Json::Value j(Json::objectValue);
-    j["event"] = "callback";
-    j["to"] = event.to;
-    j["handle"] = event.handle > 0 ? Json::Value(event.handle) : Json::Value();
-    j["records"] = recordsJson(event.records, event.byPath ? "path" : "id");
-    message(describeCallback(event), j);
+    message(describeCallback(event),
+            object({{"event", "callback"},
+                    {"to", event.to},
+                    {"handle", event.handle > 0 ? Json::Value(event.handle) : Json::Value()},
+                    {"records", recordsJson(event.records, event.byPath ? "path" : "id")}}));
 }
 
 void Output::log(const LogLine& line) {
-    Json::Value j(Json::objectValue);
-    j["event"] = "log";
-    j["priority"] = priorityLetter(line.priority);
-    j["tag"] = line.tag;
-    j["message"] = line.message;
-    message(std::string("log: ") + j["priority"].asString() + "/" + line.tag + ": " + line.message,
-            j);
+    const std::string priority = priorityLetter(line.priority);
+    message("log: " + priority + "/" + line.tag + ": " + line.message,
+            object({{"event", "log"},
+                    {"priority", priority},
+                    {"tag", line.tag},
+                    {"message", line.message}}));
 }
 
 void Output::message(const std::string& text, const Json::Value& json) {
@@ -308,10 +288,7 @@ void Output::raw(const std::string& text) {
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j(Json::objectValue);
-        j["error"] = text;
-        j["exit"] = exit;
-        emit(toJsonLine(j));
+        emit(toJsonLine(object({{"error", text}, {"exit", exit}})));
     } else {
         fflush(out_);
     }

@@ -71,12 +71,8 @@ class Tour {
         expect(why.empty(), why);
         j["ok"] = !failed();
         if (failed()) j["failure"] = failure_;
-        if (!failed()) {
-            ++passed_;
-            out_.message("-- ok", j);
-        } else {
-            out_.message("-- FAILED: " + failure_, j);
-        }
+        passed_ += failed() ? 0 : 1;
+        out_.message(failed() ? "-- FAILED: " + failure_ : "-- ok", j);
     }
 
     bool failed() const { return !failure_.empty(); }
@@ -94,9 +90,9 @@ class Tour {
         }
         std::string rest;
         if (startsWith(line, "hal: ", &rest)) {
-            expect(halReceived(rest), "the HAL did not receive " + rest);
+            expect(reportsHave(rest, true), "the HAL did not receive " + rest);
         } else if (startsWith(line, "shows: ", &rest)) {
-            expect(detailsHave(rest), "the output lacks " + rest);
+            expect(reportsHave(rest, false), "the output lacks " + rest);
         } else if (startsWith(line, "sim: ", &rest)) {
             expectSim(rest.substr(0, rest.find('=')), rest.substr(rest.find('=') + 1));
         } else if (line == "mark") {
@@ -138,22 +134,17 @@ class Tour {
         if (want.find(" $") != std::string::npos) kept_[want.substr(want.find(" $") + 1)] = result;
     }
 
-    bool detailsHave(const std::string& text) const {
+    // Whether a line of the last command's reports has `text`: a detail line, or with `hal` a
+    // call the HAL received.
+    bool reportsHave(const std::string& text, bool hal) const {
         for (const Report& r : s_.reports()) {
-            for (const std::string& d : r.details) {
-                if (d.find(text) != std::string::npos) return true;
-            }
-        }
-        return false;
-    }
-
-    bool halReceived(const std::string& text) const {
-        for (const Report& r : s_.reports()) {
+            std::vector<std::string> lines = hal ? std::vector<std::string>() : r.details;
             for (const auto& e : r.hal) {
-                if (e.type == torq_sim::JournalEntry::Type::kCall &&
-                    e.toString().find(text) != std::string::npos) {
-                    return true;
-                }
+                if (hal && e.type == torq_sim::JournalEntry::Type::kCall)
+                    lines.push_back(e.toString());
+            }
+            for (const std::string& line : lines) {
+                if (line.find(text) != std::string::npos) return true;
             }
         }
         return false;
