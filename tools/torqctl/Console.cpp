@@ -1,8 +1,8 @@
-// How a command runs. A command that is one library call is a line in kCallCommands and a fill
-// function that names the call, makes it and says how its result reads; Console::call does the
-// rest (the HAL-down check, the report, what the HAL received, the handle kept for a shell).
-// Commands that are more, or no, library calls (listen, release, dump, init, the simulator's)
-// are members of Console. What a command's words mean is CommandParser's business.
+// How a command runs. Every command is a row of one table (Console::dispatch). Most are a fill
+// function that names each library call, makes it and says how its result reads; Console::call
+// and Call do the rest (the HAL-down refusal, the report, what the HAL received, the handle kept
+// for a shell). Commands that check this run's handles, wait, or drive the simulator rather than
+// the library are members of Console. What a command's words mean is CommandParser's business.
 
 #include "Console.h"
 
@@ -178,6 +178,16 @@ namespace {
 // How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
 enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
 
+// A library function for Call::make and Call::request: its name as the report shows it, and a
+// call of it (whichever overload the arguments pick), so that the name is written once.
+#define LIBRARY_FUNCTION(fn) #fn, [](auto&... a) { return fn(a...); }
+
+// Thrown by a command's calls to refuse it before the library is called.
+struct Refusal {
+    int exit;
+    std::string why;
+};
+
 // An SA id: passed as the number it is, shown in hex like an opcode.
 struct HexId {
     int32_t id;
@@ -230,22 +240,32 @@ std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
 
 }  // namespace
 
-// A library call on its way to becoming a report: what the command's `fill` function makes of
-// it.
+// A command's library calls on their way to becoming reports: what its fill function makes of
+// them. Each call is reported with what the HAL received while it ran; a fill function that makes
+// more than one starts each further call with next().
 struct Call {
-    explicit Call(Console* console) : console(console) {}
+    Call(Console* console, const std::string& word, const char* origin)
+        : console(console), origin(origin) {
+        r.command = word;
+        begin();
+    }
 
     Console* console;
+    const char* origin;  // what made a handle the call obtains (none: not kept)
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
     std::optional<int32_t> released;     // a handle the call gave back
     std::shared_ptr<CallbackSink> sink;  // where the call's callbacks go
     bool awaitsAnswer = false;           // a request with a callback: wait for its answer
-    std::string refused;                 // set instead of calling: the input does not fit
+    uint64_t mark = 0;                   // the journal before the call
 
-    // The function and its arguments as the report shows them.
+    // The function and its arguments as the report shows them. A dead but declared HAL makes
+    // torqHalclient wait until it is back, so its calls are refused instead.
     template <typename... Args>
     void calls(const std::string& function, const Args&... args) {
+        if (function.rfind("torqHalclient::", 0) == 0 && !console->halclientUsable()) {
+            throw Refusal{kExitNoHal, kHalDown};
+        }
         r.call = function;
         r.args.clear();
         for (const std::string& arg : std::vector<std::string>{argText(args)...}) {
@@ -254,7 +274,7 @@ struct Call {
     }
     // Shows the call, makes it with the same arguments and reads its result as `success` says.
     template <typename Fn, typename... Args>
-    void make(const std::string& function, Success success, Fn fn, Args&&... args) {
+    void make(const std::string& function, Fn fn, Success success, Args&&... args) {
         calls(function, args...);
         if constexpr (std::is_void_v<decltype(fn(args...))>) {
             fn(args...);
@@ -267,10 +287,10 @@ struct Call {
     // A request that takes a callback object when the command asks for one.
     template <typename Fn, typename... Args>
     void request(const Command& c, const std::string& function, Fn fn, Args&&... args) {
-        if (!c.callback) return make(function, kHandle, fn, args...);
+        if (!c.callback) return make(function, fn, kHandle, args...);
         sink = std::make_shared<CallbackSink>(console, "request");
         awaitsAnswer = true;
-        make(function, kHandle, fn, args..., sink);
+        make(function, fn, kHandle, args..., sink);
     }
     // The result, and whether it says success.
     void returned(int64_t value, Success success) {
@@ -287,6 +307,39 @@ struct Call {
     void values(const std::vector<std::pair<std::string, std::string>>& pairs, const char* key) {
         for (const auto& [k, v] : pairs) r.details.push_back(k + " = " + quoted(v));
         r.extra["values"] = recordsJson(pairs, key);
+    }
+
+    // Reports the call made so far and gets ready for the next one.
+    void next() {
+        finish();
+        *this = Call(console, r.command, origin);
+    }
+
+    void begin() {
+        {
+            std::lock_guard<std::mutex> lock(console->eventsMutex_);
+            console->callInProgress_ = true;
+        }
+        mark = console->backend_.journalMark();
+    }
+
+    void finish() {
+        if (console->backend_.simulated()) {
+            r.halVisible = true;
+            r.hal = console->backend_.journalSince(mark);
+        }
+        console->out_.report(r);
+        console->reports_.push_back(r);
+        console->releaseHeld();
+        if (handle) console->remember(*handle, origin);
+        if (released && r.ok) {
+            console->handles_.erase(*released);
+            console->listeners_.erase(*released);
+        }
+        if (sink) {
+            sink->assign(handle.value_or(0));
+            if (awaitsAnswer && handle.value_or(0) >= 1) sink->awaitAnswer();
+        }
     }
 };
 
@@ -306,7 +359,13 @@ Container libraryResources(const std::vector<IdValue>& resources) {
     return out;
 }
 
-// --- the calls that need more than make() ---------------------------------------------------
+std::vector<std::string> pathsOf(const std::vector<PathValue>& paths) {
+    std::vector<std::string> out;
+    for (const PathValue& pv : paths) out.push_back(pv.path);
+    return out;
+}
+
+// --- the calls that need more than one line ------------------------------------------------
 
 void acquire(Call& k, const Command& c) {
     std::string eventId = c.name;
@@ -316,19 +375,29 @@ void acquire(Call& k, const Command& c) {
     const std::string action = eventId.substr(strlen(kActionPrefix));
     auto it = std::find(gActionList.begin(), gActionList.end(), action);
     if (it == gActionList.end()) {
-        k.refused = "unknown action " + quoted(c.name) + " (see 'torqctl actions')";
-        return;
+        throw Refusal{kExitUsage, "unknown action " + quoted(c.name) + " (see 'torqctl actions')"};
     }
     const auto index = static_cast<int32_t>(it - gActionList.begin());
-    k.make("ZelEventAcquireWrapper", kHandle, ZelEventAcquireWrapper, eventId, c.text, c.identity,
+    k.make(LIBRARY_FUNCTION(ZelEventAcquireWrapper), kHandle, eventId, c.text, c.identity,
            static_cast<int>(c.duration));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
 }
 
+void resAcquire(Call& k, const Command& c) {
+    const auto duration = static_cast<int32_t>(c.duration);
+    if (c.platform) {
+        k.make(LIBRARY_FUNCTION(ZelPlatformResAcquire), kHandle, libraryResources(c.resources), 0,
+               c.identity, c.text, duration);
+    } else {
+        k.make(LIBRARY_FUNCTION(ZelResAcquire), kHandle, libraryResources(c.resources), 0,
+               c.identity, duration);
+    }
+}
+
 void pm(Call& k, const Command& c) {
     try {
-        k.make("ZelGetPMStatus", kNotMinusOne, ZelGetPMStatus, c.number);
+        k.make(LIBRARY_FUNCTION(ZelGetPMStatus), kNotMinusOne, c.number);
     } catch (const std::bad_optional_access&) {
         // The flat API lets this one escape when the HAL answers without a value.
         k.r.ok = false;
@@ -338,12 +407,8 @@ void pm(Call& k, const Command& c) {
 }
 
 void resCtlPath(Call& k, const Command& c) {
-    std::vector<std::string> paths;
     std::vector<std::string> values;
-    for (const PathValue& pv : c.paths) {
-        paths.push_back(pv.path);
-        values.push_back(pv.value.value_or(""));
-    }
+    for (const PathValue& pv : c.paths) values.push_back(pv.value.value_or(""));
     const auto fn = [](auto&... a) {
         if constexpr (sizeof...(a) == 8) {
             return torqHalclient::torq_resctl_request_with_callback_by_path(a...);
@@ -354,7 +419,7 @@ void resCtlPath(Call& k, const Command& c) {
     k.request(c,
               c.callback ? "torqHalclient::torq_resctl_request_with_callback_by_path"
                          : "torqHalclient::torq_resctl_request_by_path",
-              fn, c.param, c.duration, paths, values, c.option, c.level, c.tag);
+              fn, c.param, c.duration, pathsOf(c.paths), values, c.option, c.level, c.tag);
 }
 
 void state(Call& k, const Command& c) {
@@ -399,10 +464,9 @@ void statePath(Call& k, const Command& c) {
         result = torqHalclient::torq_res_state_request_map_by_path(in, c.tag, output);
         values.assign(output.begin(), output.end());
     } else {
-        std::vector<std::string> paths;
+        const std::vector<std::string> paths = pathsOf(c.paths);
         std::vector<std::string> given;
         for (const PathValue& pv : c.paths) {
-            paths.push_back(pv.path);
             if (pv.value) given.push_back(*pv.value);
         }
         k.calls("torqHalclient::torq_res_state_request_by_path", paths, given, c.tag, "output");
@@ -429,12 +493,11 @@ void thermal(Call& k, const Command& c) {
 
 void history(Call& k, const Command& c) {
     if (c.name != "show") {
-        const bool on = c.name == "on";
-        k.make(on ? "torqHalclient::torqHistoryRequestRecordOn"
-                  : "torqHalclient::torqHistoryRequestRecordOff",
-               kZero,
-               on ? torqHalclient::torqHistoryRequestRecordOn
-                  : torqHalclient::torqHistoryRequestRecordOff);
+        if (c.name == "on") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOn), kZero);
+        } else {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOff), kZero);
+        }
         return;
     }
     k.calls("ZelGetHistory", "history");
@@ -458,9 +521,8 @@ void history(Call& k, const Command& c) {
 
 void prop(Call& k, const Command& c) {
     if (c.name == "set") {
-        k.make("torqHalclient::torqPropertySet", kNotNegative, torqHalclient::torqPropertySet,
-               c.text, c.value);
-        return;
+        return k.make(LIBRARY_FUNCTION(torqHalclient::torqPropertySet), kNotNegative, c.text,
+                      c.value);
     }
     k.calls("torqHalclient::torqPropertyGet", c.text);
     char* buffer = torqHalclient::torqPropertyGet(c.text);
@@ -471,79 +533,27 @@ void prop(Call& k, const Command& c) {
     k.r.extra["value"] = value;
 }
 
-// The commands that are one library call each.
-struct CallCommand {
-    const char* word;
-    bool (*halclient)(const Command& c);  // whether the call goes through torqHalclient (none: no)
-    const char* origin;                   // what made a handle it obtains (none: not kept)
-    void (*fill)(Call& k, const Command& c);
-};
-
-bool always(const Command& /*c*/) {
-    return true;
+void dump(Call& k, const Command& c) {
+    static int32_t (*const kDumps[])() = {
+            torqHalclient::torqDumpToDoQueue,    torqHalclient::torqDumpRunMap,
+            torqHalclient::torqDumpActiveResMap, torqHalclient::torqDumpResRequest,
+            torqHalclient::torqDumpResInfo,      torqHalclient::torqDumpSAInfo,
+            torqHalclient::torqDumpPidFdList,    torqHalclient::torqDumpPidfdMonitorMap,
+            torqHalclient::torqDumpResRecordList};
+    Backend& backend = k.console->backend();
+    backend.takeDumpOutput();  // drop anything printed before
+    const int32_t first = c.allDumps ? 0 : c.number;
+    for (int32_t code = first; code <= (c.allDumps ? 8 : c.number); ++code) {
+        if (code != first) k.next();
+        k.make(std::string("torqHalclient::torqDump") + dumpName(code), kDumps[code], kZero);
+        Json::Value output(Json::arrayValue);
+        for (const std::string& line : backend.takeDumpOutput()) {
+            k.r.details.push_back(line);
+            output.append(line);
+        }
+        if (backend.simulated()) k.r.extra["output"] = std::move(output);
+    }
 }
-
-const CallCommand kCallCommands[] = {
-        {"acquire", nullptr, "wrapper", acquire},
-        {"notify", nullptr, nullptr,
-         [](Call& k, const Command& c) {
-             k.make("ZelNotifyWapper", kZero, ZelNotifyWapper, c.notifyName, c.number, c.number2,
-                    c.number3, 0, 0, c.text);
-         }},
-        {"acquire-id", nullptr, "zel",
-         [](Call& k, const Command& c) {
-             k.make("ZelEventAcquire", kHandle, ZelEventAcquire, c.number, c.text, c.identity,
-                    static_cast<int32_t>(c.duration), libraryResources(c.resources));
-         }},
-        {"res-acquire", nullptr, "zel",
-         [](Call& k, const Command& c) {
-             const auto duration = static_cast<int32_t>(c.duration);
-             if (c.platform) {
-                 k.make("ZelPlatformResAcquire", kHandle, ZelPlatformResAcquire,
-                        libraryResources(c.resources), 0, c.identity, c.text, duration);
-             } else {
-                 k.make("ZelResAcquire", kHandle, ZelResAcquire, libraryResources(c.resources), 0,
-                        c.identity, duration);
-             }
-         }},
-        {"zel-notify", nullptr, nullptr,
-         [](Call& k, const Command& c) {
-             k.make("ZelNotify", kNotMinusOne, ZelNotify, c.number, c.number2, c.ids);
-         }},
-        {"rule", nullptr, nullptr,
-         [](Call& k, const Command& c) {
-             k.make("zelRuleCtl", kNotMinusOne, zelRuleCtl, c.number, c.number2,
-                    libraryResources(c.resources));
-         }},
-        {"sysinfo", nullptr, nullptr,
-         [](Call& k, const Command& c) {
-             k.make("setRelatedSysInfo", kNotMinusOne, setRelatedSysInfo, c.number, c.value64);
-         }},
-        {"pm", nullptr, nullptr, pm},
-        {"resctl", always, "halclient",
-         [](Call& k, const Command& c) {
-             k.request(
-                     c, "torqHalclient::torqResCtlRequest",
-                     [](auto&... a) { return torqHalclient::torqResCtlRequest(a...); }, c.param,
-                     static_cast<int32_t>(c.duration),
-                     libraryResources<std::list<ZelClient::Resource>>(c.resources), c.option,
-                     c.level, c.tag);
-         }},
-        {"resctl-path", always, "halclient", resCtlPath},
-        {"sactl", always, "sa",
-         [](Call& k, const Command& c) {
-             k.request(
-                     c, "torqHalclient::torqSACtlRequest",
-                     [](auto&... a) { return torqHalclient::torqSACtlRequest(a...); }, c.param,
-                     static_cast<int32_t>(c.duration), HexId{c.number}, c.option, c.level, c.tag);
-         }},
-        {"state", [](const Command& c) { return c.via.empty() || c.via == "halclient"; }, nullptr,
-         state},
-        {"state-path", always, nullptr, statePath},
-        {"thermal", always, nullptr, thermal},
-        {"history", [](const Command& c) { return c.name != "show"; }, nullptr, history},
-        {"prop", always, nullptr, prop},
-};
 
 }  // namespace
 
@@ -571,36 +581,14 @@ void Console::remember(int32_t handle, const char* origin) {
     if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
-int Console::call(const Command& c, bool halclient, const char* origin,
-                  const std::function<void(Call&)>& fill) {
-    if (halclient && !halclientUsable()) {
-        return fail(kExitNoHal, kHalDown);
+int Console::call(const Command& c, const char* origin, const std::function<void(Call&)>& fill) {
+    Call k(this, c.word, origin);
+    try {
+        fill(k);
+    } catch (const Refusal& refusal) {
+        return fail(refusal.exit, refusal.why);
     }
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        callInProgress_ = true;
-    }
-    const uint64_t mark = backend_.journalMark();
-    Call k(this);
-    k.r.command = c.word;
-    fill(k);
-    if (!k.refused.empty()) return fail(kExitUsage, k.refused);
-    if (backend_.simulated()) {
-        k.r.halVisible = true;
-        k.r.hal = backend_.journalSince(mark);
-    }
-    out_.report(k.r);
-    reports_.push_back(k.r);
-    releaseHeld();
-    if (k.handle) remember(*k.handle, origin);
-    if (k.released && k.r.ok) {
-        handles_.erase(*k.released);
-        listeners_.erase(*k.released);
-    }
-    if (k.sink) {
-        k.sink->assign(k.handle.value_or(0));
-        if (k.awaitsAnswer && k.handle.value_or(0) >= 1) k.sink->awaitAnswer();
-    }
+    k.finish();
     return status();
 }
 
@@ -643,32 +631,87 @@ int Console::execute(const Command& c) {
 }
 
 int Console::dispatch(const Command& c) {
-    for (const CallCommand& command : kCallCommands) {
-        if (command.word == c.word) {
-            return call(c, command.halclient != nullptr && command.halclient(c), command.origin,
-                        [&](Call& k) { command.fill(k, c); });
-        }
+    // Every command torqctl runs (help and wait aside): its library calls, with what made a
+    // handle it obtains, or a way of its own.
+    struct Row {
+        const char* word;
+        const char* origin;
+        void (*fill)(Call& k, const Command& c);
+        int (Console::*own)(const Command& c) = nullptr;
+    };
+    static const Row kCommands[] = {
+            {"actions", nullptr, nullptr, &Console::actions},
+            {"acquire", "wrapper", acquire},
+            {"acquire-id", "zel",
+             [](Call& k, const Command& c) {
+                 k.make(LIBRARY_FUNCTION(ZelEventAcquire), kHandle, c.number, c.text, c.identity,
+                        static_cast<int32_t>(c.duration), libraryResources(c.resources));
+             }},
+            {"res-acquire", "zel", resAcquire},
+            {"release", nullptr, nullptr, &Console::release},
+            {"resctl", "halclient",
+             [](Call& k, const Command& c) {
+                 k.request(c, LIBRARY_FUNCTION(torqHalclient::torqResCtlRequest), c.param,
+                           static_cast<int32_t>(c.duration),
+                           libraryResources<std::list<ZelClient::Resource>>(c.resources), c.option,
+                           c.level, c.tag);
+             }},
+            {"resctl-path", "halclient", resCtlPath},
+            {"sactl", "sa",
+             [](Call& k, const Command& c) {
+                 k.request(c, LIBRARY_FUNCTION(torqHalclient::torqSACtlRequest), c.param,
+                           static_cast<int32_t>(c.duration), HexId{c.number}, c.option, c.level,
+                           c.tag);
+             }},
+            {"state", nullptr, state},
+            {"state-path", nullptr, statePath},
+            {"listen", nullptr, nullptr, &Console::listen},
+            {"unlisten", nullptr, nullptr, &Console::unlisten},
+            {"thermal", nullptr, thermal},
+            {"thermal-listen", nullptr, nullptr, &Console::listen},
+            {"thermal-unlisten", nullptr, nullptr, &Console::unlisten},
+            {"notify", nullptr,
+             [](Call& k, const Command& c) {
+                 k.make(LIBRARY_FUNCTION(ZelNotifyWapper), kZero, c.notifyName, c.number, c.number2,
+                        c.number3, 0, 0, c.text);
+             }},
+            {"zel-notify", nullptr,
+             [](Call& k, const Command& c) {
+                 k.make(LIBRARY_FUNCTION(ZelNotify), kNotMinusOne, c.number, c.number2, c.ids);
+             }},
+            {"rule", nullptr,
+             [](Call& k, const Command& c) {
+                 k.make(LIBRARY_FUNCTION(zelRuleCtl), kNotMinusOne, c.number, c.number2,
+                        libraryResources(c.resources));
+             }},
+            {"sysinfo", nullptr,
+             [](Call& k, const Command& c) {
+                 k.make(LIBRARY_FUNCTION(setRelatedSysInfo), kNotMinusOne, c.number, c.value64);
+             }},
+            {"history", nullptr, history},
+            {"pm", nullptr, pm},
+            {"dump", nullptr, dump},
+            {"prop", nullptr, prop},
+            {"init", nullptr,
+             [](Call& k, const Command&) {
+                 k.make(LIBRARY_FUNCTION(torqHalclient::torq_init), kZero);
+                 k.next();
+                 k.make(LIBRARY_FUNCTION(zelInit), kZero);
+             }},
+            {"journal", nullptr, nullptr, &Console::journal},
+            {"kill-hal", nullptr, nullptr, &Console::killHal},
+            {"restart-hal", nullptr, nullptr, &Console::restartHal},
+    };
+    for (const Row& row : kCommands) {
+        if (row.word != c.word) continue;
+        if (row.own != nullptr) return (this->*row.own)(c);
+        return call(c, row.origin, [&](Call& k) { row.fill(k, c); });
     }
-    // The commands that are more than one call, or none.
-    static const std::map<std::string, int (Console::*)(const Command&)> kOthers = {
-            {"actions", &Console::actions},
-            {"release", &Console::release},
-            {"listen", &Console::listen},
-            {"thermal-listen", &Console::listen},
-            {"unlisten", &Console::unlisten},
-            {"thermal-unlisten", &Console::unlisten},
-            {"dump", &Console::dump},
-            {"init", &Console::init},
-            {"journal", &Console::journal},
-            {"kill-hal", &Console::killHal},
-            {"restart-hal", &Console::restartHal}};
-    const auto it = kOthers.find(c.word);
-    if (it != kOthers.end()) return (this->*it->second)(c);
     if (c.word.empty()) return kExitOk;
     return fail(kExitUsage, "'" + c.word + "' cannot run here");  // shell and tour
 }
 
-// --- the commands that are more than one call ------------------------------------------------
+// --- the commands of their own ----------------------------------------------------------------
 
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
@@ -710,20 +753,16 @@ int Console::release(const Command& c) {
         }
         if (via.empty()) via = it->second;
     }
-    if (via.empty()) via = "zel";
-    const bool halclient = via == "halclient" || via == "sa";
-    return call(c, halclient, nullptr, [&](Call& k) {
+    return call(c, nullptr, [&](Call& k) {
         k.released = c.number;
         if (via == "wrapper") {
-            k.make("ZelReleaseWapper", kZero, ZelReleaseWapper, c.number);
-        } else if (via == "zel") {
-            k.make("ZelRelease", kZero, ZelRelease, c.number);
+            k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, c.number);
         } else if (via == "halclient") {
-            k.make("torqHalclient::torqResCtlRelease", kNotNegative,
-                   torqHalclient::torqResCtlRelease, c.number);
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResCtlRelease), kNotNegative, c.number);
+        } else if (via == "sa") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqSACtlRelease), kNotNegative, c.number);
         } else {
-            k.make("torqHalclient::torqSACtlRelease", kNotNegative, torqHalclient::torqSACtlRelease,
-                   c.number);
+            k.make(LIBRARY_FUNCTION(ZelRelease), kZero, c.number);
         }
     });
 }
@@ -731,18 +770,17 @@ int Console::release(const Command& c) {
 int Console::listen(const Command& c) {
     const bool thermal = c.word == "thermal-listen";
     const char* const sinkName = thermal ? "thermal listener" : "listener";
-    std::shared_ptr<CallbackSink> sink;
+    const bool kept = shellMode_ && !c.forMs;
+    std::shared_ptr<CallbackSink> sink = std::make_shared<CallbackSink>(this, sinkName);
     int32_t handle = 0;
-    const int status = call(c, true, nullptr, [&](Call& k) {
-        sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
+    const int status = call(c, kept ? sinkName : nullptr, [&](Call& k) {
+        k.sink = sink;
         if (thermal) {
-            k.make("torqHalclient::torqThermalListeningRegister", kHandle,
-                   torqHalclient::torqThermalListeningRegister, c.ids, sink);
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningRegister), kHandle, c.ids,
+                   sink);
         } else if (!c.paths.empty()) {
-            std::vector<std::string> paths;
-            for (const PathValue& pv : c.paths) paths.push_back(pv.path);
-            k.make("torqHalclient::torq_res_listening_register_by_path", kHandle,
-                   torqHalclient::torq_res_listening_register_by_path, paths, c.tag, sink);
+            k.make(LIBRARY_FUNCTION(torqHalclient::torq_res_listening_register_by_path), kHandle,
+                   pathsOf(c.paths), c.tag, sink);
         } else {
             auto in = unsetList(c.ids);
             k.calls("torqHalclient::torqResListeningRegister", HexIds{c.ids}, c.tag, sink);
@@ -750,9 +788,8 @@ int Console::listen(const Command& c) {
         }
         handle = *k.handle;
     });
-    if (sink == nullptr || handle < 1) return status;
-    if (shellMode_ && !c.forMs) {
-        remember(handle, sinkName);
+    if (handle < 1) return status;
+    if (kept) {
         listeners_[handle] = sink;
         return status;
     }
@@ -769,54 +806,23 @@ int Console::unlisten(const Command& c) {
     const int32_t handle = c.number;
     const bool thermal = c.word.compare(0, 7, "thermal") == 0;
     const std::string origin = thermal ? "thermal listener" : "listener";
-    const bool typed = c.word.find("unlisten") != std::string::npos;
-    if (typed && shellMode_) {
+    if (shellMode_ && c.word.find("unlisten") != std::string::npos) {
         auto it = handles_.find(handle);
         if (it == handles_.end() || it->second != origin) {
             return fail(kExitUsage, "unknown " + origin + " handle " + std::to_string(handle));
         }
     }
-    return call(c, typed, nullptr, [&](Call& k) {
+    return call(c, nullptr, [&](Call& k) {
         k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         k.released = handle;
-        k.make(thermal ? "torqHalclient::torqThermalListeningUnregister"
-                       : "torqHalclient::torqResListeningUnRegister",
-               kNotNegative,
-               thermal ? torqHalclient::torqThermalListeningUnregister
-                       : torqHalclient::torqResListeningUnRegister,
-               handle);
+        if (thermal) {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningUnregister), kNotNegative,
+                   handle);
+        } else {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningUnRegister), kNotNegative,
+                   handle);
+        }
     });
-}
-
-int Console::dump(const Command& c) {
-    static int32_t (*const kDumps[])() = {
-            torqHalclient::torqDumpToDoQueue,    torqHalclient::torqDumpRunMap,
-            torqHalclient::torqDumpActiveResMap, torqHalclient::torqDumpResRequest,
-            torqHalclient::torqDumpResInfo,      torqHalclient::torqDumpSAInfo,
-            torqHalclient::torqDumpPidFdList,    torqHalclient::torqDumpPidfdMonitorMap,
-            torqHalclient::torqDumpResRecordList};
-    if (!halclientUsable()) return fail(kExitNoHal, kHalDown);
-    backend_.takeDumpOutput();  // drop anything printed before
-    for (int32_t code = c.allDumps ? 0 : c.number; code <= (c.allDumps ? 8 : c.number); ++code) {
-        call(c, false, nullptr, [&](Call& k) {
-            k.r.call = std::string("torqHalclient::torqDump") + dumpName(code);
-            k.returned(kDumps[code](), kZero);
-            Json::Value output(Json::arrayValue);
-            for (const std::string& line : backend_.takeDumpOutput()) {
-                k.r.details.push_back(line);
-                output.append(line);
-            }
-            if (backend_.simulated()) k.r.extra["output"] = std::move(output);
-        });
-    }
-    return status();
-}
-
-int Console::init(const Command& c) {
-    if (!halclientUsable()) return fail(kExitNoHal, kHalDown);
-    call(c, false, nullptr,
-         [](Call& k) { k.make("torqHalclient::torq_init", kZero, torqHalclient::torq_init); });
-    return call(c, false, nullptr, [](Call& k) { k.make("zelInit", kZero, zelInit); });
 }
 
 // --- the simulator ---------------------------------------------------------------------------

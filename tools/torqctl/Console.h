@@ -65,11 +65,12 @@ class Console {
     void deliver(const CallbackEvent& event);
 
   private:
+    friend struct Call;
+
     int dispatch(const Command& c);
-    // The shape every library call shares: refuse a torqHalclient call while the HAL is down,
-    // make the call (`fill`), report it with what the HAL saw, keep the handle it obtained.
-    int call(const Command& c, bool halclient, const char* origin,
-             const std::function<void(Call&)>& fill);
+    // The shape every library call shares: make the calls (`fill`), report each with what the
+    // HAL saw, keep a handle obtained as made by `origin`; or refuse the command.
+    int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
     bool halclientUsable();
     // Reports an error; returns `exit`.
     int fail(int exit, const std::string& message);
@@ -81,13 +82,11 @@ class Console {
     int status() const;
     void remember(int32_t handle, const char* origin);
 
-    // The commands that are more than one call, or none.
+    // The commands that check this run's handles, wait, or make no library call.
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
     int unlisten(const Command& c);
-    int dump(const Command& c);
-    int init(const Command& c);
     int journal(const Command& c);
     int killHal(const Command& c);
     int restartHal(const Command& c);
