@@ -9,10 +9,13 @@
 #include <cctype>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <optional>
 #include <sstream>
+#include <type_traits>
 
 namespace torqctl {
 
@@ -186,22 +189,23 @@ std::string wordOf(const VerbInfo& entry) {
     return synopsis.substr(0, synopsis.find(' '));
 }
 
-enum class OptionKind { kUnknown, kFlag, kValue };
-
-// What the synopsis says of option `name`: an option whose bracket does not close on it and is
-// followed by a placeholder ("[--tag N]") takes a value.
-OptionKind optionKind(const VerbInfo& entry, const std::string& name) {
+// What the synopsis says of option `name`: none when the command has no such option, "" when it
+// takes no value, else the placeholder of its value. An option whose bracket does not close on
+// it and is followed by a placeholder ("[--tag N]") takes a value; a placeholder of words
+// separated by '|' ("[--via zel|sa]") lists the values it allows.
+std::optional<std::string> optionValue(const VerbInfo& entry, const std::string& name) {
     std::istringstream in(entry.synopsis);
     const std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     for (size_t i = 0; i < words.size(); ++i) {
         std::string word = words[i].substr(words[i].find_first_not_of('['));
         const bool closed = word.back() == ']';
         if (word.substr(0, word.find(']')) != name || name.compare(0, 2, "--") != 0) continue;
-        const bool takesValue =
-                !closed && i + 1 < words.size() && words[i + 1][0] != '[' && words[i + 1][0] != '-';
-        return takesValue ? OptionKind::kValue : OptionKind::kFlag;
+        if (closed || i + 1 == words.size() || words[i + 1][0] == '[' || words[i + 1][0] == '-') {
+            return "";
+        }
+        return words[i + 1].substr(0, words[i + 1].find(']'));
     }
-    return OptionKind::kUnknown;
+    return std::nullopt;
 }
 
 const VerbInfo* findVerb(const std::string& word) {
@@ -211,8 +215,17 @@ const VerbInfo* findVerb(const std::string& word) {
     return nullptr;
 }
 
-bool isGlobalOption(const std::string& word) {
-    return word == "--json" || word == "--log" || word == "--no-sim" || word == "--version";
+// The flag a global option sets; null for any other word.
+bool GlobalOptions::*globalOption(const std::string& word) {
+    static const std::pair<const char*, bool GlobalOptions::*> kOptions[] = {
+            {"--json", &GlobalOptions::json},
+            {"--log", &GlobalOptions::log},
+            {"--no-sim", &GlobalOptions::noSim},
+            {"--version", &GlobalOptions::version}};
+    for (const auto& [name, flag] : kOptions) {
+        if (word == name) return flag;
+    }
+    return nullptr;
 }
 
 // What a word shows in an error message: cut and made printable, so any input stays one line.
@@ -250,6 +263,16 @@ bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out
             negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
     if (value < min || value > max) return false;
     *out = value;
+    return true;
+}
+
+// `text` as a T within [min, max]. A value beyond T's positive range (an opcode written as an
+// unsigned number) keeps its bits.
+template <typename T>
+bool parseIn(const std::string& text, int64_t min, int64_t max, T* out) {
+    int64_t value = 0;
+    if (!parseSigned(text, min, max, &value)) return false;
+    *out = static_cast<T>(static_cast<std::make_unsigned_t<T>>(value));
     return true;
 }
 
@@ -304,28 +327,35 @@ class Parser {
             }
             const size_t eq = w.find('=');
             const std::string name = w.substr(0, eq);
-            const OptionKind kind = optionKind(info_, name);
-            if (kind == OptionKind::kFlag) {
+            const std::optional<std::string> value = optionValue(info_, name);
+            if (!value) return fail("unknown option " + shown(name) + " for '" + word_ + "'");
+            if (value->empty()) {
                 if (eq != std::string::npos) return fail("option " + name + " takes no value");
                 options_.emplace_back(name, "");
-            } else if (kind == OptionKind::kValue) {
-                if (eq != std::string::npos) {
-                    options_.emplace_back(name, w.substr(eq + 1));
-                } else if (i + 1 < words_.size()) {
-                    options_.emplace_back(name, words_[++i]);
-                } else {
-                    return fail("option " + name + " needs a value");
-                }
+            } else if (eq != std::string::npos) {
+                options_.emplace_back(name, w.substr(eq + 1));
+            } else if (i + 1 < words_.size()) {
+                options_.emplace_back(name, words_[++i]);
             } else {
-                return fail("unknown option " + shown(name) + " for '" + word_ + "'");
+                return fail("option " + name + " needs a value");
             }
         }
         return true;
     }
 
+    // Whether `value` is one of the values the synopsis allows for option `name`, if it lists
+    // them (only --via, which names a front end, does).
+    bool allowed(const std::string& name, const std::string& value) {
+        const std::string choices = "|" + *optionValue(info_, name) + "|";
+        if (choices.find('|', 1) == choices.size() - 1) return true;
+        return value.empty() || choices.find("|" + value + "|") != std::string::npos ||
+               fail("unknown front end for " + name + ": " + shown(value));
+    }
+
     bool applyOptions() {
         Command& c = result_.command;
         for (const auto& [name, value] : options_) {
+            if (!allowed(name, value)) return false;
             const OptionField* field = nullptr;
             for (const OptionField& f : kOptionFields) {
                 if (name == f.name) field = &f;
@@ -340,8 +370,8 @@ class Parser {
                 // Milliseconds: an int32, but resctl-path carries a 64-bit duration.
                 const bool wide = name == "--duration" && word_ == "resctl-path";
                 int64_t ms = 0;
-                if (!parseSigned(value, wide ? std::numeric_limits<int64_t>::min() : INT32_MIN,
-                                 wide ? std::numeric_limits<int64_t>::max() : INT32_MAX, &ms)) {
+                if (!parseIn(value, wide ? INT64_MIN : INT32_MIN, wide ? INT64_MAX : INT32_MAX,
+                             &ms)) {
                     return fail("malformed milliseconds for " + name + ": " + shown(value));
                 }
                 if (name == "--timeout" || name == "--duration") {
@@ -440,15 +470,6 @@ class Parser {
         return true;
     }
 
-    bool viaIsOneOf(std::initializer_list<const char*> choices) {
-        const std::string& via = result_.command.via;
-        if (via.empty()) return true;
-        for (const char* choice : choices) {
-            if (via == choice) return true;
-        }
-        return fail("unknown front end for --via: " + shown(via));
-    }
-
     // The options, the words, and what a command asks of them beyond their form.
     bool interpret() {
         if (!applyOptions()) return false;
@@ -459,13 +480,10 @@ class Parser {
                                   fail("unknown command " + shown(c.topic)));
         }
         if (w == "acquire") return takeArgs() && (!c.name.empty() || fail("missing action name"));
-        if (w == "release") return takeArgs() && viaIsOneOf({"wrapper", "zel", "halclient", "sa"});
-        if (w == "state") {
-            if (!viaIsOneOf({"halclient", "zel", "zel-one"})) return false;
-            if (c.via == "zel-one" && args_.size() != 1) {
-                return fail("--via zel-one reads exactly one opcode");
-            }
-        } else if (w == "state-path") {
+        if (w == "state" && c.via == "zel-one" && args_.size() != 1) {
+            return fail("--via zel-one reads exactly one opcode");
+        }
+        if (w == "state-path") {
             if (!takeArgs()) return false;
             for (const PathValue& pv : c.paths) {
                 if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
@@ -499,7 +517,7 @@ class Parser {
                                   fail("usage: prop get NAME | prop set NAME VALUE"));
         } else if (w == "wait") {
             int64_t ms = 0;
-            if (!parseSigned(args_[0], 0, std::numeric_limits<int32_t>::max(), &ms)) {
+            if (!parseIn(args_[0], 0, INT32_MAX, &ms)) {
                 return fail("malformed milliseconds " + shown(args_[0]));
             }
             c.forMs = ms;
@@ -536,28 +554,15 @@ ParseResult parseWords(std::vector<std::string> words, GlobalOptions global) {
 }  // namespace
 
 bool parseInt32(const std::string& text, int32_t* out) {
-    int64_t v = 0;
-    if (!parseSigned(text, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max(),
-                     &v)) {
-        return false;
-    }
-    *out = static_cast<int32_t>(v);
-    return true;
+    return parseIn(text, INT32_MIN, INT32_MAX, out);
 }
 
 bool parseInt64(const std::string& text, int64_t* out) {
-    return parseSigned(text, std::numeric_limits<int64_t>::min(),
-                       std::numeric_limits<int64_t>::max(), out);
+    return parseIn(text, INT64_MIN, INT64_MAX, out);
 }
 
 bool parseOpcode(const std::string& text, int32_t* out) {
-    int64_t v = 0;
-    if (!parseSigned(text, std::numeric_limits<int32_t>::min(),
-                     std::numeric_limits<uint32_t>::max(), &v)) {
-        return false;
-    }
-    *out = static_cast<int32_t>(static_cast<uint32_t>(v));
-    return true;
+    return parseIn(text, INT32_MIN, UINT32_MAX, out);
 }
 
 std::string lower(std::string text) {
@@ -636,14 +641,11 @@ ParseResult parseCommandLine(const std::vector<std::string>& args) {
     bool ended = false;
     for (const std::string& a : args) {
         if (!ended && a == "--") ended = true;
-        if (!ended && isGlobalOption(a)) {
-            if (a == "--json") global.json = true;
-            if (a == "--log") global.log = true;
-            if (a == "--no-sim") global.noSim = true;
-            if (a == "--version") global.version = true;
-            continue;
+        if (bool GlobalOptions::*flag = ended ? nullptr : globalOption(a)) {
+            global.*flag = true;
+        } else {
+            words.push_back(a);
         }
-        words.push_back(a);
     }
     if (global.version) {
         ParseResult r;
@@ -666,7 +668,7 @@ ParseResult parseShellLine(const std::string& line) {
     }
     for (const std::string& w : words) {
         if (w == "--") break;
-        if (isGlobalOption(w)) {
+        if (globalOption(w) != nullptr) {
             result.error = "global option " + w + " is only accepted on torqctl's command line";
             return result;
         }
