@@ -722,19 +722,14 @@ int Console::actions(const Command& c) {
         char number[32];
         snprintf(number, sizeof(number), "\n%5zu  ", i);
         lines += number + gActionList[i];
-        Json::Value item(Json::objectValue);
-        item["id"] = static_cast<Json::UInt64>(i);
-        item["name"] = gActionList[i];
-        list.append(std::move(item));
+        list.append(jsonObject({{"id", static_cast<Json::UInt64>(i)}, {"name", gActionList[i]}}));
     }
-    Json::Value j(Json::objectValue);
-    j["command"] = "actions";
-    j["pattern"] = c.name;
-    j["count"] = list.size();
-    j["actions"] = list;
     out_.message("event id  action (" + std::to_string(list.size()) + " of " +
                          std::to_string(gActionList.size()) + ")" + lines,
-                 j);
+                 jsonObject({{"command", "actions"},
+                             {"pattern", c.name},
+                             {"count", list.size()},
+                             {"actions", list}}));
     return list.empty() ? kExitFailed : kExitOk;
 }
 
@@ -831,10 +826,7 @@ int Console::journal(const Command& /*c*/) {
     if (!backend_.simulated()) return fail(kExitNoHal, "the journal needs the simulator");
     const auto entries = backend_.journalSince(0);
     if (out_.json()) {
-        Json::Value j(Json::objectValue);
-        j["command"] = "journal";
-        j["entries"] = halJson(entries);
-        out_.message("", j);
+        out_.message("", jsonObject({{"command", "journal"}, {"entries", halJson(entries)}}));
     } else {
         std::string text;
         for (const auto& e : entries) text += std::to_string(e.seq) + "  " + e.toString() + "\n";
@@ -874,9 +866,8 @@ int Console::restartHal(const Command& c) {
         if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
         restartPending_ = false;
     });
-    Json::Value j(Json::objectValue);
-    j["after_ms"] = static_cast<Json::Int64>(ms);
-    return done(c, "the HAL will restart in " + std::to_string(ms) + " ms", j);
+    return done(c, "the HAL will restart in " + std::to_string(ms) + " ms",
+                jsonObject({{"after_ms", static_cast<Json::Int64>(ms)}}));
 }
 
 int Console::done(const Command& c, const std::string& text, Json::Value json) {

@@ -58,17 +58,8 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
-using Members = std::initializer_list<std::pair<const char*, Json::Value>>;
-
-void add(Json::Value& object, Members members) {
+void add(Json::Value& object, JsonMembers members) {
     for (const auto& [name, value] : members) object[name] = value;
-}
-
-// An object of the members given (JSON writes them by name, whatever their order here).
-Json::Value object(Members members) {
-    Json::Value out(Json::objectValue);
-    add(out, members);
-    return out;
 }
 
 // The journal's values as JSON: an absent optional is null, a list an array.
@@ -93,11 +84,11 @@ Json::Value toJson(const std::vector<T>& items) {
 }
 
 Json::Value toJson(const torq_sim::TorqRequestData& d) {
-    return object({{"id", torq_sim::hexId(d.id)},
-                   {"subId", d.subId},
-                   {"value", toJson(d.value)},
-                   {"path", toJson(d.path)},
-                   {"extra", toJson(d.extra)}});
+    return jsonObject({{"id", torq_sim::hexId(d.id)},
+                       {"subId", d.subId},
+                       {"value", toJson(d.value)},
+                       {"path", toJson(d.path)},
+                       {"extra", toJson(d.extra)}});
 }
 
 bool takesParcel(const std::string& method) {
@@ -138,17 +129,23 @@ void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
 }
 
 Json::Value answerJson(const torq_sim::SentAnswer& a) {
-    Json::Value out = object({{"exception", a.exception},
-                              {"serviceSpecificError", a.serviceSpecificError},
-                              {"transactionError", a.transactionError},
-                              {"message", a.message},
-                              {"result", toJson(a.result)}});
+    Json::Value out = jsonObject({{"exception", a.exception},
+                                  {"serviceSpecificError", a.serviceSpecificError},
+                                  {"transactionError", a.transactionError},
+                                  {"message", a.message},
+                                  {"result", toJson(a.result)}});
     if (a.records) out["records"] = toJson(*a.records);
     if (a.text) out["text"] = *a.text;
     return out;
 }
 
 }  // namespace
+
+Json::Value jsonObject(JsonMembers members) {
+    Json::Value out(Json::objectValue);
+    add(out, members);
+    return out;
+}
 
 std::string validUtf8(const std::string& text) {
     return escapeInvalidUtf8(text, "\\x");
@@ -171,7 +168,7 @@ std::string toJsonLine(const Json::Value& value) {
 Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
     Json::Value list(Json::arrayValue);
     for (const auto& e : entries) {
-        Json::Value item = object({{"seq", static_cast<Json::UInt64>(e.seq)}});
+        Json::Value item = jsonObject({{"seq", static_cast<Json::UInt64>(e.seq)}});
         switch (e.type) {
             case torq_sim::JournalEntry::Type::kCall:
                 add(item,
@@ -196,7 +193,7 @@ Json::Value halJson(const std::vector<torq_sim::JournalEntry>& entries) {
 Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
                         const char* key) {
     Json::Value list(Json::arrayValue);
-    for (const auto& [k, v] : records) list.append(object({{key, k}, {"value", v}}));
+    for (const auto& [k, v] : records) list.append(jsonObject({{key, k}, {"value", v}}));
     return list;
 }
 
@@ -226,11 +223,11 @@ bool Output::writeFailed() const {
 void Output::report(const Report& r) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j = object({{"command", r.command},
-                                {"call", r.call},
-                                {"args", r.args},
-                                {"result", toJson(r.result)},
-                                {"ok", r.ok}});
+        Json::Value j = jsonObject({{"command", r.command},
+                                    {"call", r.call},
+                                    {"args", r.args},
+                                    {"result", toJson(r.result)},
+                                    {"ok", r.ok}});
         for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
         if (r.halVisible) j["hal"] = halJson(r.hal);
         emit(toJsonLine(j));
@@ -255,19 +252,19 @@ void Output::report(const Report& r) {
 
 void Output::callback(const CallbackEvent& event) {
     message(describeCallback(event),
-            object({{"event", "callback"},
-                    {"to", event.to},
-                    {"handle", event.handle > 0 ? Json::Value(event.handle) : Json::Value()},
-                    {"records", recordsJson(event.records, event.byPath ? "path" : "id")}}));
+            jsonObject({{"event", "callback"},
+                        {"to", event.to},
+                        {"handle", event.handle > 0 ? Json::Value(event.handle) : Json::Value()},
+                        {"records", recordsJson(event.records, event.byPath ? "path" : "id")}}));
 }
 
 void Output::log(const LogLine& line) {
     const std::string priority = priorityLetter(line.priority);
     message("log: " + priority + "/" + line.tag + ": " + line.message,
-            object({{"event", "log"},
-                    {"priority", priority},
-                    {"tag", line.tag},
-                    {"message", line.message}}));
+            jsonObject({{"event", "log"},
+                        {"priority", priority},
+                        {"tag", line.tag},
+                        {"message", line.message}}));
 }
 
 void Output::message(const std::string& text, const Json::Value& json) {
@@ -288,7 +285,7 @@ void Output::raw(const std::string& text) {
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        emit(toJsonLine(object({{"error", text}, {"exit", exit}})));
+        emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
     } else {
         fflush(out_);
     }

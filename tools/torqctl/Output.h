@@ -79,6 +79,11 @@ class Output {
     bool writeFailed_ = false;
 };
 
+using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
+
+/** An object of the members given (JSON writes them by name, whatever their order here). */
+Json::Value jsonObject(JsonMembers members);
+
 /** Records (opcode or path, value) as [{KEY: ..., "value": ...}], KEY "id" or "path". */
 Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& records,
                         const char* key);

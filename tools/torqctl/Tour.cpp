@@ -53,10 +53,6 @@ class Tour {
     void step(const Step& step) {
         ++steps_;
         failure_.clear();
-        Json::Value j(Json::objectValue);
-        j["event"] = "step";
-        j["step"] = steps_;
-        j["title"] = step.title;
         out_.message("\n== step " + std::to_string(steps_) + ": " + step.title + " ==");
         s_.waitUntil(0, [&](const auto& events, const auto& logLines) {
             callbackMark_ = events.size();
@@ -69,7 +65,8 @@ class Tour {
         }
         const std::string why = failed() || !step.check ? "" : step.check();
         expect(why.empty(), why);
-        j["ok"] = !failed();
+        Json::Value j = jsonObject(
+                {{"event", "step"}, {"step", steps_}, {"title", step.title}, {"ok", !failed()}});
         if (failed()) j["failure"] = failure_;
         passed_ += failed() ? 0 : 1;
         out_.message(failed() ? "-- FAILED: " + failure_ : "-- ok", j);
@@ -289,14 +286,10 @@ int Tour::run() {
     for (const Step& s : steps) step(s);
 
     const bool allPassed = passed_ == steps_;
-    Json::Value j(Json::objectValue);
-    j["event"] = "tour";
-    j["steps"] = steps_;
-    j["passed"] = passed_;
-    j["ok"] = allPassed;
-    out_.message("\ntour: " + std::to_string(passed_) + " of " + std::to_string(steps_) +
-                         " steps passed",
-                 j);
+    out_.message(
+            "\ntour: " + std::to_string(passed_) + " of " + std::to_string(steps_) + " steps passed",
+            jsonObject(
+                    {{"event", "tour"}, {"steps", steps_}, {"passed", passed_}, {"ok", allPassed}}));
     return allPassed ? kExitOk : kExitFailed;
 }
 

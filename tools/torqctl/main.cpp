@@ -103,10 +103,8 @@ int main(int argc, char** argv) {
         return checkedExit(out, kExitUsage);
     }
     if (parsed.global.version) {
-        Json::Value j(Json::objectValue);
-        j["command"] = "version";
-        j["version"] = TORQCTL_VERSION;
-        out.message("torqctl " TORQCTL_VERSION, j);
+        out.message("torqctl " TORQCTL_VERSION,
+                    jsonObject({{"command", "version"}, {"version", TORQCTL_VERSION}}));
         return checkedExit(out, kExitOk);
     }
     const bool showLog = parsed.global.log;
