@@ -275,14 +275,13 @@ std::vector<Call> everyCall() {
     }
     return v;
 }
-const std::vector<Call> kCalls = everyCall();
 
 // A callback form registers its client before sending, and keeps it registered when the HAL
 // answers no handle: no answer will ever remove it. Commands and thermal levels answer 0 when the
 // HAL gave a handle, else -1.
 TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
     size_t registered = requestCallbacks(), callbackForms = 0;
-    for (const Call& call : kCalls) {
+    for (const Call& call : everyCall()) {
         if (!call.parcel) continue;
         SCOPED_TRACE(call.entry);
         hal().setAnswer("request", result(42));
@@ -307,7 +306,7 @@ TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
 // the next round proves by looking the service up again.
 TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     bool useBroken = false;
-    for (const Call& call : kCalls) {
+    for (const Call& call : everyCall()) {
         SCOPED_TRACE(call.entry);
         binder_host::undeclareInstance(torq_sim::kTorqInstance);
         log_.clear();
