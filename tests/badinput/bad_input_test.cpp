@@ -2,17 +2,11 @@
 // must reach the HAL exactly as given, in order and whole. Text that is not UTF-8 fails the call
 // like a failed transaction.
 
-#include <binder_host/process.h>
-#include <gtest/gtest.h>
 #include <torqHalclient.h>
-#include <torq_sim/SimHost.h>
-#include <torq_test/Capture.h>
-#include <torq_test/Records.h>
+#include <torq_test/HalTest.h>
 #include <zel.h>
 
 #include <list>
-#include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,24 +19,9 @@ using Resources = std::list<ZelClient::Resource>;
 
 constexpr int kHuge = 10000;
 
-class BadInput : public ::testing::Test {
+class BadInput : public torq_test::HalTest {
   protected:
-    void SetUp() override {
-        binder_host::reset();
-        hal_ = std::make_unique<torq_sim::SimHost>();
-        ASSERT_TRUE(hal_->start());
-    }
-    void TearDown() override {
-        // Death notices of this test's HAL must not reach the next one.
-        hal_->kill();
-        binder_host::drain();
-    }
-    std::vector<TorqRequestData> sent(const char* method = "request") {
-        return hal_->last(method).parcel.data;
-    }
-
-    torq_test::LogCapture log_;  // keeps the library's lines off the test output
-    std::unique_ptr<torq_sim::SimHost> hal_;
+    std::vector<TorqRequestData> sent() { return hal().last("request").parcel.data; }
 };
 
 TEST_F(BadInput, TenThousandResourcesArriveWholeAndInOrder) {
@@ -67,7 +46,7 @@ TEST_F(BadInput, TenThousandResourcesArriveWholeAndInOrder) {
     // And back: a HAL answer of ten thousand records reaches the caller whole.
     torq_sim::SentAnswer answer;
     answer.records = records;
-    hal_->answerOnce("stateRequest", answer);
+    hal().answerOnce("stateRequest", answer);
     Resources out;
     EXPECT_EQ(torqHalclient::torqResStateRequest(many, 0, out), kHuge + 1);
     ASSERT_EQ(out.size(), static_cast<size_t>(kHuge + 1));
@@ -82,13 +61,13 @@ TEST_F(BadInput, TextThatIsNotUtf8FailsTheCallAndTheNextCallReconnects) {
     Resources bad{{0x010108A0, notUtf8}}, good{{0x010108A0, "1"}};
     EXPECT_EQ(torqHalclient::torqResCtlRequest(1, bad, 0), -1);
     EXPECT_EQ(ZelEventAcquire(1, notUtf8, "i", 1, {}), -1);
-    EXPECT_EQ(hal_->count("request"), 0u);
+    EXPECT_EQ(hal().count("request"), 0u);
     EXPECT_EQ(log_.count("torqResCtlRequest() failed: torq HAL service not available"), 1u);
     EXPECT_EQ(log_.count("ZelEventAcquire() failed : torq HAL service not available"), 1u);
 
     EXPECT_GE(torqHalclient::torqResCtlRequest(1, good, 0), 1);
     EXPECT_GE(ZelEventAcquire(1, "p", "i", 1, {}), 1);
-    EXPECT_EQ(hal_->count("request"), 2u);
+    EXPECT_EQ(hal().count("request"), 2u);
 }
 
 }  // namespace

@@ -1,19 +1,13 @@
 #pragma once
 
-// Shared fixture of the torqHalclient tests: a clean binder world, the reference HAL in its own
-// process, log capture, and a caller callback that records what reaches it and on which thread.
+// Shared fixture of the torqHalclient tests: the front-end fixture with a HAL that confirms every
+// release, and a caller callback that records what reaches it and on which thread.
 
-#include <android/log.h>
-#include <binder_host/process.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <torqHalclient.h>
-#include <torq_sim/SimHost.h>
-#include <torq_test/Answers.h>
-#include <torq_test/Capture.h>
+#include <torq_test/HalTest.h>
 
 #include <list>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -80,38 +74,21 @@ inline void confirmReleases(SimHost& hal) {
     }
 }
 
-// Every test starts disconnected (killing the previous test's HAL fired the death notice, which
-// reset drains) with a fresh reference HAL that calls nobody back on its own: each test makes the
+// Every test has a fresh reference HAL that calls nobody back on its own: each test makes the
 // callbacks it wants with answer().
-class HalclientTest : public ::testing::Test {
+class HalclientTest : public HalTest {
   protected:
-    void SetUp() override {
-        binder_host::reset();
+    SimHost::Options options() const override {
         SimHost::Options options;
         options.modelCallbacks = false;
-        hal_ = std::make_unique<SimHost>(options);
-        ASSERT_TRUE(hal_->start());
-        confirmReleases(*hal_);
-        log_.clear();
+        return options;
     }
-    void TearDown() override {
-        hal_.reset();
-        binder_host::reset();
+    void SetUp() override {
+        HalTest::SetUp();
+        confirmReleases(hal());
     }
-    SimHost& hal() { return *hal_; }
-
-    // The lines of one tag as "<level letter> <text>".
-    Strings lines(const char* tag = "TORQFramework-lib-vendor") const {
-        Strings out;
-        for (const auto& l : log_.linesWithTag(tag)) {
-            const char* level = l.priority == ANDROID_LOG_ERROR  ? "E "
-                                : l.priority == ANDROID_LOG_INFO ? "I "
-                                                                 : "? ";
-            out.push_back(level + l.text);
-        }
-        return out;
-    }
-    Strings callbackLines() const { return lines("TorqFramework-lib-vendor"); }
+    Strings lines() const { return HalTest::lines("TORQFramework-lib-vendor"); }
+    Strings callbackLines() const { return HalTest::lines("TorqFramework-lib-vendor"); }
 
     static size_t requestCallbacks() {
         std::lock_guard<std::mutex> guard(request_callback_mutex);
@@ -124,8 +101,6 @@ class HalclientTest : public ::testing::Test {
         drain();
     }
 
-    LogCapture log_;
-    std::unique_ptr<SimHost> hal_;
     std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };
 

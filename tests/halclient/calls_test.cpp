@@ -158,121 +158,122 @@ Strings addsClient(const std::string& entry, const std::string& added) {
             "I torq client " + added + " add to request_callbacks"};
 }
 
+// The arguments of the calls below (at namespace scope: the rows' lambdas capture nothing).
+Resources r = res({{0x5, "1"}}), levels = res({{1, "3"}, {2, "0"}}), out;
+Resources mixed = res({{0x010108a0, "1200"}, {0x2, "x,y"}, {0, {}}, {0, ""}});
+const std::vector<TorqRequestData> one{idRecord(0x5, "1")};
+Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
+const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
+std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
+const auto cb = std::make_shared<Recorder>();
+const int64_t kLong = INT64_C(1) << 40;
+
+Call resCtl(std::function<int32_t()> run, TorqRequestParcel p) {
+    return sends(named("torqResCtlRequest", "request", std::move(run)), std::move(p));
+}
+Call saCtl(std::function<int32_t()> run, TorqRequestParcel p) {
+    return sends(named("torqSACtlRequest", "request", std::move(run)), std::move(p));
+}
+Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
+    return sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
+                  std::move(run)},
+                 std::move(p));
+}
+
 // Every entry point. For requests: omitted arguments are -1, level >= 1 sets the flag, every
 // resource goes out with its value, empty when the caller gave none; by path, a -> param,
 // b -> duration, c -> option, d >= 1 -> flag, e -> tag.
-const std::vector<Call>& allCalls() {
-    static Resources r = res({{0x5, "1"}}), levels = res({{1, "3"}, {2, "0"}}), out;
-    static Resources mixed = res({{0x010108a0, "1200"}, {0x2, "x,y"}, {0, {}}, {0, ""}});
-    static const std::vector<TorqRequestData> one{idRecord(0x5, "1")};
-    static Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
-    static const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
-    static std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
-    static const auto cb = std::make_shared<Recorder>();
-    static const int64_t kLong = INT64_C(1) << 40;
-    static const std::vector<Call> calls =
-            [] {
-                const std::string resCtl = "torqResCtlRequest", pathCtl = "torq_resctl_request";
-                const Call resCtlCb{"torq client torqResCtlRequest with callback", "request",
-                                    "torq client TorqCallbackClient with callback",
-                                    [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }};
-                const Call saCb{"torq client torqSACtlRequest with callback", "request",
-                                "torqSACtlRequest with callback",
-                                [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }};
-                const Call pathCtlCb{"torq client torq_resctl_request_with_callback", "request",
-                                     "torq client torq_resctl_request_with_callback", [] {
-                                         return torq_resctl_request_with_callback_by_path(
-                                                 4, 5, paths, values, 6, -3, 7, cb);
-                                     }};
-                std::vector<Call> v = {
-                named("torq_init", "init", [] { return torq_init(), 0; }),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); }),
-                      ctl(1, 7, -1, 3, true, 9,
-                          {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
-                           idRecord(0, "")})),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 11); }),
-                      ctl(1, -1, 10, -1, false, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 1, 11); }),
-                      ctl(1, -1, 10, -1, true, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 0, 11); }),
-                      ctl(1, -1, 10, -1, false, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(10, r, 5, 2, 11); }),
-                      ctl(1, -1, 10, 5, true, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, INT32_MIN, r, 11); }),
-                      ctl(1, 3, INT32_MIN, -1, false, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, 10, r, 7, 11); }),
-                      ctl(1, 3, 10, -1, true, 11, one)),
-                sends(named(resCtl, "request", [] { return torqResCtlRequest(3, 10, r, 6, -1, 11); }),
-                      ctl(1, 3, 10, 6, false, 11, one)),
-                sends(resCtlCb, ctl(1, 1, 2, 3, false, 5, one),
-                      addsClient("torq client torqResCtlRequest with callback", resCtl)),
-                // SA control: one id, no value.
-                sends(named("torqSACtlRequest", "request",
-                            [] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); }),
-                      ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
-                sends(named("torqSACtlRequest", "request", [] { return torqSACtlRequest(-5, 0x34, 8); }),
-                      ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
-                sends(saCb, ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
-                      addsClient("torq client torqSACtlRequest with callback", "torqSACtlRequest")),
-                named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
-                named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
-                {"torqResListeningRegister", "listeningRegister", "torq_res_listening_register_map",
-                 [] { return torqResListeningRegister(r, 0, cb); }},
-                named("torqResListeningUnRegister", "listeningUnregister",
-                      [] { return torqResListeningUnRegister(-77); }),
-                named("torqResStateRequest", "stateRequest",
-                      [] { return torqResStateRequest(r, 0, out); }),
-                sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
-                      parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
-                {"torqThermalListeningRegister", "thermalListeningRegister",
-                 "torqThermalListeningRegister", [] { return torqThermalListeningRegister({1}, cb); }},
-                named("torqThermalListeningUnregister", "thermalListeningUnregister",
-                      [] { return torqThermalListeningUnregister(9); }),
-                sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
-                       [] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); }},
-                      ctl(1, 4, kLong, 6, true, 7, byPath, true)),
-                sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
-                       [] { return torq_resctl_request_by_path(4, 5, paths, values, 6, 0, 7); }},
-                      ctl(1, 4, 5, 6, false, 7, byPath, true)),
-                sends(pathCtlCb, ctl(1, 4, 5, 6, false, 7, byPath, true),
-                      addsClient("torq client torq_resctl_request_with_callback",
-                                 "torq_resctl_request_with_callback")),
-                named("torq_res_state_request", "stateRequest",
-                      [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
-                named("torq_res_state_request_map", "stateRequest",
-                      [] { return torq_res_state_request_map_by_path(pathMap, 0, mapOut); }),
-                named("torq_res_listening_register", "listeningRegister",
-                      [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
-                named("torq_res_listening_register_map", "listeningRegister",
-                      [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
-                named("torqPropertyGet", "propertyGet",
-                      [] { return delete[] torqPropertyGet("p"), -1; }),
-                named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
-        };
-                // Commands: a kind-5 request whose one entry is the command's code (9 is none).
-                const std::pair<const char*, int32_t (*)()> commands[] = {
-                        {"torqDumpToDoQueue", torqDumpToDoQueue},
-                        {"torqDumpRunMap", torqDumpRunMap},
-                        {"torqDumpActiveResMap", torqDumpActiveResMap},
-                        {"torqDumpResRequest", torqDumpResRequest},
-                        {"torqDumpResInfo", torqDumpResInfo},
-                        {"torqDumpSAInfo", torqDumpSAInfo},
-                        {"torqDumpPidFdList", torqDumpPidFdList},
-                        {"torqDumpPidfdMonitorMap", torqDumpPidfdMonitorMap},
-                        {"torqDumpResRecordList", torqDumpResRecordList},
-                        {"torqHistoryRequestRecordOn", torqHistoryRequestRecordOn},
-                        {"torqHistoryRequestRecordOff", torqHistoryRequestRecordOff}};
-                int32_t code = 0;
-                for (const auto& [name, command] : commands) {
-                    TorqRequestParcel p = parcel(5, {idRecord(code)});
-                    p.option = 1;
-                    v.push_back(sends(named(name, "request", command), p));
-                    v.back().acceptance = true;
-                    code += code == 8 ? 2 : 1;
-                }
-                return v;
-            }();
-    return calls;
+std::vector<Call> everyCall() {
+    std::vector<Call> v = {
+            named("torq_init", "init", [] { return torq_init(), 0; }),
+            resCtl([] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); },
+                   ctl(1, 7, -1, 3, true, 9,
+                       {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
+                        idRecord(0, "")})),
+            resCtl([] { return torqResCtlRequest(10, r, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 1, 11); }, ctl(1, -1, 10, -1, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 0, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); }, ctl(1, -1, 10, 5, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
+                   ctl(1, 3, INT32_MIN, -1, false, 11, one)),
+            resCtl([] { return torqResCtlRequest(3, 10, r, 7, 11); }, ctl(1, 3, 10, -1, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(3, 10, r, 6, -1, 11); },
+                   ctl(1, 3, 10, 6, false, 11, one)),
+            sends({"torq client torqResCtlRequest with callback", "request",
+                   "torq client TorqCallbackClient with callback",
+                   [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }},
+                  ctl(1, 1, 2, 3, false, 5, one),
+                  addsClient("torq client torqResCtlRequest with callback", "torqResCtlRequest")),
+            // SA control: one id, no value.
+            saCtl([] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); },
+                  ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
+            saCtl([] { return torqSACtlRequest(-5, 0x34, 8); },
+                  ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
+            sends({"torq client torqSACtlRequest with callback", "request",
+                   "torqSACtlRequest with callback",
+                   [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }},
+                  ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
+                  addsClient("torq client torqSACtlRequest with callback", "torqSACtlRequest")),
+            named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
+            named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
+            {"torqResListeningRegister", "listeningRegister", "torq_res_listening_register_map",
+             [] { return torqResListeningRegister(r, 0, cb); }},
+            named("torqResListeningUnRegister", "listeningUnregister",
+                  [] { return torqResListeningUnRegister(-77); }),
+            named("torqResStateRequest", "stateRequest",
+                  [] { return torqResStateRequest(r, 0, out); }),
+            sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
+                  parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
+            {"torqThermalListeningRegister", "thermalListeningRegister",
+             "torqThermalListeningRegister", [] { return torqThermalListeningRegister({1}, cb); }},
+            named("torqThermalListeningUnregister", "thermalListeningUnregister",
+                  [] { return torqThermalListeningUnregister(9); }),
+            pathCtl([] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); },
+                    ctl(1, 4, kLong, 6, true, 7, byPath, true)),
+            pathCtl([] { return torq_resctl_request_by_path(4, 5, paths, values, 6, 0, 7); },
+                    ctl(1, 4, 5, 6, false, 7, byPath, true)),
+            sends({"torq client torq_resctl_request_with_callback", "request",
+                   "torq client torq_resctl_request_with_callback",
+                   [] {
+                       return torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3,
+                                                                        7, cb);
+                   }},
+                  ctl(1, 4, 5, 6, false, 7, byPath, true),
+                  addsClient("torq client torq_resctl_request_with_callback",
+                             "torq_resctl_request_with_callback")),
+            named("torq_res_state_request", "stateRequest",
+                  [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
+            named("torq_res_state_request_map", "stateRequest",
+                  [] { return torq_res_state_request_map_by_path(pathMap, 0, mapOut); }),
+            named("torq_res_listening_register", "listeningRegister",
+                  [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
+            named("torq_res_listening_register_map", "listeningRegister",
+                  [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
+            named("torqPropertyGet", "propertyGet", [] { return delete[] torqPropertyGet("p"), -1; }),
+            named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
+    };
+    // Commands: a kind-5 request whose one entry is the command's code (9 is none); they answer 0
+    // when the HAL gave a handle, else -1.
+    const std::pair<const char*, int32_t (*)()> commands[] = {
+            {"torqDumpToDoQueue", torqDumpToDoQueue},
+            {"torqDumpRunMap", torqDumpRunMap},
+            {"torqDumpActiveResMap", torqDumpActiveResMap},
+            {"torqDumpResRequest", torqDumpResRequest},
+            {"torqDumpResInfo", torqDumpResInfo},
+            {"torqDumpSAInfo", torqDumpSAInfo},
+            {"torqDumpPidFdList", torqDumpPidFdList},
+            {"torqDumpPidfdMonitorMap", torqDumpPidfdMonitorMap},
+            {"torqDumpResRecordList", torqDumpResRecordList},
+            {"torqHistoryRequestRecordOn", torqHistoryRequestRecordOn},
+            {"torqHistoryRequestRecordOff", torqHistoryRequestRecordOff}};
+    int32_t code = 0;
+    for (const auto& [name, command] : commands) {
+        TorqRequestParcel p = parcel(5, {idRecord(code)});
+        p.option = 1;
+        v.push_back(sends(named(name, "request", command), p, {}, true));
+        code += code == 8 ? 2 : 1;
+    }
+    return v;
 }
 
 // A callback form registers its client before sending, and keeps it registered when the HAL
@@ -280,7 +281,7 @@ const std::vector<Call>& allCalls() {
 // HAL gave a handle, else -1.
 TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
     size_t registered = requestCallbacks(), callbackForms = 0;
-    for (const Call& call : allCalls()) {
+    for (const Call& call : everyCall()) {
         if (!call.parcel) continue;
         SCOPED_TRACE(call.entry);
         hal().setAnswer("request", result(42));
@@ -305,7 +306,7 @@ TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
 // the next round proves by looking the service up again.
 TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     bool useBroken = false;
-    for (const Call& call : allCalls()) {
+    for (const Call& call : everyCall()) {
         SCOPED_TRACE(call.entry);
         binder_host::undeclareInstance(torq_sim::kTorqInstance);
         log_.clear();

@@ -33,15 +33,28 @@ std::shared_ptr<ITorq> g_hal;
 std::shared_ptr<ITorq> g_connectGives;  // what connectHal installs
 bool g_connectSucceeds = true;
 
-// Whether another thread could take the interface lock exclusively right now.
-bool lockIsFree() {
+// How another thread finds the interface lock right now: "free", "shared" (it could share it) or
+// "exclusive".
+std::string lockState() {
     return std::async(std::launch::async,
                       [] {
-                          if (!g_mutex.try_lock()) return false;
-                          g_mutex.unlock();
-                          return true;
+                          if (g_mutex.try_lock()) {
+                              g_mutex.unlock();
+                              return "free";
+                          }
+                          if (g_mutex.try_lock_shared()) {
+                              g_mutex.unlock_shared();
+                              return "shared";
+                          }
+                          return "exclusive";
                       })
             .get();
+}
+
+// Notes `step`, and how the lock was held when that is not as `expected`.
+void noteStep(const std::string& step, const std::string& expected) {
+    const std::string state = lockState();
+    note(state == expected ? step : step + " with the lock " + state);
 }
 
 struct TestFront {
@@ -50,7 +63,7 @@ struct TestFront {
     static std::shared_timed_mutex& mutex() { return g_mutex; }
     static ITorq* cachedHal() { return g_hal.get(); }
     static bool connectHal() {
-        note(lockIsFree() ? "connect" : "connect under the lock");
+        noteStep("connect", "free");
         if (!g_connectSucceeds) return false;
         std::unique_lock<std::shared_timed_mutex> lock(g_mutex);
         g_hal = g_connectGives;
@@ -96,24 +109,25 @@ TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
     HalCall made = Frame::callHal(
             "step",
             [&](ITorq& called) -> MaybeStatus {
-                note(&called == hal.get() && !lockIsFree() ? "call" : "call without the lock");
+                // Held shared: a call waiting in the HAL must not hold back other callers.
+                noteStep(&called == hal.get() ? "call" : "call of another interface", "shared");
                 if (c.call == Outcome::kRefuse) return std::nullopt;
                 return c.call == Outcome::kOk ? ndk::ScopedAStatus::ok()
                                               : ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
             },
             "no interface",
             [&] {
-                note(lockIsFree() ? "check without the lock" : "check");
+                noteStep("check", "shared");
                 return c.checkPasses;
             },
-            [&] { note(lockIsFree() ? "after" : "after under the lock"); });
+            [&] { noteStep("after", "free"); });
 
     EXPECT_EQ(made, c.expected);
     std::vector<std::string> texts;
     for (const torq_test::LogLine& line : log.linesWithTag(kTestTag)) texts.push_back(line.text);
     EXPECT_EQ(texts, c.lines);
     EXPECT_EQ(g_hal != nullptr, c.halKept);
-    EXPECT_TRUE(lockIsFree());
+    EXPECT_EQ(lockState(), "free");
     g_hal.reset();
     g_connectGives.reset();
 }
