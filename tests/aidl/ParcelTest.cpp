@@ -1,5 +1,5 @@
 // The hand-written parcelables beyond what the comparison with generated code covers: the
-// equality that comparison relies on, version skew in both directions, hostile sizes and
+// equality that comparison relies on, version skew in both directions, hostile size headers and
 // toString.
 
 #include <aidl/vendor/quarn/hardware/torq/BnTorqCallback.h>
@@ -136,7 +136,7 @@ TEST(TorqParcelables, VersionSkewInBothDirections) {
     expectReadUpToMarker(bytes, dataFull);
 }
 
-TEST(TorqParcelables, HostileSizesAndLengthsAreRefused) {
+TEST(TorqParcelables, HostileSizeHeadersAreRefused) {
     // Sizes below the header, and one that would run past INT32_MAX (read from offset 4).
     for (int32_t size : {INT32_MIN, -1, 0, 3}) {
         ndk::ScopedAParcel parcel(AParcel_create());
@@ -150,27 +150,8 @@ TEST(TorqParcelables, HostileSizesAndLengthsAreRefused) {
     AParcel_setDataPosition(overflow.get(), 4);
     TorqRequestData d;
     EXPECT_EQ(d.readFromParcel(overflow.get()), STATUS_BAD_VALUE);
-
-    // A parcel of kind 1 whose size claims more than there is, then `words`: `data` lengths
-    // that are null, negative or huge; a null entry; an entry (40 bytes: id 3, subId 0, a
-    // string) whose string length runs past the data or is negative.
-    const std::vector<std::vector<int32_t>> bad = {{-1},
-                                                   {-2},
-                                                   {INT32_MIN},
-                                                   {1000001},
-                                                   {INT32_MAX},
-                                                   {1, 0},
-                                                   {1, 1, 40, 3, 0, 100, 0x00620061},
-                                                   {1, 1, 40, 3, 0, -5, 0x00620061}};
-    for (const auto& words : bad) {
-        ndk::ScopedAParcel parcel(AParcel_create());
-        AParcel_writeInt32(parcel.get(), static_cast<int32_t>(8 + 4 * words.size() + 64));
-        AParcel_writeInt32(parcel.get(), 1);
-        for (int32_t w : words) AParcel_writeInt32(parcel.get(), w);
-        AParcel_setDataPosition(parcel.get(), 0);
-        TorqRequestParcel p;
-        EXPECT_NE(p.readFromParcel(parcel.get()), STATUS_OK) << ::testing::PrintToString(words);
-    }
+    // Lengths inside that are null, negative, huge or run past the data are the runtime's readers'
+    // (tests/binder ParcelTest) and cuts anywhere the conformance tests'.
 }
 
 TEST(TorqParcelables, ToStringNamesEveryFieldAndShowsNulls) {

@@ -123,16 +123,8 @@ class Hal : public S::BnTorq {
     ::ndk::ScopedAStatus listeningRegister(const Parcel& p, const Callback& cb,
                                            int32_t* r) override {
         keep(p);
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            received.hadCallback = cb != nullptr;
-        }
-        if (cb) {
-            ::ndk::ScopedAStatus s = cb->onCallback(p.data);
-            if (!s.isOk()) return s;
-        }
         *r = 7;
-        return ::ndk::ScopedAStatus::ok();
+        return callBack(cb, p.data);
     }
     ::ndk::ScopedAStatus listeningUnregister(int32_t handle, int32_t* r) override {
         *r = wrap(-int64_t{handle});
@@ -157,16 +149,8 @@ class Hal : public S::BnTorq {
             d.value = std::to_string(id);
             data.push_back(d);
         }
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            received.hadCallback = cb != nullptr;
-        }
-        if (cb) {
-            ::ndk::ScopedAStatus s = cb->onCallback(data);
-            if (!s.isOk()) return s;
-        }
         *r = static_cast<int32_t>(ids.size());
-        return ::ndk::ScopedAStatus::ok();
+        return callBack(cb, data);
     }
     ::ndk::ScopedAStatus thermalListeningUnregister(int32_t handle, int32_t* r) override {
         *r = wrap(int64_t{handle} + 1);
@@ -193,6 +177,14 @@ class Hal : public S::BnTorq {
     }
 
   private:
+    // Notes whether a callback came, and calls it at once.
+    ::ndk::ScopedAStatus callBack(const Callback& cb, const std::vector<Data>& data) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            received.hadCallback = cb != nullptr;
+        }
+        return cb ? cb->onCallback(data) : ::ndk::ScopedAStatus::ok();
+    }
     void keep(const Parcel& p) {
         std::lock_guard<std::mutex> lock(mutex);
         received.parcelCallbackRemote = p.callback != nullptr && p.callback->isRemote();

@@ -70,34 +70,18 @@ TEST_F(SimTorqTest, JournalShowsCallsAnswersAndCallbacksInOrder) {
               }));
     EXPECT_EQ(journal(mark).size(), 5u);
 
-    // The same story as records: the parcel as received, without the client's binder.
-    const auto entries = hal->journal()->entries();
-    const auto& request = entries[0];
-    EXPECT_EQ(request.call.method, "request");
-    EXPECT_EQ(request.call.parcel.data, Records{idRecord(0x010108A0, "50")});
-    EXPECT_EQ(request.call.parcel.duration, 1000);
-    EXPECT_TRUE(request.call.hasCallback);
-    EXPECT_EQ(request.call.parcel.callback, nullptr);
-    EXPECT_EQ(request.answer.result, 1);
-    EXPECT_EQ(entries[1].type, torq_sim::JournalEntry::Type::kCallback);
-    EXPECT_EQ(entries[1].records, Records{idRecord(0x010108A0, "50")});
-    EXPECT_EQ(entries[1].target, "request #1");
-    EXPECT_EQ(entries[3].answer.text, "torq-sim 1.0");
-    EXPECT_EQ(entries[4].call.first, 131);
-    EXPECT_EQ(entries[4].call.entries, Records{idRecord(0x01011040, "-1")});
-    EXPECT_EQ(entries[5].call.second, -5);
-    EXPECT_EQ(entries[6].call.ids, (std::vector<int32_t>{3, 4}));
-    EXPECT_FALSE(entries[6].call.hasCallback);
+    // The text is made from the records; the parcel as received, without the client's binder:
+    // sim_script_test.
 }
 
-// Dump commands print to the sink; dumpsys prints the tables and the end of the journal.
+// Dump commands print to the sink (their tables: model_test); dumpsys prints the tables and the
+// end of the journal.
 TEST_F(SimTorqTest, DumpsGoToTheSinkAndDumpsysShowsTablesAndJournal) {
     hal->request(parcel(torq_sim::kKindResourceControl, {idRecord(0x010108A0, "61")}), &result);
     hal->request(parcel(torq_sim::kKindCommand, {idRecord(4)}), &result);
     EXPECT_GT(result, 0);
-    ASSERT_GE(dumped.size(), 2u);
+    ASSERT_FALSE(dumped.empty());
     EXPECT_EQ(dumped[0], "dump 4 ResInfo:");
-    EXPECT_NE(dumped[1].find("default="), std::string::npos);
 
     FILE* file = tmpfile();
     ASSERT_NE(file, nullptr);
