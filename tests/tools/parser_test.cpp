@@ -59,10 +59,6 @@ TEST(ParserCommands, GlobalOptionsStandAnywhereBeforeTheEndMarker) {
     ASSERT_TRUE(r.ok) << r.error;
     EXPECT_FALSE(r.global.json);
     EXPECT_EQ(r.command.value, "--json");
-
-    r = parse({"--json", "--version"});
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_TRUE(r.global.version && r.global.json);
 }
 
 // What the end-to-end runs do not already show through the calls torqctl makes.
