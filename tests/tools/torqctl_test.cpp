@@ -266,8 +266,7 @@ TEST(TorqctlCli, JsonModeWritesOneObjectALine) {
     EXPECT_EQ(call["extras"][0], "zdbdebug");
     EXPECT_EQ(call["answer"]["result"], 1);
     EXPECT_EQ(call["answer"]["exception"], 0);
-    const Json::Value& sent = ctl[0]["hal"][1];
-    EXPECT_EQ(sent["type"], "callback");
+    EXPECT_EQ(ctl[0]["hal"][1]["type"], "callback");
     EXPECT_EQ(ctl[1]["event"], "callback");
     EXPECT_EQ(ctl[1]["handle"], 1);
     EXPECT_EQ(ctl[1]["records"][0]["path"], path);
@@ -418,10 +417,7 @@ TEST(TorqctlTour, CompletesWithExitCodeZero) {
     RunResult r = torqctl({"tour"});
     EXPECT_EQ(r.exitCode, 0) << r.out;
     EXPECT_EQ(r.err, "");
-    const auto lines = linesOf(r.out);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), "tour: 17 of 17 steps passed");
-    EXPECT_EQ(r.out.find("FAILED"), std::string::npos);
+    EXPECT_TRUE(inOrder(r.out, {"\ntour: 17 of 17 steps passed\n"}));
 }
 
 }  // namespace
