@@ -208,9 +208,7 @@ TEST(TorqctlCli, EachCommandShowsItsCallAndWhatTheHalReceived) {
             {{"prop", "set", "torq.version", "2"}, 1, {") = -1  [failed]\n"}},  // read-only
     };
     for (const Row& row : rows) {
-        std::string shown;
-        for (const std::string& a : row.args) shown += a + " ";
-        SCOPED_TRACE(shown);
+        SCOPED_TRACE(::testing::PrintToString(row.args));
         RunResult r = torqctl(row.args);
         EXPECT_EQ(r.exitCode, row.exitCode) << r.err;
         EXPECT_TRUE(inOrder(r.out, row.out));
