@@ -11,6 +11,7 @@
 #include <aidlc/vendor/quarn/hardware/torq/BnTorqCallback.h>
 #include <aidlc/vendor/quarn/hardware/torq/ITorq.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -38,14 +39,6 @@ struct Gen {
     using Data = ::aidlc::vendor::quarn::hardware::torq::TorqRequestData;
     using Parcel = ::aidlc::vendor::quarn::hardware::torq::TorqRequestParcel;
 };
-
-// A callback's binder seen through side To's class. Only a proxy that no other class has claimed
-// yet can be associated: a process holds one side's stubs per binder, as on a device.
-template <typename To, typename FromCallback>
-std::shared_ptr<typename To::ICallback> convertCallback(const std::shared_ptr<FromCallback>& from) {
-    if (!from) return nullptr;
-    return To::ICallback::fromBinder(from->asBinder());
-}
 
 template <typename To, typename FromData>
 typename To::Data convertData(const FromData& from) {
@@ -76,19 +69,13 @@ typename To::Parcel convertParcel(const FromParcel& from) {
     to.duration = from.duration;
     to.extras = from.extras;
     to.param = from.param;
-    // Not converted: the callback belongs to one side per process (see convertCallback).
+    // Not converted: a process holds one side's stubs per binder, as on a device.
     to.callback = nullptr;
     to.pkg = from.pkg;
     to.identity = from.identity;
     to.numbers = from.numbers;
     return to;
 }
-
-// What a HAL saw of the callbacks it was sent.
-struct Received {
-    bool hadCallback = false;           // a callback argument
-    bool parcelCallbackRemote = false;  // a proxy of a callback inside the last parcel
-};
 
 // The low 32 bits of `v`: the HAL's results wrap instead of overflowing on hostile arguments.
 inline int32_t wrap(int64_t v) {
@@ -171,27 +158,17 @@ class Hal : public S::BnTorq {
         return ::ndk::ScopedAStatus::ok();
     }
 
-    Received snapshot() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return received;
-    }
+    std::atomic<bool> hadCallback{false};           // the last callback argument was not null
+    std::atomic<bool> parcelCallbackRemote{false};  // the last parcel held a callback's proxy
 
   private:
-    // Notes whether a callback came, and calls it at once.
     ::ndk::ScopedAStatus callBack(const Callback& cb, const std::vector<Data>& data) {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            received.hadCallback = cb != nullptr;
-        }
+        hadCallback = cb != nullptr;
         return cb ? cb->onCallback(data) : ::ndk::ScopedAStatus::ok();
     }
     void keep(const Parcel& p) {
-        std::lock_guard<std::mutex> lock(mutex);
-        received.parcelCallbackRemote = p.callback != nullptr && p.callback->isRemote();
+        parcelCallbackRemote = p.callback != nullptr && p.callback->isRemote();
     }
-
-    std::mutex mutex;
-    Received received;
 };
 
 // A callback for either side; onCallback is oneway, so a test waits for it.
