@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -76,27 +75,14 @@ struct TestFront {
 
 using Frame = halframe::HalFrame<TestFront>;
 
-enum class Outcome { kOk, kNotOk, kRefuse };
-
-struct Case {
-    const char* name;
-    bool connected;  // an interface is cached before the call, else connecting leaves none
-    Outcome call;
-    HalCall expected;
-    std::vector<std::string> lines;
-    bool halKept;
-};
-
-void PrintTo(const Case& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class HalCallFrameTest : public ::testing::TestWithParam<Case> {};
-
-TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
-    const Case& c = GetParam();
+// Makes one framed call and checks what came of it: the result, the steps in the order they were
+// noted, and whether an interface is left. `connected`: an interface is cached before the call,
+// else connecting leaves none. `refuses`: the call refuses, else its status is not OK.
+void expectCall(bool connected, bool refuses, HalCall expected,
+                const std::vector<std::string>& steps, bool halKept) {
+    SCOPED_TRACE(::testing::Message() << "connected " << connected << ", refuses " << refuses);
     auto hal = ndk::SharedRefBase::make<ITorqDefault>();
-    g_hal = c.connected ? hal : nullptr;
+    g_hal = connected ? hal : nullptr;
 
     torq_test::LogCapture log;
     HalCall made = Frame::callHal(
@@ -104,9 +90,8 @@ TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
             [&](ITorq& called) -> MaybeStatus {
                 // Held shared: a call waiting in the HAL must not hold back other callers.
                 noteStep(&called == hal.get() ? "call" : "call of another interface", "shared");
-                if (c.call == Outcome::kRefuse) return std::nullopt;
-                return c.call == Outcome::kOk ? ndk::ScopedAStatus::ok()
-                                              : ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+                if (refuses) return std::nullopt;
+                return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
             },
             "no interface",
             [&] {
@@ -115,29 +100,21 @@ TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
             },
             [&] { noteStep("after", "free"); });
 
-    EXPECT_EQ(made, c.expected);
+    EXPECT_EQ(made, expected);
     std::vector<std::string> texts;
     for (const torq_test::LogLine& line : log.linesWithTag(kTestTag)) texts.push_back(line.text);
-    EXPECT_EQ(texts, c.lines);
-    EXPECT_EQ(g_hal != nullptr, c.halKept);
+    EXPECT_EQ(texts, steps);
+    EXPECT_EQ(g_hal != nullptr, halKept);
     EXPECT_EQ(lockState(), "free");
     g_hal.reset();
 }
 
-constexpr bool T = true, F = false;
-constexpr Outcome kOk = Outcome::kOk, kNotOk = Outcome::kNotOk, kRefuse = Outcome::kRefuse;
-
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Steps, HalCallFrameTest, ::testing::Values(
-    //   name                         cached call     result
+TEST(HalCallFrame, RunsItsStepsInOrderUnderTheLock) {
     // The check still runs: it comes before the interface test.
-    Case{"InterfaceGoneAfterConnect", F,     kOk,     HalCall::kNoHal,
-         {"connect", "check", "no interface"}, F},
-    Case{"CallFails",                 T,     kNotOk,  HalCall::kFailed,
-         {"check", "call", "after", "step() failed", "drop"}, F},
-    Case{"CallRefuses",               T,     kRefuse, HalCall::kRefused,
-         {"check", "call"}, T}),
-    [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
-// clang-format on
+    expectCall(false, false, HalCall::kNoHal, {"connect", "check", "no interface"}, false);
+    expectCall(true, false, HalCall::kFailed, {"check", "call", "after", "step() failed", "drop"},
+               false);
+    expectCall(true, true, HalCall::kRefused, {"check", "call"}, true);
+}
 
 }  // namespace
