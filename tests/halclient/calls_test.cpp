@@ -192,7 +192,6 @@ std::vector<Call> everyCall() {
                         idRecord(0, "")})),
             resCtl([] { return torqResCtlRequest(10, r, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
             resCtl([] { return torqResCtlRequest(10, r, 1, 11); }, ctl(1, -1, 10, -1, true, 11, one)),
-            resCtl([] { return torqResCtlRequest(10, r, 0, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
             resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); }, ctl(1, -1, 10, 5, true, 11, one)),
             resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
                    ctl(1, 3, INT32_MIN, -1, false, 11, one)),
@@ -280,7 +279,7 @@ std::vector<Call> everyCall() {
 // answers no handle: no answer will ever remove it. Commands and thermal levels answer 0 when the
 // HAL gave a handle, else -1.
 TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
-    size_t registered = requestCallbacks(), callbackForms = 0;
+    size_t registered = requestCallbacks();
     for (const Call& call : everyCall()) {
         if (!call.parcel) continue;
         SCOPED_TRACE(call.entry);
@@ -293,11 +292,9 @@ TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
         if (withCallback) {
             EXPECT_EQ(lines(), call.callbackLog);
         }
-        callbackForms += withCallback ? 1 : 0;
         hal().setAnswer("request", result(0));
         EXPECT_EQ(call.run(), call.acceptance ? -1 : 0);
     }
-    EXPECT_EQ(callbackForms, 3u);
     EXPECT_EQ(requestCallbacks(), registered + 6);
 }
 
@@ -327,10 +324,6 @@ TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
         EXPECT_THAT(lines(),
                     Contains("E " + call.step + "() failed: torq HAL service not available"));
     }
-    binder_host::undeclareInstance(torq_sim::kTorqInstance);
-    log_.clear();
-    EXPECT_EQ(torqResCtlRelease(1), -1);
-    EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease", kNotDeclared));
 }
 
 // Connecting logs nothing, and a cached interface does not care that the instance is gone. Each

@@ -1,7 +1,9 @@
 // The HAL call frame shared by the two front ends, driven through a test policy: which steps run,
-// in which order, under which lock, and what each way out reports. The front ends' own tests see
-// only what the HAL received; the hooks' places (a check before the interface test, a step
-// between release and failure rule) are only observable here.
+// in which order, under which lock. The front ends' own tests see only what the HAL received and
+// what was logged, so they cover connecting, a failed connect, the failure rule and a check that
+// refuses; the lock modes and the hooks' places (a check before the interface test, a step
+// between release and failure rule, the line for an interface lost after connecting) are only
+// observable here.
 
 #include "../../utils/HalCallFrame.h"
 
@@ -9,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,6 @@ void note(const std::string& text) {
 
 std::shared_timed_mutex g_mutex;
 std::shared_ptr<ITorq> g_hal;
-std::shared_ptr<ITorq> g_connectGives;  // what connectHal installs
-bool g_connectSucceeds = true;
 
 // How another thread finds the interface lock right now: "free", "shared" (it could share it) or
 // "exclusive".
@@ -62,11 +61,9 @@ struct TestFront {
     static constexpr const char* kCallFailedFormat = "%s() failed";
     static std::shared_timed_mutex& mutex() { return g_mutex; }
     static ITorq* cachedHal() { return g_hal.get(); }
+    // Connects, but the interface is gone again (a death) before the frame takes the lock.
     static bool connectHal() {
         noteStep("connect", "free");
-        if (!g_connectSucceeds) return false;
-        std::unique_lock<std::shared_timed_mutex> lock(g_mutex);
-        g_hal = g_connectGives;
         return true;
     }
     static void dropHal() {
@@ -78,32 +75,14 @@ struct TestFront {
 
 using Frame = halframe::HalFrame<TestFront>;
 
-enum class Outcome { kOk, kNotOk, kRefuse };
-
-struct Case {
-    const char* name;
-    bool connected;        // an interface is cached before the call
-    bool connectSucceeds;  // what connectHal reports
-    bool connectGivesHal;  // whether it leaves an interface
-    bool checkPasses;
-    Outcome call;
-    HalCall expected;
-    std::vector<std::string> lines;
-    bool halKept;
-};
-
-void PrintTo(const Case& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class HalCallFrameTest : public ::testing::TestWithParam<Case> {};
-
-TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
-    const Case& c = GetParam();
+// Makes one framed call and checks what came of it: the result, the steps in the order they were
+// noted, and whether an interface is left. `connected`: an interface is cached before the call,
+// else connecting leaves none. `refuses`: the call refuses, else its status is not OK.
+void expectCall(bool connected, bool refuses, HalCall expected,
+                const std::vector<std::string>& steps, bool halKept) {
+    SCOPED_TRACE(::testing::Message() << "connected " << connected << ", refuses " << refuses);
     auto hal = ndk::SharedRefBase::make<ITorqDefault>();
-    g_hal = c.connected ? hal : nullptr;
-    g_connectGives = c.connectGivesHal ? hal : nullptr;
-    g_connectSucceeds = c.connectSucceeds;
+    g_hal = connected ? hal : nullptr;
 
     torq_test::LogCapture log;
     HalCall made = Frame::callHal(
@@ -111,49 +90,31 @@ TEST_P(HalCallFrameTest, RunsItsStepsInOrderUnderTheLock) {
             [&](ITorq& called) -> MaybeStatus {
                 // Held shared: a call waiting in the HAL must not hold back other callers.
                 noteStep(&called == hal.get() ? "call" : "call of another interface", "shared");
-                if (c.call == Outcome::kRefuse) return std::nullopt;
-                return c.call == Outcome::kOk ? ndk::ScopedAStatus::ok()
-                                              : ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+                if (refuses) return std::nullopt;
+                return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
             },
             "no interface",
             [&] {
                 noteStep("check", "shared");
-                return c.checkPasses;
+                return true;
             },
             [&] { noteStep("after", "free"); });
 
-    EXPECT_EQ(made, c.expected);
+    EXPECT_EQ(made, expected);
     std::vector<std::string> texts;
     for (const torq_test::LogLine& line : log.linesWithTag(kTestTag)) texts.push_back(line.text);
-    EXPECT_EQ(texts, c.lines);
-    EXPECT_EQ(g_hal != nullptr, c.halKept);
+    EXPECT_EQ(texts, steps);
+    EXPECT_EQ(g_hal != nullptr, halKept);
     EXPECT_EQ(lockState(), "free");
     g_hal.reset();
-    g_connectGives.reset();
 }
 
-constexpr bool T = true, F = false;
-constexpr Outcome kOk = Outcome::kOk, kNotOk = Outcome::kNotOk, kRefuse = Outcome::kRefuse;
-
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Steps, HalCallFrameTest, ::testing::Values(
-    //   name                         cached connects gives check call     result
-    Case{"Connected",                 T,     T,       T,    T,    kOk,     HalCall::kOk,
-         {"check", "call", "after"}, T},
-    Case{"ConnectsFirst",             F,     T,       T,    T,    kOk,     HalCall::kOk,
-         {"connect", "check", "call", "after"}, T},
-    Case{"ConnectFails",              F,     F,       F,    T,    kOk,     HalCall::kNoHal,
-         {"connect"}, F},
+TEST(HalCallFrame, RunsItsStepsInOrderUnderTheLock) {
     // The check still runs: it comes before the interface test.
-    Case{"InterfaceGoneAfterConnect", F,     T,       F,    T,    kOk,     HalCall::kNoHal,
-         {"connect", "check", "no interface"}, F},
-    Case{"CallFails",                 T,     T,       T,    T,    kNotOk,  HalCall::kFailed,
-         {"check", "call", "after", "step() failed", "drop"}, F},
-    Case{"CheckRefuses",              T,     T,       T,    F,    kOk,     HalCall::kRefused,
-         {"check"}, T},
-    Case{"CallRefuses",               T,     T,       T,    T,    kRefuse, HalCall::kRefused,
-         {"check", "call"}, T}),
-    [](const ::testing::TestParamInfo<Case>& info) { return info.param.name; });
-// clang-format on
+    expectCall(false, false, HalCall::kNoHal, {"connect", "check", "no interface"}, false);
+    expectCall(true, false, HalCall::kFailed, {"check", "call", "after", "step() failed", "drop"},
+               false);
+    expectCall(true, true, HalCall::kRefused, {"check", "call"}, true);
+}
 
 }  // namespace

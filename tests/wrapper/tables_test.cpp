@@ -104,12 +104,12 @@ TEST(Builders, TurnTextsIntoResourceLists) {
              "foo:1,groupmigrate:9-2,,bad,colocation:0",
              {{0x01010FB0, "9"}, {0x01010FC0, "2"}, {0x01011040, "0"}}},
             // Game adaptation (see below): a group without ',' is skipped but counts; values
-            // are trimmed.
+            // are trimmed of blanks (of " \n\r\t", not of '\v').
             {adp, "3;1,2", {{0x01010B90, "1"}, {0x01010BA0, "2"}}},
             {adp, "x;x;x;1,;2,", {{0x010100A0, "1"}}},
             {adp,
-             " 1 , ,3 ;;\t9\r\n,",
-             {{0x01010B10, "1"}, {0x01010B20, ""}, {0x01010B30, "3"}, {0x01010B90, "9"}}},
+             " 1 , ,3\v;;\t9\r\n,",
+             {{0x01010B10, "1"}, {0x01010B20, ""}, {0x01010B30, "3\v"}, {0x01010B90, "9"}}},
     };
     for (const BuilderRow& row : rows) {
         EXPECT_EQ(entriesOf(row.build(row.text)), row.expected) << '"' << row.text << '"';
@@ -128,14 +128,6 @@ TEST(Builders, GameAdpGroupsPickTheirTables) {
         expected.emplace_back(opcodes[i], std::to_string(i + 1));
     }
     EXPECT_EQ(entriesOf(getGameAdpList("1,2,3,4,0;5,6,7,8;9,10,11,12;13,14,15,16;17,18")), expected);
-}
-
-TEST(Builders, GameUpgradeReadsOnlyLevelAndText) {
-    EXPECT_EQ(entriesOf(getGameUpgradeList(9, 9, 0, 9, 9, "pkg")), (Entries{{0x010115B0, "pkg"}}));
-    EXPECT_EQ(entriesOf(getGameUpgradeList(0, 0, 1, 0, 0, "")), (Entries{{0x01011040, "1"}}));
-    EXPECT_EQ(entriesOf(getGameUpgradeList(-4, -4, 12, -4, -4, " a,b ")),
-              (Entries{{0x01011040, "12"}, {0x010115B0, " a,b "}}));
-    EXPECT_EQ(entriesOf({ZelResourceInfo(-1, "")}), (Entries{{0xFFFFFFFF, ""}}));
 }
 
 }  // namespace

@@ -139,7 +139,7 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
             sends(9, 1, 0, "", 9, 1, {{0x010112F0, "enable 0"}, {0x01011910, "0"}}), silent(9, 2),
             // 14
             sends(14, 0, 5, "pkg", 14, 0, {{0x01011040, "-1"}, {0x01011040, ""}}),
-            sends(14, 1, 3, "com.game", 14, 1, {{0x01011040, "3"}, {0x010115B0, "com.game"}}),
+            sends(14, 1, 3, " com.game ", 14, 1, {{0x01011040, "3"}, {0x010115B0, " com.game "}}),
             sends(14, 1, 0, "", 14, 1), silent(14, 2),
             // 15: type in the low byte, the low 24 bits of param above it.
             sends(15, 1, 5, "", 15, 0x501), sends(15, -1, 0, "", 15, 0xFF),

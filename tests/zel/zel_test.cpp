@@ -85,74 +85,43 @@ std::string failedStep(const std::string& step) {
     return "E " + step + "() failed : torq HAL service not available";
 }
 
+// Most entry points fail with -1 either way and report their own name as the step; the queries
+// log their HAL step first and their own error last.
+EntryPoint plain(const char* name, const char* method, std::function<int32_t()> call,
+                 Strings entryLines, Strings lastLines = {}, Strings firstLines = {}) {
+    Strings refusal = firstLines + Strings{failedStep(name)} + lastLines;
+    return {name, method, -1, -1, std::move(call), std::move(entryLines), std::move(refusal)};
+}
+
+// The entry points that return nothing report another step's name.
+EntryPoint returnsNothing(const char* name, const char* method, std::function<int32_t()> call,
+                          Strings entryLines, const char* step) {
+    Strings refusal{failedStep(step)};
+    return {name, method, kNoResult, kNoResult, std::move(call), std::move(entryLines), refusal};
+}
+
 const std::string kMultiEnter = "I ZelMutiResStateRequest enter";
 const std::vector<EntryPoint> kEntryPoints = {
         {"zelInit", "init", -1, -2, zelInit, {"E zelInit enter"}, {failedStep("torq_init")}},
-        {"ZelEventAcquire",
-         "request",
-         -1,
-         -1,
-         [] { return ZelEventAcquire(1, "p", "i", 5, {}); },
-         {"I ZelEventAcquire, cmdid:1, pkg:p, identity:i"},
-         {failedStep("ZelEventAcquire"), "E torqResCtlRequest error:-1"}},
-        {"ZelRelease",
-         "release",
-         kNoResult,
-         kNoResult,
-         [] { return ZelRelease(3), kNoResult; },
-         {"I ZelRelease, handle:3"},
-         {failedStep("torqResCtlRelease")}},
-        {"ZelNotify",
-         "request",
-         -1,
-         -1,
-         [] { return ZelNotify(1, 2, {3}); },
-         {"I ZelNotify enter"},
-         {failedStep("ZelNotify")}},
-        {"setRelatedSysInfo",
-         "setRelatedSysInfo",
-         -1,
-         -1,
-         [] { return setRelatedSysInfo(1, 2); },
-         {},
-         {failedStep("setRelatedSysInfo")}},
-        {"zelRuleCtl",
-         "ruleCtl",
-         -1,
-         -1,
-         [] { return zelRuleCtl(200, 3, {}); },
-         {"I zelRuleCtl, ruleId:200, status:3"},
-         {failedStep("zelRuleCtl")}},
-        {"ZelMutiResStateRequest",
-         "stateRequest",
-         -1,
-         -1,
-         multiState,
-         {kMultiEnter},
-         {failedStep("ZelMutiResStateRequest")}},
-        {"ZelResStateRequest",
-         "stateRequest",
-         kNoResult,
-         kNoResult,
-         singleState,
-         {"I ZelResStateRequest enter", kMultiEnter},
-         {failedStep("ZelMutiResStateRequest")}},
-        {"ZelGetHistory",
-         "stateRequest",
-         -1,
-         -1,
-         history,
-         {"I zel client ZelGetHistory"},
-         {"I zel client hal ZelGetHistory", failedStep("ZelGetHistory"),
-          "E failed to get history or return vector empty, data vector size 0"}},
-        {"ZelGetPMStatus",
-         "stateRequest",
-         -1,
-         -1,
-         [] { return ZelGetPMStatus(4); },
-         {"I zel client ZelGetPMStatus"},
-         {"I zel client hal ZelGetPMStatus", failedStep("ZelGetPMStatus"),
-          "E failed to get power mode status, mode 4, data vector size 0"}},
+        plain("ZelEventAcquire", "request", [] { return ZelEventAcquire(1, "p", "i", 5, {}); },
+              {"I ZelEventAcquire, cmdid:1, pkg:p, identity:i"}, {"E torqResCtlRequest error:-1"}),
+        returnsNothing(
+                "ZelRelease", "release", [] { return ZelRelease(3), kNoResult; },
+                {"I ZelRelease, handle:3"}, "torqResCtlRelease"),
+        plain("ZelNotify", "request", [] { return ZelNotify(1, 2, {3}); }, {"I ZelNotify enter"}),
+        plain("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); }, {}),
+        plain("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
+              {"I zelRuleCtl, ruleId:200, status:3"}),
+        plain("ZelMutiResStateRequest", "stateRequest", multiState, {kMultiEnter}),
+        returnsNothing("ZelResStateRequest", "stateRequest", singleState,
+                       {"I ZelResStateRequest enter", kMultiEnter}, "ZelMutiResStateRequest"),
+        plain("ZelGetHistory", "stateRequest", history, {"I zel client ZelGetHistory"},
+              {"E failed to get history or return vector empty, data vector size 0"},
+              {"I zel client hal ZelGetHistory"}),
+        plain("ZelGetPMStatus", "stateRequest", [] { return ZelGetPMStatus(4); },
+              {"I zel client ZelGetPMStatus"},
+              {"E failed to get power mode status, mode 4, data vector size 0"},
+              {"I zel client hal ZelGetPMStatus"}),
 };
 
 const std::string kNotDeclared = "E Torq is not declared, AServiceManager_isDeclared:0";
