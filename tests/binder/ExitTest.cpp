@@ -3,11 +3,6 @@
 // program: a service in another emulated process is killed and started again, death notices are
 // being delivered, synchronous and oneway calls are in flight, and then it ends.
 
-#include <android/binder_auto_utils.h>
-#include <android/binder_ibinder.h>
-#include <android/binder_manager.h>
-#include <binder_host/process.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -17,7 +12,12 @@
 #include <string>
 #include <thread>
 
+#include "BinderTestSupport.h"
+
 namespace {
+
+using binder_test::call;
+using binder_test::serviceClass;
 
 constexpr transaction_code_t kEcho = FIRST_CALL_TRANSACTION;
 constexpr const char* kInstance = "exit.svc";
@@ -32,16 +32,11 @@ void record(int what) {
     ++gSeen[what];
 }
 
-AIBinder_Class* serviceClass() {
-    static AIBinder_Class* clazz = AIBinder_Class_define(
-            "exit.IService", [](void* args) { return args; }, [](void*) {},
-            [](AIBinder*, transaction_code_t, const AParcel* in, AParcel* out) -> binder_status_t {
-                int32_t value = 0;
-                AParcel_readInt32(in, &value);
-                record(value);
-                return AParcel_writeInt32(out, value + 1);
-            });
-    return clazz;
+binder_status_t echo(AIBinder*, transaction_code_t, const AParcel* in, AParcel* out) {
+    int32_t value = 0;
+    AParcel_readInt32(in, &value);
+    record(value);
+    return AParcel_writeInt32(out, value + 1);
 }
 
 void onDied(void*) {
@@ -61,19 +56,15 @@ void callForever(binder_flags_t flags) {
             std::this_thread::yield();
             continue;
         }
-        AParcel* in = nullptr;
-        if (AIBinder_prepareTransaction(svc.get(), &in) != STATUS_OK) continue;
-        AParcel_writeInt32(in, 1);
-        AParcel* out = nullptr;
-        AIBinder_transact(svc.get(), kEcho, &in, &out, flags);
-        AParcel_delete(out);
+        call(
+                svc, kEcho, [](AParcel* in) { AParcel_writeInt32(in, 1); }, nullptr, flags);
     }
 }
 
 binder_host::ProcessId startService() {
     const binder_host::ProcessId pid = binder_host::createProcess("hal", 2);
     binder_host::runInProcess(pid, [] {
-        ndk::SpAIBinder binder(AIBinder_new(serviceClass(), nullptr));
+        ndk::SpAIBinder binder = binder_test::makeBinder(echo);
         if (AServiceManager_addService(binder.get(), kInstance) != EX_NONE) std::abort();
     });
     return pid;
