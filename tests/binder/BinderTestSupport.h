@@ -92,13 +92,11 @@ inline binder_status_t call(const ndk::SpAIBinder& binder, transaction_code_t co
 }
 
 // A call whose request and reply are one int32 each (the reply is 0 when the call failed).
-inline int32_t callForInt(const ndk::SpAIBinder& binder, transaction_code_t code, int32_t arg = 0,
-                          binder_status_t* status = nullptr) {
+inline int32_t callForInt(const ndk::SpAIBinder& binder, transaction_code_t code, int32_t arg = 0) {
     int32_t value = 0;
-    const binder_status_t result = call(
+    call(
             binder, code, [arg](AParcel* in) { AParcel_writeInt32(in, arg); },
             [&](const AParcel* out) { AParcel_readInt32(out, &value); });
-    if (status != nullptr) *status = result;
     return value;
 }
 

@@ -56,7 +56,6 @@ TEST_F(SimScriptTest, RecordsEveryCallInOrderWithTheCallingProcess) {
     ASSERT_TRUE(hal.start());
     auto torq = connect();
     ASSERT_NE(torq, nullptr);
-    EXPECT_TRUE(torq->isRemote());
     int32_t r = 0;
     ASSERT_TRUE(torq->init().isOk());
     ASSERT_TRUE(torq->release(5, &r).isOk());
@@ -74,7 +73,6 @@ TEST_F(SimScriptTest, RecordsEveryCallInOrderWithTheCallingProcess) {
     EXPECT_EQ(calls[2].method, "listeningUnregister");
     EXPECT_EQ(calls[2].callingPid, client);
     EXPECT_EQ(hal.count("release"), 1u);
-    EXPECT_EQ(hal.calls("init").size(), 1u);
     EXPECT_EQ(hal.last("listeningUnregister").handle, 6);
     hal.clearCalls();
     EXPECT_TRUE(hal.calls().empty());
