@@ -149,7 +149,8 @@ class Hal : public S::BnTorq {
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus setRelatedSysInfo(int32_t type, int64_t value, int32_t* r) override {
-        *r = wrap(int64_t{type} + value);
+        // Unsigned, so a value near the int64 limits wraps instead of overflowing.
+        *r = wrap(static_cast<int64_t>(static_cast<uint64_t>(type) + static_cast<uint64_t>(value)));
         return ::ndk::ScopedAStatus::ok();
     }
     ::ndk::ScopedAStatus ruleCtl(int32_t ruleId, int32_t status, const std::vector<Data>& data,
