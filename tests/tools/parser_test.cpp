@@ -47,56 +47,9 @@ TEST(ParserTokenize, QuotesEscapesAndComments) {
     EXPECT_EQ(error, "unterminated \" quote");
 }
 
-TEST(ParserCommands, GlobalOptionsStandAnywhereBeforeTheEndMarker) {
-    ParseResult r = parse({"resctl", "--json", "0x010108a0=5", "--no-sim", "--log"});
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_TRUE(r.global.json && r.global.log && r.global.noSim);
-    EXPECT_EQ(r.command.resources.size(), 1u);
-
-    r = parse({"prop", "set", "--", "name", "--json"});
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_FALSE(r.global.json);
-    EXPECT_EQ(r.command.value, "--json");
-}
-
-// What the end-to-end runs do not already show through the calls torqctl makes.
-TEST(ParserCommands, OptionsAndArgumentsLandInTheirFields) {
-    ParseResult r = parse({"resctl", "--duration=1500", "--param", "3", "--option", "-2", "--tag",
-                           "0x10", "0x010108a0=50", "17=a=b"});
-    ASSERT_TRUE(r.ok) << r.error;
-    const Command& c = r.command;
-    EXPECT_EQ(std::vector<int64_t>({c.duration, c.param, c.option, c.level, c.tag}),
-              std::vector<int64_t>({1500, 3, -2, -1, 16}));
-    ASSERT_EQ(c.resources.size(), 2u);
-    EXPECT_EQ(c.resources[0].id, 0x010108A0);
-    EXPECT_EQ(c.resources[1].id, 17);
-    EXPECT_EQ(c.resources[1].value, "a=b");  // only the first '=' splits
-    // Only the path form takes a 64-bit duration.
-    EXPECT_EQ(parse({"resctl-path", "--duration", "8589934592", "/a=1"}).command.duration,
-              8589934592LL);
-
-    r = parse({"state-path", "/a", "/b=2"});
-    ASSERT_EQ(r.command.paths.size(), 2u);
-    EXPECT_FALSE(r.command.paths[0].value.has_value());
-    EXPECT_EQ(r.command.paths[1].value, "2");
-    r = parse({"listen", "/proc/x", "/proc/y"});
-    EXPECT_EQ(r.command.paths.size(), 2u);
-    EXPECT_TRUE(r.command.ids.empty());
-    EXPECT_TRUE(parse({"thermal-listen"}).ok);  // no ids: every thermal id
-
-    r = parse({"notify", "15", "-1", "0x100", "a b", "--name", "N"});
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_EQ(std::vector<int32_t>({r.command.number, r.command.number2, r.command.number3}),
-              std::vector<int32_t>({15, -1, 256}));
-    EXPECT_EQ(r.command.text, "a b");
-    EXPECT_EQ(r.command.notifyName, "N");
-
-    EXPECT_EQ(dumpCodeFor("8"), 8);
-    EXPECT_EQ(dumpCodeFor("9"), -1);
-    EXPECT_EQ(dumpCodeFor("PIDFDMONITORMAP"), 7);
-}
-
-TEST(ParserCommands, BadInputGivesOneReadableLine) {
+// That each error is one line: the torqctl_parser fuzz target. Where the fields of a command end
+// up: torqctl_test, through the calls torqctl makes.
+TEST(ParserCommands, BadInputIsRefusedAndSaysWhy) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
             {{}, "missing command"},
             {{"frob\xff\tnicate"}, "unknown command 'frob??nicate'"},  // shown printable
@@ -134,7 +87,6 @@ TEST(ParserCommands, BadInputGivesOneReadableLine) {
         ParseResult r = parse(words);
         EXPECT_FALSE(r.ok);
         EXPECT_NE(r.error.find(part), std::string::npos) << r.error;
-        EXPECT_EQ(r.error.find('\n'), std::string::npos) << r.error;
     }
 }
 
@@ -150,25 +102,21 @@ TEST(ParserCommands, EveryCommandIsListedAndHasItsOwnUsage) {
         SCOPED_TRACE(word);
         EXPECT_TRUE(all.find("\n  " + word + " ") != std::string::npos ||
                     all.find("\n  " + word + "\n") != std::string::npos);
-        ParseResult r = parse({word, "--help"});
-        ASSERT_TRUE(r.ok) << r.error;
-        EXPECT_TRUE(r.command.help);
-        const std::string text = commandUsage(r.command.word);
-        const std::string first = text.substr(0, text.find('\n'));
-        EXPECT_TRUE(first == "Usage: torqctl " + word ||
-                    first.rfind("Usage: torqctl " + word + " ", 0) == 0)
-                << first;
+        const std::string text = helpText(parse({word, "--help"}).command);
+        EXPECT_TRUE(text.rfind("Usage: torqctl " + word + " ", 0) == 0 ||
+                    text.rfind("Usage: torqctl " + word + "\n", 0) == 0)
+                << text;
     }
     EXPECT_EQ(parse({"--help"}).command.word, "help");
 }
 
-TEST(ParserShell, LinesRefuseGlobalOptionsAndNesting) {
+// (Global options and unterminated quotes on a shell line: torqctl_test's shell runs.)
+TEST(ParserShell, LinesRefuseNestingButShowItsUsage) {
     ParseResult r = parseShellLine("  # nothing here");
     ASSERT_TRUE(r.ok);
     EXPECT_TRUE(r.command.word.empty());
-    for (const char* line : {"resctl --json 0x1=1", "shell", "tour", "resctl '0x1=1"}) {
-        EXPECT_FALSE(parseShellLine(line).ok) << line;
-    }
+    EXPECT_FALSE(parseShellLine("shell").ok);
+    EXPECT_FALSE(parseShellLine("tour").ok);
     EXPECT_TRUE(parseShellLine("tour --help").ok);
 }
 
