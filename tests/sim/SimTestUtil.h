@@ -2,7 +2,6 @@
 
 #include <aidl/vendor/quarn/hardware/torq/BnTorqCallback.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -12,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "torq_sim/SimModel.h"
+#include <aidl/vendor/quarn/hardware/torq/TorqRequestParcel.h>
 #include "torq_test/Records.h"
 
 namespace aidl::vendor::quarn::hardware::torq {
@@ -26,15 +25,6 @@ namespace torq_sim_test {
 using ::aidl::vendor::quarn::hardware::torq::TorqRequestData;
 using ::aidl::vendor::quarn::hardware::torq::TorqRequestParcel;
 using Records = std::vector<TorqRequestData>;
-
-// A clock the test moves by hand.
-struct ManualClock {
-    std::atomic<int64_t> now{1000};
-    torq_sim::Clock clock() {
-        return [this] { return now.load(); };
-    }
-    void advance(int64_t ms) { now += ms; }
-};
 
 // A callback object that records what it receives.
 class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCallback {
