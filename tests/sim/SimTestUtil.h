@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -54,11 +53,6 @@ class RecordingCallback : public ::aidl::vendor::quarn::hardware::torq::BnTorqCa
 };
 
 using torq_test::idRecord;
-
-inline TorqRequestData pathEntry(const std::string& path,
-                                 std::optional<std::string> value = std::nullopt) {
-    return torq_test::pathRecord(path, std::move(value));
-}
 
 inline TorqRequestParcel parcel(int32_t kind, Records data, int64_t duration = 0) {
     TorqRequestParcel p;

@@ -1,10 +1,10 @@
 // The simulator as the HAL of the emulated binder world and as a scriptable HAL for tests, where a
 // fault would quietly weaken every test built on it: what it records, how scripted answers
 // override the model, the callbacks it holds, what it refuses, clients and itself dying, and the
-// manifest.
+// manifest. (Callbacks across processes, the host's timer, death notices, calls failing while the
+// HAL is down and a fresh model after a restart: torqctl's tour and shell runs.)
 
 #include <android/binder_auto_utils.h>
-#include <android/binder_ibinder.h>
 #include <android/binder_manager.h>
 #include <android/binder_status.h>
 #include <binder_host/process.h>
@@ -68,7 +68,6 @@ TEST_F(SimScriptTest, RecordsEveryCallInOrderWithTheCallingProcess) {
     ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[0].method, "init");
     EXPECT_EQ(calls[1].method, "release");
-    EXPECT_EQ(calls[1].handle, 5);
     EXPECT_EQ(calls[1].callingPid, binder_host::kDefaultProcess);
     EXPECT_EQ(calls[2].method, "listeningUnregister");
     EXPECT_EQ(calls[2].callingPid, client);
@@ -117,8 +116,8 @@ TEST_F(SimScriptTest, OnceAnswersGoBeforeTheStandingOneAndOkAnswersKeepTheModel)
     std::string text(4096, '\0');
     text.resize(fread(text.data(), 1, text.size(), file));
     fclose(file);
-    EXPECT_EQ(text.rfind("torq-sim 1.0\nToDoQueue:\n", 0), 0u) << text;
-    for (const char* part : {"ActiveResMap:\n  0x010108a0 sched.cluster0.target_load = 55 by #1,",
+    for (const char* part : {"torq-sim 1.0\nToDoQueue:\n",
+                             "ActiveResMap:\n  0x010108a0 sched.cluster0.target_load = 55 by #1,",
                              "\n  request(kind=1 data=[{id=0x010108a0 value=\"55\"}]) -> 500\n"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part << "\nin:\n" << text;
     }
@@ -126,15 +125,13 @@ TEST_F(SimScriptTest, OnceAnswersGoBeforeTheStandingOneAndOkAnswersKeepTheModel)
     hal.setAnswer("release", result(9));
     hal.clearAnswers("request");
     ASSERT_TRUE(torq->request(boost, &handle).isOk());
-    EXPECT_GT(handle, 0);
-    EXPECT_NE(handle, 500);
+    EXPECT_EQ(handle, 2);  // the model's own
     int32_t r = 0;
     ASSERT_TRUE(torq->release(handle, &r).isOk());
     EXPECT_EQ(r, 9);
     hal.clearAnswers();
     ASSERT_TRUE(torq->release(handle, &r).isOk());
     EXPECT_EQ(r, -1);  // released already
-    // (Transaction errors and the other statuses reaching the caller: tests/aidl RemoteTest.)
 }
 
 TEST_F(SimScriptTest, RefusesWhatItCannotHonourAndChangesNothing) {
@@ -209,8 +206,7 @@ TEST_F(SimScriptTest, HoldsInvokesAndDropsCallbacks) {
     EXPECT_THROW((void)hal.invokeCallback(0, {}), std::invalid_argument);
 }
 
-// The listeners of a client that died are dropped at the next change they would hear of. (Listener
-// callbacks across processes and the host's timer: the torqctl tour.)
+// The listeners of a client that died are dropped at the next change they would hear of.
 TEST_F(SimScriptTest, ListenersOfADeadClientAreForgotten) {
     SimHost hal;
     ASSERT_TRUE(hal.start());
@@ -237,8 +233,6 @@ TEST_F(SimScriptTest, ListenersOfADeadClientAreForgotten) {
     EXPECT_EQ(listeners(), 1u);
 }
 
-// (Death notices, calls failing while the HAL is down and a fresh model after a restart: the
-// torqctl tour and shell runs.)
 TEST_F(SimScriptTest, KillAndRestartKeepScriptsAndRecordsAndTheManifestIsAsAsked) {
     auto hal = std::make_unique<SimHost>();
     // Declared but not running: clients are told it exists, but nothing serves yet.

@@ -32,21 +32,6 @@ TEST(ParserNumbers, RangesHexSignsAndOpcodeBits) {
     EXPECT_FALSE(parseInt64("9223372036854775808", &w));
 }
 
-TEST(ParserTokenize, QuotesEscapesAndComments) {
-    std::vector<std::string> words;
-    std::string error;
-    ASSERT_TRUE(tokenize("a  'b c' \"d \\\"e\\\\\" f\\ g h#i # rest", &words, &error));
-    EXPECT_EQ(words, (std::vector<std::string>{"a", "b c", "d \"e\\", "f g", "h#i"}));
-    ASSERT_TRUE(tokenize("x '' y", &words, &error));
-    EXPECT_EQ(words, (std::vector<std::string>{"x", "", "y"}));
-    ASSERT_TRUE(tokenize("   # only a comment", &words, &error));
-    EXPECT_TRUE(words.empty());
-    EXPECT_FALSE(tokenize("a 'b", &words, &error));
-    EXPECT_EQ(error, "unterminated ' quote");
-    EXPECT_FALSE(tokenize("a \"b\\\"", &words, &error));
-    EXPECT_EQ(error, "unterminated \" quote");
-}
-
 // That each error is one line: the torqctl_parser fuzz target. Where the fields of a command end
 // up: torqctl_test, through the calls torqctl makes.
 TEST(ParserCommands, BadInputIsRefusedAndSaysWhy) {
@@ -110,8 +95,18 @@ TEST(ParserCommands, EveryCommandIsListedAndHasItsOwnUsage) {
     EXPECT_EQ(parse({"--help"}).command.word, "help");
 }
 
-// (Global options and unterminated quotes on a shell line: torqctl_test's shell runs.)
-TEST(ParserShell, LinesRefuseNestingButShowItsUsage) {
+// Words as in sh; a shell runs no shell or tour of its own. (Global options and an unterminated '
+// quote on a shell line: torqctl_test's shell runs.)
+TEST(ParserShell, WordsQuotesCommentsAndNesting) {
+    std::vector<std::string> words;
+    std::string error;
+    ASSERT_TRUE(tokenize("a  'b c' \"d \\\"e\\\\\" f\\ g h#i # rest", &words, &error));
+    EXPECT_EQ(words, (std::vector<std::string>{"a", "b c", "d \"e\\", "f g", "h#i"}));
+    ASSERT_TRUE(tokenize("x '' y", &words, &error));
+    EXPECT_EQ(words, (std::vector<std::string>{"x", "", "y"}));
+    EXPECT_FALSE(tokenize("a \"b\\\"", &words, &error));
+    EXPECT_EQ(error, "unterminated \" quote");
+
     ParseResult r = parseShellLine("  # nothing here");
     ASSERT_TRUE(r.ok);
     EXPECT_TRUE(r.command.word.empty());

@@ -106,11 +106,9 @@ TEST(TorqctlCli, EachRunShowsItsCallsWhatTheHalReceivedAndItsExitCode) {
         std::string input = "";  // standard input, for shell
     };
     const std::string path = "/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq";
-    // Text other than ASCII reaches the HAL and comes back from --json as it was, from arguments
-    // or a shell line. Bytes that are not UTF-8 (a lone continuation byte, a cut sequence and a
-    // byte never used) cannot cross the binder, whose strings are UTF-16: the call fails, and the
-    // arguments show them escaped between the characters around them. How every field of the
-    // JSON output takes such text: the torqctl_json fuzz target.
+    // Text other than ASCII reaches the HAL and comes back from --json as it was. Bytes that are
+    // not UTF-8 cannot cross the binder, whose strings are UTF-16: the call fails, and the
+    // arguments show them escaped. (Every JSON field with such text: the torqctl_json fuzz target.)
     const std::string text = "héllo € 日本 😀";
     const std::vector<std::string> textBack = {"\"name\":\"torq.tëst\"",
                                                "\"value\":\"" + text + "\"}],\"ok\":true"};
@@ -136,7 +134,6 @@ TEST(TorqctlCli, EachRunShowsItsCallsWhatTheHalReceivedAndItsExitCode) {
              {"{\"command\":\"version\",\"version\":\"" TORQCTL_VERSION "\"}\n"}},
             {{"help"}, 0, {torqctl::usage()}},
             {{"--json", "listen", "--help"}, 0, {torqctl::commandUsage("listen")}},
-            {{"actions"}, 0, {"(199 of 199)\n", "\n   11  ACTION_CAMERA_OPEN\n"}},
             {{"actions", "NO_SUCH_ACTION"}, 1, {"(0 of 199)\n"}},
             {{"--json", "actions", "aps_capture_l1"},
              0,
