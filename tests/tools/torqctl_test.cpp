@@ -94,9 +94,9 @@ void expectJsonLines(const std::string& out) {
 }
 
 // One run a row: its exit code and, in order, fragments of what it writes to standard output and
-// to standard error (no fragments: nothing at all). Bad input gives one line on standard error;
-// with --json that error is also an object on standard output, with the exit code it leads to.
-// With --json every line on standard output is one JSON object (its keys in sorted order).
+// to standard error (no fragments: nothing at all). With --json an error is also an object on
+// standard output, with the exit code it leads to, and every line on standard output is one JSON
+// object (its keys in sorted order).
 TEST(TorqctlCli, EachRunShowsItsCallsWhatTheHalReceivedAndItsExitCode) {
     struct Row {
         std::vector<std::string> args;
