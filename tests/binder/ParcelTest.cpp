@@ -110,10 +110,9 @@ TEST_F(ParcelTest, EveryOtherTypeRoundTrips) {
     expectRoundTrip(Records(std::vector<std::optional<Record>>{Record{4, "four"}, std::nullopt}));
 }
 
-// Malformed text is refused both ways. Negative lengths, lengths beyond the data and unpaired
-// surrogates are the parcelables fuzz corpus's: a reader that took them would crash or hand out
-// text that cannot be written again. Truncated arrays are the conformance tests', which cut
-// parcels anywhere.
+// Malformed text is refused both ways. Bad lengths and unpaired surrogates are the parcelables
+// fuzz corpus's (a reader that took them would crash or hand out text it cannot write again),
+// truncated arrays the conformance tests', which cut parcels anywhere.
 TEST_F(ParcelTest, MalformedTextAndMissingValuesAreRefused) {
     for (const std::string& bad :
          {std::string("\xc3"), std::string("\x80"), std::string("\xc0\xaf"),
@@ -131,6 +130,8 @@ TEST_F(ParcelTest, MalformedTextAndMissingValuesAreRefused) {
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({-1}), &text));
     std::vector<int32_t> ints;
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({-1}), &ints));
+    std::optional<std::vector<int32_t>> maybeInts;  // below null is no null
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readNullableData(withWords({-2}), &maybeInts));
 }
 
 // Binders in parcels cross between processes in the conformance tests; what those cannot show:
