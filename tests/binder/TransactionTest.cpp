@@ -265,10 +265,9 @@ TEST_F(TransactionTest, WorkQueuedBehindABusyThreadIsServedInOrderAndSleepingCal
     const ProcessId single = binder_host::createProcess("single", 1);
     Recorder recorder;
     constexpr int32_t kObjects = 40;
-    startService(single, "gate", recorder.handler());
-    for (int32_t i = 0; i < kObjects; ++i) {
-        startService(single, "n" + std::to_string(i), recorder.handler());
-    }
+    const Handler record = recorder.handler();
+    startService(single, "gate", record);
+    for (int32_t i = 0; i < kObjects; ++i) startService(single, "n" + std::to_string(i), record);
     ndk::SpAIBinder gate = getService("gate");
     std::vector<ndk::SpAIBinder> objects;
     for (int32_t i = 0; i < kObjects; ++i) objects.push_back(getService("n" + std::to_string(i)));
@@ -362,8 +361,8 @@ TEST_F(LifecycleTest, DeathFailsPendingCallsReleasesWhatTheDeadHeldAndIsNotified
 }
 
 TEST_F(LifecycleTest, ServiceManagerLookups) {
+    binder_host::declareInstance("late");
     ndk::SpAIBinder local = makeBinder(echo);
-    EXPECT_EQ(nullptr, AServiceManager_checkService("missing"));
 
     // In its own process a service is the local object.
     ASSERT_EQ(EX_NONE, AServiceManager_addService(local.get(), "local"));
@@ -379,6 +378,10 @@ TEST_F(LifecycleTest, ServiceManagerLookups) {
     startService(hal, "late", echo);
     ASSERT_EQ(std::future_status::ready, waiter.wait_for(std::chrono::seconds(5)));
     EXPECT_TRUE(waiter.get());
+    // What a test declares is gone for the next one.
+    EXPECT_TRUE(AServiceManager_isDeclared("late"));
+    binder_host::reset();
+    EXPECT_FALSE(AServiceManager_isDeclared("late"));
 }
 
 }  // namespace
