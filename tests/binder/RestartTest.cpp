@@ -179,8 +179,6 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
     const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
     EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
             << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles << " cycles";
-    std::printf("restart: %d cycles, heap growth %lld bytes, %zu threads\n", kCycles,
-                static_cast<long long>(growth), threadsAtStart);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// AStatus and ndk::ScopedAStatus. (SharedRefBase and the Bn/Bp interface helpers carry every
-// stub of the conformance tests, tests/conformance.)
+// AStatus and ndk::ScopedAStatus (the interface helpers carry every stub of tests/conformance).
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_status.h>
