@@ -1,6 +1,5 @@
-// AStatus and ndk::ScopedAStatus (the interface helpers carry every stub of tests/conformance).
+// AStatus (ScopedAStatus and the interface helpers carry every stub of tests/conformance).
 
-#include <android/binder_auto_utils.h>
 #include <android/binder_status.h>
 #include <gtest/gtest.h>
 
