@@ -100,6 +100,12 @@ inline int32_t callForInt(const ndk::SpAIBinder& binder, transaction_code_t code
     return value;
 }
 
+inline binder_status_t callOneway(const ndk::SpAIBinder& binder, transaction_code_t code,
+                                  int32_t arg) {
+    return call(
+            binder, code, [arg](AParcel* in) { AParcel_writeInt32(in, arg); }, nullptr, FLAG_ONEWAY);
+}
+
 // A one-shot event a test thread can wait on.
 class Latch {
   public:

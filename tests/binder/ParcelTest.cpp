@@ -35,7 +35,6 @@ class ParcelTest : public BinderTest {
         BinderTest::SetUp();
         parcel.set(AParcel_create());
     }
-    // Raw int32 words of the whole parcel.
     std::vector<int32_t> words() {
         std::vector<int32_t> result(static_cast<size_t>(AParcel_getDataSize(parcel.get())) / 4);
         EXPECT_EQ(STATUS_OK, AParcel_marshal(parcel.get(), reinterpret_cast<uint8_t*>(result.data()),
@@ -68,20 +67,6 @@ class ParcelTest : public BinderTest {
     ndk::ScopedAParcel parcel;
 };
 
-TEST_F(ParcelTest, ReadingPastTheEndFailsAndKeepsThePosition) {
-    withWords({5});
-    int64_t wide = 0;
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt64(parcel.get(), &wide));
-    EXPECT_EQ(0, AParcel_getDataPosition(parcel.get()));
-    int32_t value = 0;
-    EXPECT_EQ(STATUS_OK, AParcel_readInt32(parcel.get(), &value));
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(parcel.get(), &value));
-    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_setDataPosition(parcel.get(), -1));
-    // Seeking beyond the end is allowed, reading there is not.
-    EXPECT_EQ(STATUS_OK, AParcel_setDataPosition(parcel.get(), 1000));
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, AParcel_readInt32(parcel.get(), &value));
-}
-
 TEST_F(ParcelTest, EveryTypeHasItsWireLayout) {
     AParcel* p = parcel.get();
     AParcel_writeBool(p, true);
@@ -108,21 +93,15 @@ TEST_F(ParcelTest, EveryTypeHasItsWireLayout) {
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({0}), &record));
 }
 
-TEST_F(ParcelTest, EveryTypeRoundTrips) {
-    expectRoundTrip(int32_t{-7});
+// The types no interface of the conformance tests (tests/conformance) carries; strings of every
+// width are the parcelables fuzz corpus's.
+TEST_F(ParcelTest, EveryOtherTypeRoundTrips) {
     expectRoundTrip(uint32_t{0xfffffff0u});
-    expectRoundTrip(INT64_MIN + 3);
     expectRoundTrip(UINT64_MAX - 1);
     expectRoundTrip(1.5f);
     expectRoundTrip(-2.25);
-    expectRoundTrip(true);
     expectRoundTrip(u'\u20ac');
     expectRoundTrip(int8_t{-2});
-    // Nullable strings of every width and with a zero inside: the parcelables fuzz corpus.
-    expectRoundTrip(std::string("nul\0inside \xf0\x9f\x98\x80", 15));
-    // Strings in arrays, nullable arrays and arrays of parcelables: the comparison with the
-    // AIDL compiler's code (tests/conformance) writes and reads them back.
-    expectRoundTrip(std::vector<int64_t>{INT64_MIN, 0});
     expectRoundTrip(std::vector<double>{0.5, -1});
     expectRoundTrip(std::vector<bool>{true, false, true});
     expectRoundTrip(std::vector<char16_t>{u'x', u'\u4e2d'});
@@ -131,8 +110,10 @@ TEST_F(ParcelTest, EveryTypeRoundTrips) {
     expectRoundTrip(Records(std::vector<std::optional<Record>>{Record{4, "four"}, std::nullopt}));
 }
 
-// Each malformed length or text is refused where it starts: a reader does not move on failure.
-TEST_F(ParcelTest, MalformedStringsAndArraysAreRefused) {
+// Malformed text is refused both ways. Bad lengths and unpaired surrogates are the parcelables
+// fuzz corpus's (a reader that took them would crash or hand out text it cannot write again),
+// truncated arrays the conformance tests', which cut parcels anywhere.
+TEST_F(ParcelTest, MalformedTextAndMissingValuesAreRefused) {
     for (const std::string& bad :
          {std::string("\xc3"), std::string("\x80"), std::string("\xc0\xaf"),
           std::string("\xed\xa0\x80"), std::string("\xf4\x90\x80\x80"), std::string("a\xe2\x82")}) {
@@ -142,62 +123,23 @@ TEST_F(ParcelTest, MalformedStringsAndArraysAreRefused) {
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, AParcel_writeString(parcel.get(), nullptr, 3));
     EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(parcel.get(), "x", -2));
 
-    // What a string and what arrays (of int32, strings and parcelables) make of the same words.
-    struct Case {
-        const char* name;
-        std::vector<int32_t> raw;
-        binder_status_t string;
-        binder_status_t arrays;
-    };
-    for (const Case& c : {
-                 Case{"unpaired surrogate", {1, 0xd800}, STATUS_BAD_VALUE, STATUS_OK},
-                 Case{"no terminator", {1, 'a' | ('b' << 16)}, STATUS_BAD_VALUE, STATUS_OK},
-                 Case{"too long", {100, 'a'}, STATUS_NOT_ENOUGH_DATA, STATUS_NOT_ENOUGH_DATA},
-                 Case{"just too long", {999999, 1}, STATUS_NOT_ENOUGH_DATA, STATUS_NOT_ENOUGH_DATA},
-                 Case{"beyond the array limit",
-                      {1000001, 1},
-                      STATUS_NOT_ENOUGH_DATA,
-                      STATUS_NO_MEMORY},
-                 Case{"huge", {INT32_MAX, 'a'}, STATUS_NOT_ENOUGH_DATA, STATUS_NO_MEMORY},
-                 Case{"negative", {-2, 'a'}, STATUS_BAD_VALUE, STATUS_BAD_VALUE},
-                 Case{"null where required", {-1}, STATUS_UNEXPECTED_NULL, STATUS_UNEXPECTED_NULL},
-         }) {
-        SCOPED_TRACE(c.name);
-        std::string text;
-        EXPECT_EQ(c.string, ndk::AParcel_readData(withWords(c.raw), &text));
-        EXPECT_EQ(0, AParcel_getDataPosition(parcel.get()));
-        if (c.arrays == STATUS_OK) continue;  // a valid array of one int32 or more
-        std::vector<int32_t> ints;
-        std::vector<std::string> strings;
-        std::vector<Record> records;
-        rewind();
-        EXPECT_EQ(c.arrays, ndk::AParcel_readData(parcel.get(), &ints));
-        EXPECT_EQ(0, AParcel_getDataPosition(parcel.get()));
-        EXPECT_EQ(c.arrays, ndk::AParcel_readData(parcel.get(), &strings));
-        EXPECT_EQ(c.arrays, ndk::AParcel_readData(parcel.get(), &records));
-    }
-    // A truncated element inside an otherwise valid array.
-    AParcel_reset(parcel.get());
-    ndk::AParcel_writeData(parcel.get(), std::vector<std::string>{"abcdef", "ghijkl"});
-    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel.get())));
-    AParcel_marshal(parcel.get(), bytes.data(), 0, bytes.size());
-    AParcel_unmarshal(parcel.get(), bytes.data(), bytes.size() - 4);
-    std::vector<std::string> strings;
-    EXPECT_EQ(STATUS_NOT_ENOUGH_DATA, ndk::AParcel_readData(parcel.get(), &strings));
+    std::string text;
+    const std::vector<int32_t> unterminated = {1, 'a' | ('b' << 16)};
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readData(withWords(unterminated), &text));
+    // Null where the type has no null.
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({-1}), &text));
+    std::vector<int32_t> ints;
+    EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({-1}), &ints));
+    std::optional<std::vector<int32_t>> maybeInts;  // below null is no null
+    EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readNullableData(withWords({-2}), &maybeInts));
 }
 
-TEST_F(ParcelTest, BindersAreKeptByReferenceAndCannotBeForged) {
+// Binders in parcels cross between processes in the conformance tests; what those cannot show:
+TEST_F(ParcelTest, BindersCannotBeForgedAndGoWithTheirBytes) {
     std::atomic<int> destroyed{0};
     ndk::SpAIBinder binder = binder_test::makeBinder(nullptr, &destroyed);
+    ndk::ScopedAIBinder_Weak weak(AIBinder_Weak_new(binder.get()));
     ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(parcel.get(), binder));
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeNullableData(parcel.get(), ndk::SpAIBinder()));
-    EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
-    rewind();
-    ndk::SpAIBinder read;
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_readData(parcel.get(), &read));
-    EXPECT_EQ(binder.get(), read.get());
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_readNullableData(parcel.get(), &read));
-    EXPECT_EQ(nullptr, read.get());
 
     // Plain data is never taken for a binder, even when it copies a binder's bytes.
     ndk::ScopedAParcel copy(AParcel_create());
@@ -206,6 +148,7 @@ TEST_F(ParcelTest, BindersAreKeptByReferenceAndCannotBeForged) {
     AParcel_writeInt32(copy.get(), 0x424e4452);          // forged tag
     AParcel_writeInt32(copy.get(), 0);
     AParcel_setDataPosition(copy.get(), 4);
+    ndk::SpAIBinder read;
     EXPECT_EQ(STATUS_OK, ndk::AParcel_readData(copy.get(), &read));
     EXPECT_EQ(binder.get(), read.get());
     EXPECT_EQ(STATUS_BAD_TYPE, ndk::AParcel_readData(copy.get(), &read));
@@ -213,7 +156,7 @@ TEST_F(ParcelTest, BindersAreKeptByReferenceAndCannotBeForged) {
     EXPECT_EQ(STATUS_INVALID_OPERATION,
               AParcel_marshal(copy.get(), bytes, 0, 4));  // binders cannot be flattened
 
-    // Overwriting a binder's bytes drops it; deleting parcels drops the rest.
+    // Overwriting a binder's bytes drops it; deleting parcels drops the rest, for good.
     read.set(nullptr);
     rewind();
     AParcel_writeInt64(parcel.get(), 0);
@@ -222,6 +165,7 @@ TEST_F(ParcelTest, BindersAreKeptByReferenceAndCannotBeForged) {
     EXPECT_EQ(1, AIBinder_debugGetRefCount(binder.get()));
     binder.set(nullptr);
     EXPECT_EQ(1, destroyed.load());
+    EXPECT_EQ(nullptr, weak.promote().get());  // not resurrected
 }
 
 // Statuses of every kind cross in headers in the stub tests (tests/aidl); what they cannot show:
