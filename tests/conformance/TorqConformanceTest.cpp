@@ -128,6 +128,8 @@ class TorqConformanceTest : public ::testing::Test {
         EXPECT_EQ(7, r);
         EXPECT_TRUE(hal->hadCallback);
         EXPECT_EQ((std::vector<std::vector<Hand::Data>>{sent.data}), listener->waitFor(1));
+        ASSERT_TRUE(torq->thermalListeningRegister({3}, listener, &r).isOk());
+        EXPECT_TRUE(hal->hadCallback);
         ASSERT_TRUE(torq->thermalListeningRegister({}, nullptr, &r).isOk());
         EXPECT_FALSE(hal->hadCallback);
 
