@@ -3,27 +3,19 @@
 // the server dies is the runtime's, whatever the stubs: tests/binder LifecycleTest.)
 
 #include <aidl/conformance/probe/BnProbe.h>
-#include <aidl/conformance/probe/BnProbeListener.h>
 #include <aidl/conformance/probe/IProbe.h>
 #include <android/binder_manager.h>
 #include <binder_host/process.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace {
 
 using ::aidl::conformance::probe::BnProbe;
-using ::aidl::conformance::probe::BnProbeListener;
-using ::aidl::conformance::probe::Inner;
 using ::aidl::conformance::probe::IProbe;
-using ::aidl::conformance::probe::IProbeListener;
-using ::aidl::conformance::probe::Outer;
 
 constexpr const char* kInstance = "conformance.probe.IProbe/default";
 
@@ -47,79 +39,20 @@ class Probe : public BnProbe {
         std::reverse(r->begin(), r->end());
         return ::ndk::ScopedAStatus::ok();
     }
-    ::ndk::ScopedAStatus nested(const Outer& outer, Outer* r) override {
-        *r = outer;
-        r->first.count += 1;
-        for (Inner& inner : r->more) inner.count += 1;
-        return ::ndk::ScopedAStatus::ok();
-    }
-    ::ndk::ScopedAStatus notify(const std::shared_ptr<IProbeListener>& listener,
-                                const std::string& note) override {
-        if (listener) (void)listener->onNote("notified: " + note);
-        return ::ndk::ScopedAStatus::ok();
-    }
-    ::ndk::ScopedAStatus callInside(const Outer& outer, const std::string& note) override {
-        if (!outer.listener) return ::ndk::ScopedAStatus::fromServiceSpecificError(404);
-        return outer.listener->onNote("inside: " + note);
-    }
-    ::ndk::ScopedAStatus shout(const std::optional<std::string>& maybe,
-                               std::optional<std::string>* r) override {
-        if (maybe)
-            *r = *maybe + "!";
-        else
-            r->reset();
-        return ::ndk::ScopedAStatus::ok();
-    }
 };
 
-class Notes : public BnProbeListener {
-  public:
-    ::ndk::ScopedAStatus onNote(const std::string& note) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        notes.push_back(note);
-        changed.notify_all();
-        return ::ndk::ScopedAStatus::ok();
-    }
-    std::vector<std::string> waitFor(size_t count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait_for(lock, std::chrono::seconds(5), [&] { return notes.size() >= count; });
-        return notes;
-    }
+// Out and inout arrays, and arrays of strings and bytes, each way.
+TEST(ProbeTest, ArraysOfEveryDirectionAndElementType) {
+    binder_host::reset();
+    binder_host::runInProcess(binder_host::createProcess("probe-hal"), [] {
+        auto probe = ::ndk::SharedRefBase::make<Probe>();
+        ASSERT_EQ(EX_NONE, AServiceManager_addService(probe->asBinder().get(), kInstance));
+    });
+    std::shared_ptr<IProbe> probe =
+            IProbe::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
+    ASSERT_NE(nullptr, probe);
+    ASSERT_TRUE(probe->isRemote());
 
-  private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::string> notes;
-};
-
-Inner inner(int32_t count, std::optional<std::string> label) {
-    Inner i;
-    i.count = count;
-    i.label = std::move(label);
-    return i;
-}
-
-class ProbeTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        binder_host::reset();
-        binder_host::runInProcess(binder_host::createProcess("probe-hal"), [] {
-            auto probe = ::ndk::SharedRefBase::make<Probe>();
-            ASSERT_EQ(EX_NONE, AServiceManager_addService(probe->asBinder().get(), kInstance));
-        });
-        probe = IProbe::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
-        ASSERT_NE(nullptr, probe);
-        ASSERT_TRUE(probe->isRemote());
-    }
-    void TearDown() override {
-        probe.reset();
-        binder_host::reset();
-    }
-
-    std::shared_ptr<IProbe> probe;
-};
-
-TEST_F(ProbeTest, InOutAndInoutArraysOfEveryElementType) {
     std::vector<int32_t> reversed(3);
     std::vector<int64_t> scaled = {1, -2, INT64_MAX / 2};
     int32_t r = 0;
@@ -127,11 +60,6 @@ TEST_F(ProbeTest, InOutAndInoutArraysOfEveryElementType) {
     EXPECT_EQ(3, r);
     EXPECT_EQ((std::vector<int32_t>{3, 2, 1}), reversed);
     EXPECT_EQ((std::vector<int64_t>{2, -4, INT64_MAX / 2 * 2}), scaled);
-
-    // A wrongly sized out-array: the server's exception reaches the caller, nothing else.
-    std::vector<int32_t> wrong(1);
-    ::ndk::ScopedAStatus status = probe->arrays({1, 2}, &wrong, &scaled, &r);
-    EXPECT_EQ(EX_ILLEGAL_ARGUMENT, status.getExceptionCode());
 
     std::vector<int32_t> none;
     std::vector<int64_t> empty;
@@ -145,54 +73,8 @@ TEST_F(ProbeTest, InOutAndInoutArraysOfEveryElementType) {
     ASSERT_TRUE(probe->texts(names, &copy, raw, &bytes).isOk());
     EXPECT_EQ(names, copy);
     EXPECT_EQ((std::vector<int8_t>{5, -128, 127, -1, 0}), bytes);
-}
-
-TEST_F(ProbeTest, NestedParcelablesAndInterfacesInsideAndAsArguments) {
-    auto notes = ::ndk::SharedRefBase::make<Notes>();
-    Outer outer;
-    outer.first = inner(1, std::nullopt);
-    outer.more = {inner(10, "ten"), inner(-3, ""), inner(0, std::nullopt)};
-    outer.listener = notes;
-    outer.blob = {1, 2, 3};
-    outer.name = "outer";
-    Outer r;
-    ASSERT_TRUE(probe->nested(outer, &r).isOk());
-    EXPECT_EQ(2, r.first.count);
-    EXPECT_FALSE(r.first.label.has_value());
-    ASSERT_EQ(3u, r.more.size());
-    EXPECT_EQ(11, r.more[0].count);
-    EXPECT_EQ("ten", r.more[0].label);
-    EXPECT_EQ("", r.more[1].label);
-    EXPECT_FALSE(r.more[2].label.has_value());
-    EXPECT_EQ(outer.blob, r.blob);
-    EXPECT_EQ("outer", r.name);
-    // The listener went to the server and came back: here it is our own object again.
-    EXPECT_EQ(notes->asBinder(), r.listener->asBinder());
-
-    ASSERT_TRUE(probe->callInside(outer, "hi").isOk());
-    EXPECT_EQ((std::vector<std::string>{"inside: hi"}), notes->waitFor(1));
-
-    outer.listener = nullptr;
-    EXPECT_EQ(404, probe->callInside(outer, "x").getServiceSpecificError());
-
-    // Oneway both ways, in order.
-    ASSERT_TRUE(probe->notify(notes, "one").isOk());
-    ASSERT_TRUE(probe->notify(notes, "two").isOk());
-    EXPECT_EQ((std::vector<std::string>{"inside: hi", "notified: one", "notified: two"}),
-              notes->waitFor(3));
-}
-
-TEST_F(ProbeTest, NullableTextAndVersion) {
-    std::optional<std::string> r;
-    ASSERT_TRUE(probe->shout("hey", &r).isOk());
-    EXPECT_EQ("hey!", r);
-    ASSERT_TRUE(probe->shout(std::nullopt, &r).isOk());
-    EXPECT_FALSE(r.has_value());
-
-    int32_t version = 0;
-    ASSERT_TRUE(probe->getInterfaceVersion(&version).isOk());
-    const int32_t expected = IProbe::version;  // a copy: the constant has no definition to bind to
-    EXPECT_EQ(expected, version);
+    probe.reset();
+    binder_host::reset();
 }
 
 }  // namespace

@@ -1,6 +1,0 @@
-package conformance.probe;
-
-/** Served by probe clients. */
-interface IProbeListener {
-    oneway void onNote(String note);
-}

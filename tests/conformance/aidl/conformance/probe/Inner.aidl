@@ -1,6 +1,0 @@
-package conformance.probe;
-
-parcelable Inner {
-    int count;
-    @nullable String label;
-}
