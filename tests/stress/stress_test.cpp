@@ -56,7 +56,7 @@ namespace hc = torqHalclient;
 constexpr size_t kCallers = 8;
 constexpr const char* kInstance = "vendor.quarn.hardware.torq.ITorq/default";
 constexpr int32_t kWithholdEvery = 256;  // the HAL never answers these callback requests
-constexpr int32_t kHandle = INT32_MIN;   // stands for "any handle the HAL issued" in result checks
+constexpr int32_t kHandle = INT32_MIN;  // stands for "any handle the HAL gave out" in result checks
 // The run: restarts before the first heap measurement and between two (kPhases phases), how long
 // the HAL lives and stays dead, the watchdog's patience. Sanitizer builds run fewer restarts (never
 // fewer than 50) so that CI time holds.
@@ -294,8 +294,8 @@ class Checker : public IClientCallback, public IClientCallbackByPath {
 const auto g_idListener = std::make_shared<Checker>();
 const auto g_pathListener = std::make_shared<Checker>();
 
-// One front-end call: `run` must give `ok` (kHandle: a handle the HAL issued) or the failure value
-// -1; `release`, when set, gives a handle back and must give 0 or -1.
+// One front-end call: `run` must give `ok` (kHandle: a handle the HAL gave out) or the failure
+// value -1; `release`, when set, gives a handle back and must give 0 or -1.
 struct Call {
     const char* name;
     int32_t ok;
@@ -399,7 +399,7 @@ std::atomic<bool> g_stop{false};
 std::shared_mutex g_gate;
 std::atomic<bool> g_closing{false};
 
-// `got` must be `ok` (kHandle: a handle the HAL issued) or the failure value.
+// `got` must be `ok` (kHandle: a handle the HAL gave out) or the failure value.
 int32_t result(const char* name, int32_t got, int32_t ok) {
     if (got != -1 && (ok == kHandle ? !validHandle(got) : got != ok)) {
         fail(std::string(name) + " gave " + std::to_string(got));
