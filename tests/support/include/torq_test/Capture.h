@@ -3,7 +3,6 @@
 // Captures what the library writes to the Android log and to the trace.
 
 #include <cstdint>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -34,11 +33,6 @@ class LogCapture {
     ~LogCapture();
     std::vector<LogLine> lines() const;
     std::vector<LogLine> linesWithTag(const std::string& tag) const;
-    // Whether / how many recorded lines have exactly this text.
-    bool contains(const std::string& text) const;
-    size_t count(const std::string& text) const;
-    // Waits until a line with this exact text has been written. False on timeout.
-    bool waitFor(const std::string& text, int64_t timeoutMs = 5000) const;
     void clear();
 };
 
