@@ -189,16 +189,6 @@ TEST_F(ZelTest, HalDeathDropsTheConnectionUntilARestart) {
 
 // ---- The calls -----------------------------------------------------------------------------
 
-// The parcel an acquisition must send; every field not set here must arrive at its default.
-TorqRequestParcel acquisition(int32_t kind, std::vector<TorqRequestData> data, const char* pkg,
-                              const char* identity, int64_t duration) {
-    TorqRequestParcel p = parcel(kind, std::move(data));
-    p.pkg = pkg;
-    p.identity = identity;
-    p.duration = duration;
-    return p;
-}
-
 // The three acquisitions share one path: the command id picks the kind, an event gets its command
 // entry first, values travel present (empty when the caller gave none), empty texts show as
 // "none", and the HAL's handle comes back unchecked.

@@ -4,14 +4,13 @@
 // "not ready" and the *_body functions do nothing. This file defines those functions itself; in
 // a test executable that links it, the executable's definitions interpose libcutils' for every
 // shared library (the library under test calls them through the PLT). While no capture is alive
-// they forward to libcutils, so behaviour is unchanged.
+// they do what libcutils' do: report no tags and record nothing.
 //
 // The definitions live in the same object as TraceCapture's constructor: any test that creates
 // a TraceCapture pulls this object, and with it the interposers, out of the static library. The
 // executable must export them (torq_test_support adds the link option).
 
 #include <cutils/trace.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
@@ -28,11 +27,6 @@ std::atomic<uint64_t> g_tags{0};
 std::vector<TraceEvent> g_events;
 uint64_t g_savedEnabledTags = 0;
 bool g_savedReady = false;
-
-template <typename F>
-F next(const char* name) {
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 
@@ -84,33 +78,17 @@ using torq_test::g_tags;
 extern "C" {
 
 uint64_t atrace_get_enabled_tags() {
-    if (g_active) return g_tags;
-    static auto real = torq_test::next<uint64_t (*)()>("atrace_get_enabled_tags");
-    return real != nullptr ? real() : 0;
+    return g_tags;  // 0 while no capture is alive
 }
 
 void atrace_begin_body(const char* name) {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (g_active) {
-            g_events.push_back({torq_test::TraceEvent::kBegin, name != nullptr ? name : ""});
-            return;
-        }
-    }
-    static auto real = torq_test::next<void (*)(const char*)>("atrace_begin_body");
-    if (real != nullptr) real(name);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_active) g_events.push_back({torq_test::TraceEvent::kBegin, name != nullptr ? name : ""});
 }
 
 void atrace_end_body() {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (g_active) {
-            g_events.push_back({torq_test::TraceEvent::kEnd, ""});
-            return;
-        }
-    }
-    static auto real = torq_test::next<void (*)()>("atrace_end_body");
-    if (real != nullptr) real();
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_active) g_events.push_back({torq_test::TraceEvent::kEnd, ""});
 }
 
 }  // extern "C"

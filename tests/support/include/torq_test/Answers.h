@@ -70,4 +70,14 @@ inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data,
     return p;
 }
 
+/** The parcel of an acquisition: `parcel(kind, data)` with the caller's texts and duration. */
+inline TorqRequestParcel acquisition(int32_t kind, std::vector<TorqRequestData> data,
+                                     std::string pkg, std::string identity, int64_t duration) {
+    TorqRequestParcel p = parcel(kind, std::move(data));
+    p.pkg = std::move(pkg);
+    p.identity = std::move(identity);
+    p.duration = duration;
+    return p;
+}
+
 }  // namespace torq_test
