@@ -29,8 +29,8 @@ void captureLogger(const __android_logger_data* data, const char* message) {
     }
     LogLine line;
     line.priority = data->priority;
-    line.hasTag = data->tag != nullptr && std::strcmp(data->tag, kNullTagMarker) != 0;
-    line.tag = line.hasTag ? data->tag : "";
+    const bool hasTag = data->tag != nullptr && std::strcmp(data->tag, kNullTagMarker) != 0;
+    line.tag = hasTag ? data->tag : "";
     line.text = message != nullptr ? message : "";
     g_lines.push_back(std::move(line));
 }
@@ -62,16 +62,11 @@ LogCapture::~LogCapture() {
     g_lines.clear();
 }
 
-std::vector<LogLine> LogCapture::lines() const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_lines;
-}
-
 std::vector<LogLine> LogCapture::linesWithTag(const std::string& tag) const {
     std::lock_guard<std::mutex> lock(g_mutex);
     std::vector<LogLine> out;
     for (const auto& l : g_lines) {
-        if (l.hasTag && l.tag == tag) out.push_back(l);
+        if (l.tag == tag) out.push_back(l);
     }
     return out;
 }

@@ -24,7 +24,7 @@ namespace {
 std::mutex g_mutex;
 std::atomic<bool> g_active{false};
 std::atomic<uint64_t> g_tags{0};
-std::vector<TraceEvent> g_events;
+std::vector<std::string> g_events;
 uint64_t g_savedEnabledTags = 0;
 bool g_savedReady = false;
 
@@ -58,7 +58,7 @@ void TraceCapture::setEnabledTags(uint64_t tags) {
     atrace_enabled_tags = tags;
 }
 
-std::vector<TraceEvent> TraceCapture::events() const {
+std::vector<std::string> TraceCapture::events() const {
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_events;
 }
@@ -83,12 +83,12 @@ uint64_t atrace_get_enabled_tags() {
 
 void atrace_begin_body(const char* name) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_active) g_events.push_back({torq_test::TraceEvent::kBegin, name != nullptr ? name : ""});
+    if (g_active) g_events.push_back(name != nullptr ? name : "");
 }
 
 void atrace_end_body() {
     std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_active) g_events.push_back({torq_test::TraceEvent::kEnd, ""});
+    if (g_active) g_events.push_back("end");
 }
 
 }  // extern "C"
