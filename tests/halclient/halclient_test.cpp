@@ -148,18 +148,6 @@ TEST_F(CallsTest, MismatchedInputIsRefusedBeforeAnythingIsSent) {
     EXPECT_EQ(requestCallbacks(), registered);
 }
 
-TEST_F(CallsTest, ReleasesAndPropertySetPassTheirArgumentsAndReturnTheHalsResult) {
-    hal().setAnswer("release", result(-3));
-    EXPECT_EQ(torqResCtlRelease(17), -3);
-    EXPECT_EQ(hal().last("release").handle, 17);
-    EXPECT_EQ(torqSACtlRelease(18), -3);
-    EXPECT_EQ(hal().last("release").handle, 18);
-    hal().setAnswer("propertySet", result(12));
-    EXPECT_EQ(torqPropertySet("a.b", "on"), 12);
-    EXPECT_EQ(hal().last("propertySet").name, "a.b");
-    EXPECT_EQ(hal().last("propertySet").value, "on");
-}
-
 TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
     hal().setAnswer("stateRequest",
                     records({idRecord(0x99, "1,2"), idRecord(0x10), pathRecord("/x", "p")}));
@@ -209,7 +197,13 @@ TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
     EXPECT_EQ(out.size() + strings.size() + map.size(), 4u + 7u + 3u);
 }
 
-TEST_F(CallsTest, PropertyGetReturnsAnOwnedCopyAndAbortsOnOneTooLongForItsBuffer) {
+TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
+    hal().setAnswer("propertySet", result(12));
+    EXPECT_EQ(torqPropertySet("a.b", "on"), 12);
+    EXPECT_EQ(hal().last("propertySet").name, "a.b");
+    EXPECT_EQ(hal().last("propertySet").value, "on");
+    log_.clear();
+
     SentAnswer a;
     a.text = std::string(255, 'v');
     hal().setAnswer("propertyGet", a);
@@ -419,15 +413,17 @@ TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     }
 }
 
-// Connecting logs nothing. Each connection, also one made after a failed call, is watched for the
-// HAL's death.
+// Connecting logs nothing; releases send their handle and return the HAL's answer. Each
+// connection, also one made after a failed call, is watched for the HAL's death.
 TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
     torq_init();
     EXPECT_EQ(torqResCtlRelease(4), 1);
+    EXPECT_EQ(hal().last("release").handle, 4);
     EXPECT_THAT(lines(), ElementsAre("I torq client torq_init", "I torq client torqResCtlRelease"));
     hal().answerOnce("release", refused());
     EXPECT_EQ(torqResCtlRelease(1), -1);
-    EXPECT_EQ(torqResCtlRelease(2), 1);
+    EXPECT_EQ(torqSACtlRelease(2), 1);
+    EXPECT_EQ(hal().last("release").handle, 2);
     log_.clear();
     hal().kill();
     hal().restart();

@@ -3,7 +3,8 @@
 // Debian's host libcutils has tracing compiled out: atrace_get_enabled_tags() always reports
 // "not ready" and the *_body functions do nothing. This file defines those functions itself; in
 // a test executable that links it, the executable's definitions interpose libcutils' for every
-// shared library (the library under test calls them through the PLT). While no capture is alive
+// shared library (the library under test calls them through the PLT; the host header, built with
+// ATRACE_SHMEM, reads the tags only through atrace_get_enabled_tags()). While no capture is alive
 // they do what libcutils' do: report no tags and record nothing.
 //
 // The definitions live in the same object as TraceCapture's constructor: any test that creates
@@ -25,8 +26,6 @@ std::mutex g_mutex;
 std::atomic<bool> g_active{false};
 std::atomic<uint64_t> g_tags{0};
 std::vector<std::string> g_events;
-uint64_t g_savedEnabledTags = 0;
-bool g_savedReady = false;
 
 }  // namespace
 
@@ -34,11 +33,6 @@ TraceCapture::TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (g_active) ADD_FAILURE() << "only one TraceCapture may be alive at a time";
     g_events.clear();
-    // Code built against a header that reads the variables directly sees the same tags.
-    g_savedEnabledTags = atrace_enabled_tags;
-    g_savedReady = atrace_is_ready.load();
-    atrace_enabled_tags = ATRACE_TAG_ALWAYS;
-    atrace_is_ready.store(true);
     g_tags = ATRACE_TAG_ALWAYS;
     g_active = true;
 }
@@ -47,15 +41,12 @@ TraceCapture::~TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_active = false;
     g_tags = 0;
-    atrace_enabled_tags = g_savedEnabledTags;
-    atrace_is_ready.store(g_savedReady);
     g_events.clear();
 }
 
 void TraceCapture::setEnabledTags(uint64_t tags) {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_tags = tags;
-    atrace_enabled_tags = tags;
 }
 
 std::vector<std::string> TraceCapture::events() const {
