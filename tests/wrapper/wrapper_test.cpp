@@ -139,9 +139,8 @@ TEST_F(WrapperHalTest, ActionNamesResolveToTheirFirstIndex) {
         hal().clearCalls();
         ZelEventAcquireWrapper("VARDEX_" + name, "scene", "id", 100);
         ASSERT_EQ(hal().count("request"), 1u) << name;
-        const ReceivedCall call = hal().last("request");
-        ASSERT_EQ(call.parcel.data.size(), 1u) << name;
-        EXPECT_EQ(call.parcel.data[0].id, first - gActionList.begin()) << name;
+        const int32_t id = first - gActionList.begin();
+        EXPECT_EQ(hal().last("request").parcel.data, std::vector{idRecord(id)}) << name;
     }
     // The texts and the timeout go on unchanged (empty ones too: "none" is only for the log).
     hal().answerOnce("request", result(42));

@@ -269,7 +269,6 @@ TEST_F(ZelTest, ReleaseSendsTheHandleAndTraceMarksFollowTheAlwaysTag) {
     clearCaptures();
     ZelRelease(-17);
     EXPECT_EQ(-17, hal().last("release").handle);
-    EXPECT_THAT(zelLog(), ElementsAre("I ZelRelease, handle:-17"));
     EXPECT_THAT(trace_.events(), ElementsAre("ZelRelease: -17", "end"));
 
     trace_.clear();
@@ -353,11 +352,9 @@ TEST_F(ZelTest, ResourcesTakeTheValueOfTheFirstMatchingRecord) {
 // The single query writes only a value that came back, and only up to its first NUL.
 TEST_F(ZelTest, SingleResourceQueryWritesOnlyAFoundValue) {
     std::string value = "untouched";
-    for (const TorqRequestData& record : {idRecord(0x0a), idRecord(0x0b, "7")}) {
-        hal().setAnswer("stateRequest", records({record}));
-        ZelResStateRequest(0x0a, value);
-        EXPECT_EQ("untouched", value);
-    }
+    hal().setAnswer("stateRequest", records({idRecord(0x0a)}));  // found, but without a value
+    ZelResStateRequest(0x0a, value);
+    EXPECT_EQ("untouched", value);
 
     hal().setAnswer("stateRequest", records({idRecord(0x0a, "1500")}));
     ZelResStateRequest(0x0a, value);

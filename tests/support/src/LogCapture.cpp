@@ -3,17 +3,11 @@
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
-#include <cstring>
 #include <mutex>
 
 namespace torq_test {
 
 namespace {
-
-// liblog replaces a null tag with the process's default tag before any logger sees the line.
-// While a capture is alive the default tag is this marker, so a null tag can be told apart
-// from every real one.
-constexpr char kNullTagMarker[] = "\x1btorq_test:null-tag";
 
 std::mutex g_mutex;
 bool g_active = false;
@@ -29,8 +23,7 @@ void captureLogger(const __android_logger_data* data, const char* message) {
     }
     LogLine line;
     line.priority = data->priority;
-    const bool hasTag = data->tag != nullptr && std::strcmp(data->tag, kNullTagMarker) != 0;
-    line.tag = hasTag ? data->tag : "";
+    line.tag = data->tag != nullptr ? data->tag : "";
     line.text = message != nullptr ? message : "";
     g_lines.push_back(std::move(line));
 }
@@ -46,7 +39,8 @@ LogCapture::LogCapture() {
         g_active = true;
         g_lines.clear();
     }
-    __android_log_set_default_tag(kNullTagMarker);
+    // liblog gives a line with a null tag the default tag before any logger sees it.
+    __android_log_set_default_tag("");
     // On the host liblog drops everything below INFO unless a minimum is set.
     g_previousMinimum = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(captureLogger);

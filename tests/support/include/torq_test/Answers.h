@@ -15,11 +15,10 @@
 #include <vector>
 
 namespace aidl::vendor::quarn::hardware::torq {
-/** Shows a whole parcel in a failed comparison. */
+// Whole parcels and records in failed comparisons.
 inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
     *os << p.toString();
 }
-/** Shows a whole record in a failed comparison. */
 inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
     *os << d.toString();
 }
