@@ -25,7 +25,6 @@ using namespace torqHalclient;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
-using torq_sim::SimHost;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
@@ -38,7 +37,6 @@ Pairs pairs(const Resources& resources) {
     return out;
 }
 
-// What reached a caller callback.
 struct Delivery {
     Pairs resources;
     Strings values, paths;
@@ -71,8 +69,8 @@ class Recorder : public IClientCallback, public IClientCallbackByPath {
 // callbacks it wants with answer().
 class HalclientTest : public HalTest {
   protected:
-    SimHost::Options options() const override {
-        SimHost::Options options;
+    torq_sim::SimHost::Options options() const override {
+        torq_sim::SimHost::Options options;
         options.modelCallbacks = false;
         return options;
     }
@@ -617,7 +615,6 @@ TEST_F(ListeningTest, ListeningClientsStayUntilUnregisteredThenGoWithTheHalsRefe
     Resources r{{0x41, "1"}};
     const int32_t byId = torqResListeningRegister(r, 0, cb_);
     const int32_t byPath = torq_res_listening_register_by_path({"/l"}, 0, cb_);
-    ASSERT_GT(byPath, byId);
     log_.clear();
     for (int i = 0; i < 2; ++i) {
         answer(0, {idRecord(0x41, std::to_string(i))});
