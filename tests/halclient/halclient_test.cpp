@@ -1,7 +1,6 @@
 // torqHalclient: every entry point (what the HAL receives, what the caller gets back and logs, the
-// failure rule of the shared connection), the listening registrations (id, thermal, path) and the
-// callback client: how the HAL's answers reach the caller, and the request and listening
-// registries.
+// failure rule of the shared connection), the listening registrations and the callback client:
+// how the HAL's answers reach the caller, and the request and listening registries.
 
 #include <gmock/gmock.h>
 #include <torqHalclient.h>
@@ -28,8 +27,6 @@ using ::testing::Not;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
-
-constexpr char kNotDeclared[] = "E Torq is not declared, AServiceManager_isDeclared:0";
 
 Pairs pairs(const Resources& resources) {
     Pairs out;
@@ -393,7 +390,7 @@ TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
         // Only the property read logs its (unwritten) buffer afterwards.
         ASSERT_EQ(got.size(), call.method == "propertyGet" ? 3u : 2u);
         EXPECT_EQ(got[0], "I " + call.entry);
-        EXPECT_EQ(got[1], kNotDeclared);
+        EXPECT_EQ(got[1], "E Torq is not declared, AServiceManager_isDeclared:0");
 
         binder_host::declareInstance(torq_sim::kTorqInstance);
         hal().clearAnswers();

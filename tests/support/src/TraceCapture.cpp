@@ -1,15 +1,9 @@
-// Trace capture on the host.
-//
-// Debian's host libcutils has tracing compiled out: atrace_get_enabled_tags() always reports
-// "not ready" and the *_body functions do nothing. This file defines those functions itself; in
-// a test executable that links it, the executable's definitions interpose libcutils' for every
-// shared library (the library under test calls them through the PLT; the host header, built with
-// ATRACE_SHMEM, reads the tags only through atrace_get_enabled_tags()). While no capture is alive
-// they do what libcutils' do: report no tags and record nothing.
-//
-// The definitions live in the same object as TraceCapture's constructor: any test that creates
-// a TraceCapture pulls this object, and with it the interposers, out of the static library. The
-// executable must export them (torq_test_support adds the link option).
+// Trace capture on the host, whose libcutils has tracing compiled out. The executable's own
+// atrace_get_enabled_tags/atrace_begin_body/atrace_end_body interpose libcutils' for every shared
+// library (called through the PLT; the host header, built with ATRACE_SHMEM, reads the tags only
+// through the function). While no capture is alive they report no tags and record nothing.
+// They live in the object of TraceCapture's constructor, so that a test creating a capture pulls
+// them out of the static library; torq_test_support makes the executable export them.
 
 #include <cutils/trace.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// The sanitizer findings the library keeps on purpose, in one list for every test executable.
-// torq_test_support adds this file to each executable that links it (an interface source), so the
-// list cannot differ from one binary to the next. Anything not listed here fails the run.
+// The sanitizer findings the library keeps on purpose, compiled into every executable that links
+// torq_test_support (an interface source), so that no binary differs. Anything else fails a run.
 
 // ThreadSanitizer. deadlock: after a failed transaction the id and path listening registrations
 // and torqResListeningUnRegister take the HAL lock exclusively while holding

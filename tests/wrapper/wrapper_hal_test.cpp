@@ -1,14 +1,10 @@
-// The wrapper: its static data (action table, opcode tables), the resource-list builders, and its
-// entry points end to end, through the flat API and the binder to the reference Torq HAL in its own
-// process, checked at what the HAL received.
+// The wrapper entry points end to end: through the flat API and the binder to the reference Torq
+// HAL in its own process, checked at what the HAL received.
 
-#include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <torq_test/HalTest.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,118 +13,17 @@
 
 namespace {
 
-TEST(ActionTable, KeepsEveryNameAtItsEventId) {
-    ASSERT_EQ(gActionList.size(), 199u);
-    // A name dropped, added, swapped or respelt anywhere changes the digest (FNV-1a over the
-    // names, each followed by '\n') of its block of ten ids.
-    const uint32_t expected[] = {
-            0xdc1035c3, 0x13d3d2c8, 0xe262f272, 0x3e04dd69, 0x93e64a08, 0x8bedcda9, 0x0bfac6eb,
-            0xab763874, 0xdb21a78d, 0x0ee7fdf3, 0x761b3de4, 0x2485636f, 0x22d12777, 0xc025f135,
-            0x94fbc93b, 0x26afc910, 0x97e43511, 0x529e875c, 0xa53d4846, 0xd453bea5,
-    };
-    for (size_t block = 0; block < std::size(expected); ++block) {
-        uint32_t digest = 0x811c9dc5;
-        const size_t end = std::min(gActionList.size(), (block + 1) * 10);
-        for (size_t i = block * 10; i < end; ++i) {
-            for (unsigned char c : gActionList[i] + '\n') digest = (digest ^ c) * 0x01000193u;
-        }
-        EXPECT_EQ(digest, expected[block]) << "ids " << block * 10 << " to " << end - 1;
-    }
-}
-
-// The tables form one block in the library's writable data: each starts where the previous ends.
-// (The test binary is built position independent so that it sees the library's own tables rather
-// than copies the linker would place in the executable.)
-TEST(OpcodeTables, LieBackToBackInTheLibrary) {
-    Dl_info info{};
-    ASSERT_NE(dladdr(opCodeTargetLoad, &info), 0);
-    EXPECT_THAT(info.dli_fname, ::testing::HasSubstr("quarn-zel-client"));
-    const auto at = [](const uint32_t* p) { return reinterpret_cast<uintptr_t>(p); };
-    EXPECT_EQ(at(opCodeAdpXpuCoreBoost), at(std::end(opCodeTargetLoad)));
-    EXPECT_EQ(at(opCodeAdpXpuCoreLimit), at(std::end(opCodeAdpXpuCoreBoost)));
-    EXPECT_EQ(at(opCodeAdpXpuFreqBoost), at(std::end(opCodeAdpXpuCoreLimit)));
-    EXPECT_EQ(at(opCodeAdpXpuFreqLimit), at(std::end(opCodeAdpXpuFreqBoost)));
-    EXPECT_EQ(at(opCodeTargetLoad) % alignof(uint32_t), 0u);
-}
-
-// (opcode, value) of resources or records; a disengaged value shows as "<absent>".
-using Entries = std::vector<std::pair<uint32_t, std::string>>;
-
-template <typename Resource>
-Entries entriesOf(const std::vector<Resource>& list) {
-    Entries out;
-    for (const Resource& r : list) {
-        out.emplace_back(static_cast<uint32_t>(r.id), r.value ? *r.value : "<absent>");
-    }
-    return out;
-}
-
-using Builder = std::vector<ZelClient::Resource> (*)(std::string);
-
-struct BuilderRow {
-    Builder build;
-    std::string text;
-    Entries expected;
-};
-
-TEST(Builders, TurnTextsIntoResourceLists) {
-    const Builder load = getTargetLoadList, coloc = getColocationList, adp = getGameAdpList;
-    const std::vector<BuilderRow> rows = {
-            // Target load. One '-' anywhere switches the whole text to "name-value" items; an
-            // item without a value still takes its position. Pieces past the second are ignored.
-            {load, "a-10,b-20,c-30", {{0x010108A0, "10"}, {0x010108B0, "20"}, {0x010108C0, "30"}}},
-            {load, "a-10-99", {{0x010108A0, "10"}}},
-            {load, "1-100,x,3-300", {{0x010108A0, "100"}, {0x010108C0, "300"}}},
-            {load, "a,b,c-3,d-4,e-5", {{0x010108C0, "3"}}},
-            // Plain items: empty ones vanish and take no position; values are not trimmed.
-            {load, ",,5,,7", {{0x010108A0, "5"}, {0x010108B0, "7"}}},
-            {load, " 5", {{0x010108A0, " 5"}}},
-            {load, "", {}},
-            // Colocation: exact keys, the first piece after the key is the value.
-            {coloc, "colocation:1:2", {{0x01011040, "1"}}},
-            {coloc, "colocation=1", {}},
-            {coloc, "Colocation:1", {}},
-            {coloc, "colocation:", {}},
-            // groupmigrate needs a descending pair; numbers are rewritten in decimal, an
-            // unreadable one counts as 0 and '-' is a separator ("5--1" is 5 and 1).
-            {coloc, "groupmigrate:07-2x", {{0x01010FB0, "7"}, {0x01010FC0, "2"}}},
-            {coloc, "groupmigrate:3-x", {{0x01010FB0, "3"}, {0x01010FC0, "0"}}},
-            {coloc, "groupmigrate:5--1", {{0x01010FB0, "5"}, {0x01010FC0, "1"}}},
-            {coloc, "groupmigrate:5", {}},
-            {coloc, "groupmigrate:-5", {}},
-            {coloc,
-             "foo:1,groupmigrate:9-2,,bad,colocation:0",
-             {{0x01010FB0, "9"}, {0x01010FC0, "2"}, {0x01011040, "0"}}},
-            // Game adaptation (see below): a group without ',' is skipped but counts; values
-            // are trimmed of blanks (of " \n\r\t", not of '\v').
-            {adp, "3;1,2", {{0x01010B90, "1"}, {0x01010BA0, "2"}}},
-            {adp, "x;x;x;1,;2,", {{0x010100A0, "1"}}},
-            {adp,
-             " 1 , ,3\v;;\t9\r\n,",
-             {{0x01010B10, "1"}, {0x01010B20, ""}, {0x01010B30, "3\v"}, {0x01010B90, "9"}}},
-    };
-    for (const BuilderRow& row : rows) {
-        EXPECT_EQ(entriesOf(row.build(row.text)), row.expected) << '"' << row.text << '"';
-    }
-}
-
-// ';'-separated groups pick the core boost, core limit, freq boost and freq limit tables in
-// turn; each group is cut at its table's size and groups past the fourth are ignored.
-TEST(Builders, GameAdpGroupsPickTheirTables) {
-    const uint32_t opcodes[] = {0x01010B10, 0x01010B20, 0x01010B30, 0x01020070,
-                                0x01010B90, 0x01010BA0, 0x01010BB0, 0x01020080,
-                                0x01010010, 0x01010020, 0x01010030, 0x01020050,
-                                0x010100A0, 0x010100B0, 0x010100C0, 0x01020060};
-    Entries expected;
-    for (size_t i = 0; i < std::size(opcodes); ++i) {
-        expected.emplace_back(opcodes[i], std::to_string(i + 1));
-    }
-    EXPECT_EQ(entriesOf(getGameAdpList("1,2,3,4,0;5,6,7,8;9,10,11,12;13,14,15,16;17,18")), expected);
-}
-
 using namespace torq_test;
 using torq_sim::ReceivedCall;
+using Entries = std::vector<std::pair<int32_t, std::string>>;  // (opcode, value)
 using WrapperHalTest = HalTest;
+
+// The records the HAL must receive: these ids and values, every other field at its default.
+std::vector<TorqRequestData> sent(const Entries& entries) {
+    std::vector<TorqRequestData> out;
+    for (const auto& [id, value] : entries) out.push_back(idRecord(id, value));
+    return out;
+}
 
 // Every name reaches the HAL as the index of its first occurrence: 91-94 and 102, never their
 // repeats at 106-109 and 162. Anything else acquires nothing.
@@ -168,7 +63,6 @@ TEST_F(WrapperHalTest, ActionNamesResolveToTheirFirstIndex) {
 TEST_F(WrapperHalTest, EntryPointsLogTheirEntryLineAndForward) {
     EXPECT_EQ(ZelEventAcquireWrapper("", "", "", 0), -1);
     ZelEventAcquireWrapper("VARDEX_ACTION_WFD", "com.example.cast", "uid:7", 250);
-    ZelReleaseWapper(12);
     ZelReleaseWapper(-3);
     ZelNotifyWapper("", 3, 1, 0, 0, 0, "");
     ZelNotifyWapper("game", 4, 0, 0, 0, 0, "ignored");
@@ -178,7 +72,6 @@ TEST_F(WrapperHalTest, EntryPointsLogTheirEntryLineAndForward) {
                       "timeout:0",
                       "I [ZelEventAcquireWrapper] eventId:VARDEX_ACTION_WFD, "
                       "scene:com.example.cast, identity:uid:7, timeout:250",
-                      "I [ZelReleaseWapper] 12",
                       "I [ZelReleaseWapper] -3",
                       "I [ZelNotifyWapper] none, src:3, type:1",
                       "I [ZelNotifyWapper] game, src:4, type:0",
@@ -266,10 +159,7 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
         const ReceivedCall call = hal().last("ruleCtl");
         EXPECT_EQ(call.first, row.rule);
         EXPECT_EQ(call.status, row.status);
-        EXPECT_EQ(entriesOf(call.entries), row.entries);
-        for (const auto& d : call.entries) {
-            EXPECT_EQ(d, idRecord(d.id, d.value)) << "only id and value are filled in";
-        }
+        EXPECT_EQ(call.entries, sent(row.entries));
     }
 
     // The clearing list goes out under whatever rule and status it is given.
@@ -278,7 +168,7 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
     const ReceivedCall call = hal().last("ruleCtl");
     EXPECT_EQ(call.first, 31);
     EXPECT_EQ(call.status, -4);
-    EXPECT_EQ(entriesOf(call.entries), (Entries{{0x01011040, "-1"}, {0x01011040, ""}}));
+    EXPECT_EQ(call.entries, sent({{0x01011040, "-1"}, {0x01011040, ""}}));
 }
 
 }  // namespace
