@@ -1,9 +1,7 @@
 // The HAL call frame shared by the two front ends, driven through a test policy: which steps run,
-// in which order, under which lock. The front ends' own tests see only what the HAL received and
-// what was logged, so they cover connecting, a failed connect, the failure rule and a check that
-// refuses; the lock modes and the hooks' places (a check before the interface test, a step
-// between release and failure rule, the line for an interface lost after connecting) are only
-// observable here.
+// in which order, under which lock. The lock modes and the hooks' places (a check before the
+// interface test, a step between release and failure rule, the line for an interface lost after
+// connecting) are only observable here; the front ends' tests cover the rest.
 
 #include "../../utils/HalCallFrame.h"
 

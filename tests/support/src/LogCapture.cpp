@@ -3,22 +3,13 @@
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <cstring>
 #include <mutex>
 
 namespace torq_test {
 
 namespace {
 
-// liblog replaces a null tag with the process's default tag before any logger sees the line.
-// While a capture is alive the default tag is this marker, so a null tag can be told apart
-// from every real one.
-constexpr char kNullTagMarker[] = "\x1btorq_test:null-tag";
-
 std::mutex g_mutex;
-std::condition_variable g_cv;
 bool g_active = false;
 std::vector<LogLine> g_lines;
 int g_previousMinimum = ANDROID_LOG_DEFAULT;
@@ -32,11 +23,9 @@ void captureLogger(const __android_logger_data* data, const char* message) {
     }
     LogLine line;
     line.priority = data->priority;
-    line.hasTag = data->tag != nullptr && std::strcmp(data->tag, kNullTagMarker) != 0;
-    line.tag = line.hasTag ? data->tag : "";
+    line.tag = data->tag != nullptr ? data->tag : "";
     line.text = message != nullptr ? message : "";
     g_lines.push_back(std::move(line));
-    g_cv.notify_all();
 }
 
 }  // namespace
@@ -50,7 +39,8 @@ LogCapture::LogCapture() {
         g_active = true;
         g_lines.clear();
     }
-    __android_log_set_default_tag(kNullTagMarker);
+    // liblog gives a line with a null tag the default tag before any logger sees it.
+    __android_log_set_default_tag("");
     // On the host liblog drops everything below INFO unless a minimum is set.
     g_previousMinimum = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(captureLogger);
@@ -66,39 +56,13 @@ LogCapture::~LogCapture() {
     g_lines.clear();
 }
 
-std::vector<LogLine> LogCapture::lines() const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return g_lines;
-}
-
 std::vector<LogLine> LogCapture::linesWithTag(const std::string& tag) const {
     std::lock_guard<std::mutex> lock(g_mutex);
     std::vector<LogLine> out;
     for (const auto& l : g_lines) {
-        if (l.hasTag && l.tag == tag) out.push_back(l);
+        if (l.tag == tag) out.push_back(l);
     }
     return out;
-}
-
-bool LogCapture::contains(const std::string& text) const {
-    return count(text) > 0;
-}
-
-size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    size_t n = 0;
-    for (const auto& l : g_lines) n += l.text == text ? 1 : 0;
-    return n;
-}
-
-bool LogCapture::waitFor(const std::string& text, int64_t timeoutMs) const {
-    std::unique_lock<std::mutex> lock(g_mutex);
-    return g_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        for (const auto& l : g_lines) {
-            if (l.text == text) return true;
-        }
-        return false;
-    });
 }
 
 void LogCapture::clear() {

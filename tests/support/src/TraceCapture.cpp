@@ -1,17 +1,11 @@
-// Trace capture on the host.
-//
-// Debian's host libcutils has tracing compiled out: atrace_get_enabled_tags() always reports
-// "not ready" and the *_body functions do nothing. This file defines those functions itself; in
-// a test executable that links it, the executable's definitions interpose libcutils' for every
-// shared library (the library under test calls them through the PLT). While no capture is alive
-// they forward to libcutils, so behaviour is unchanged.
-//
-// The definitions live in the same object as TraceCapture's constructor: any test that creates
-// a TraceCapture pulls this object, and with it the interposers, out of the static library. The
-// executable must export them (torq_test_support adds the link option).
+// Trace capture on the host, whose libcutils has tracing compiled out. The executable's own
+// atrace_get_enabled_tags/atrace_begin_body/atrace_end_body interpose libcutils' for every shared
+// library (called through the PLT; the host header, built with ATRACE_SHMEM, reads the tags only
+// through the function). While no capture is alive they report no tags and record nothing.
+// They live in the object of TraceCapture's constructor, so that a test creating a capture pulls
+// them out of the static library; torq_test_support makes the executable export them.
 
 #include <cutils/trace.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
@@ -25,14 +19,7 @@ namespace {
 std::mutex g_mutex;
 std::atomic<bool> g_active{false};
 std::atomic<uint64_t> g_tags{0};
-std::vector<TraceEvent> g_events;
-uint64_t g_savedEnabledTags = 0;
-bool g_savedReady = false;
-
-template <typename F>
-F next(const char* name) {
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
-}
+std::vector<std::string> g_events;
 
 }  // namespace
 
@@ -40,11 +27,6 @@ TraceCapture::TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (g_active) ADD_FAILURE() << "only one TraceCapture may be alive at a time";
     g_events.clear();
-    // Code built against a header that reads the variables directly sees the same tags.
-    g_savedEnabledTags = atrace_enabled_tags;
-    g_savedReady = atrace_is_ready.load();
-    atrace_enabled_tags = ATRACE_TAG_ALWAYS;
-    atrace_is_ready.store(true);
     g_tags = ATRACE_TAG_ALWAYS;
     g_active = true;
 }
@@ -53,18 +35,15 @@ TraceCapture::~TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_active = false;
     g_tags = 0;
-    atrace_enabled_tags = g_savedEnabledTags;
-    atrace_is_ready.store(g_savedReady);
     g_events.clear();
 }
 
 void TraceCapture::setEnabledTags(uint64_t tags) {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_tags = tags;
-    atrace_enabled_tags = tags;
 }
 
-std::vector<TraceEvent> TraceCapture::events() const {
+std::vector<std::string> TraceCapture::events() const {
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_events;
 }
@@ -84,33 +63,17 @@ using torq_test::g_tags;
 extern "C" {
 
 uint64_t atrace_get_enabled_tags() {
-    if (g_active) return g_tags;
-    static auto real = torq_test::next<uint64_t (*)()>("atrace_get_enabled_tags");
-    return real != nullptr ? real() : 0;
+    return g_tags;  // 0 while no capture is alive
 }
 
 void atrace_begin_body(const char* name) {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (g_active) {
-            g_events.push_back({torq_test::TraceEvent::kBegin, name != nullptr ? name : ""});
-            return;
-        }
-    }
-    static auto real = torq_test::next<void (*)(const char*)>("atrace_begin_body");
-    if (real != nullptr) real(name);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_active) g_events.push_back(name != nullptr ? name : "");
 }
 
 void atrace_end_body() {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (g_active) {
-            g_events.push_back({torq_test::TraceEvent::kEnd, ""});
-            return;
-        }
-    }
-    static auto real = torq_test::next<void (*)()>("atrace_end_body");
-    if (real != nullptr) real();
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_active) g_events.push_back("end");
 }
 
 }  // extern "C"

@@ -15,11 +15,10 @@
 #include <vector>
 
 namespace aidl::vendor::quarn::hardware::torq {
-/** Shows a whole parcel in a failed comparison. */
+// Whole parcels and records in failed comparisons.
 inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
     *os << p.toString();
 }
-/** Shows a whole record in a failed comparison. */
 inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
     *os << d.toString();
 }
@@ -67,6 +66,16 @@ inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data,
     p.data = std::move(data);
     p.tag = tag;
     if (marked) p.extras = std::vector<std::optional<std::string>>{std::string("zdbdebug")};
+    return p;
+}
+
+/** The parcel of an acquisition: `parcel(kind, data)` with the caller's texts and duration. */
+inline TorqRequestParcel acquisition(int32_t kind, std::vector<TorqRequestData> data,
+                                     std::string pkg, std::string identity, int64_t duration) {
+    TorqRequestParcel p = parcel(kind, std::move(data));
+    p.pkg = std::move(pkg);
+    p.identity = std::move(identity);
+    p.duration = duration;
     return p;
 }
 

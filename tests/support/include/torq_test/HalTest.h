@@ -38,8 +38,7 @@ class HalTest : public ::testing::Test {
         std::vector<std::string> out;
         for (const LogLine& l : log_.linesWithTag(tag)) {
             const bool known = l.priority >= ANDROID_LOG_VERBOSE && l.priority <= ANDROID_LOG_FATAL;
-            out.push_back((known ? "VDIWEF"[l.priority - ANDROID_LOG_VERBOSE] : '?') +
-                          (" " + l.text));
+            out.push_back((known ? "??VDIWEF"[l.priority] : '?') + (" " + l.text));
         }
         return out;
     }

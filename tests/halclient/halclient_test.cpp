@@ -1,17 +1,101 @@
-// Every entry point: what the HAL receives, what the caller gets back and logs, and the failure
-// rule of the shared connection (no HAL, a refusing HAL, a dying HAL).
+// torqHalclient: every entry point (what the HAL receives, what the caller gets back and logs, the
+// failure rule of the shared connection), the listening registrations and the callback client:
+// how the HAL's answers reach the caller, and the request and listening registries.
 
+#include <gmock/gmock.h>
+#include <torqHalclient.h>
+#include <torq_test/HalTest.h>
+
+#include <atomic>
 #include <functional>
+#include <list>
 #include <map>
-
-#include "HalclientTest.h"
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace halclient_test {
 namespace {
 
+using namespace torq_test;
 using namespace torqHalclient;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::Not;
+using Resources = std::list<ZelClient::Resource>;
+using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
+using Strings = std::vector<std::string>;
+
+Pairs pairs(const Resources& resources) {
+    Pairs out;
+    for (const auto& r : resources) out.emplace_back(r.id, r.value);
+    return out;
+}
+
+struct Delivery {
+    Pairs resources;
+    Strings values, paths;
+};
+
+// A caller callback of either kind.
+class Recorder : public IClientCallback, public IClientCallbackByPath {
+  public:
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        record({pairs(resources), {}, {}});
+    }
+    void onCallback(Strings values, Strings paths) override {
+        record({{}, std::move(values), std::move(paths)});
+    }
+    std::vector<Delivery> deliveries() const {
+        std::lock_guard<std::mutex> guard(mutex_);
+        return deliveries_;
+    }
+
+  private:
+    void record(Delivery d) {
+        std::lock_guard<std::mutex> guard(mutex_);
+        deliveries_.push_back(std::move(d));
+    }
+    mutable std::mutex mutex_;
+    std::vector<Delivery> deliveries_;
+};
+
+// Every test has a fresh reference HAL that calls nobody back on its own: each test makes the
+// callbacks it wants with answer().
+class HalclientTest : public HalTest {
+  protected:
+    torq_sim::SimHost::Options options() const override {
+        torq_sim::SimHost::Options options;
+        options.modelCallbacks = false;
+        return options;
+    }
+    // The HAL confirms every release and unregistration unless a test says otherwise.
+    void SetUp() override {
+        HalTest::SetUp();
+        for (const char* method : {"release", "listeningUnregister", "thermalListeningUnregister"}) {
+            hal().setAnswer(method, result(1));
+        }
+    }
+    Strings lines() const { return HalTest::lines("TORQFramework-lib-vendor"); }
+    Strings callbackLines() const { return HalTest::lines("TorqFramework-lib-vendor"); }
+
+    static size_t requestCallbacks() {
+        std::lock_guard<std::mutex> guard(request_callback_mutex);
+        return request_callbacks.size();
+    }
+    static void drain() { ASSERT_TRUE(binder_host::drain()); }
+    // The HAL answers the callback it received `index`-th; returns once it was delivered.
+    void answer(size_t index, const std::vector<TorqRequestData>& data) {
+        ASSERT_TRUE(hal().invokeCallback(index, data).isOk());
+        drain();
+    }
+
+    std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
+};
+
+// ---- Every entry point ---------------------------------------------------------------------
 
 using CallsTest = HalclientTest;
 
@@ -27,8 +111,8 @@ TorqRequestParcel ctl(int32_t kind, int32_t param, int64_t duration, int32_t opt
 
 TEST_F(CallsTest, MismatchedInputIsRefusedBeforeAnythingIsSent) {
     size_t registered = requestCallbacks();
-    for (Resources r : {res({{0x010108a0, std::nullopt}}), res({{0x010108a0, ""}}),
-                        res({{0x1, "1"}, {0, "1"}})}) {
+    for (Resources r : {Resources{{0x010108a0, std::nullopt}}, Resources{{0x010108a0, ""}},
+                        Resources{{0x1, "1"}, {0, "1"}}}) {
         log_.clear();
         EXPECT_EQ(torqResCtlRequest(1, 2, r, 3), -1);
         EXPECT_EQ(torqResCtlRequest(1, 2, r, 3, 4, 5, cb_), -1);
@@ -55,23 +139,11 @@ TEST_F(CallsTest, MismatchedInputIsRefusedBeforeAnythingIsSent) {
     EXPECT_EQ(requestCallbacks(), registered);
 }
 
-TEST_F(CallsTest, ReleasesAndPropertySetPassTheirArgumentsAndReturnTheHalsResult) {
-    hal().setAnswer("release", result(-3));
-    EXPECT_EQ(torqResCtlRelease(17), -3);
-    EXPECT_EQ(hal().last("release").handle, 17);
-    EXPECT_EQ(torqSACtlRelease(18), -3);
-    EXPECT_EQ(hal().last("release").handle, 18);
-    hal().setAnswer("propertySet", result(12));
-    EXPECT_EQ(torqPropertySet("a.b", "on"), 12);
-    EXPECT_EQ(hal().last("propertySet").name, "a.b");
-    EXPECT_EQ(hal().last("propertySet").value, "on");
-}
-
 TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
     hal().setAnswer("stateRequest",
                     records({idRecord(0x99, "1,2"), idRecord(0x10), pathRecord("/x", "p")}));
-    Resources query = res({{0x10, std::nullopt}, {0x20, "5"}});
-    Resources out = res({{0x1, "old"}});
+    Resources query{{0x10, std::nullopt}, {0x20, "5"}};
+    Resources out{{0x1, "old"}};
     EXPECT_EQ(torqResStateRequest(query, 3, out), 4);
     EXPECT_EQ(hal().last("stateRequest").parcel,
               parcel(0, {idRecord(0x10, ""), idRecord(0x20, "5")}, 3));
@@ -116,7 +188,13 @@ TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
     EXPECT_EQ(out.size() + strings.size() + map.size(), 4u + 7u + 3u);
 }
 
-TEST_F(CallsTest, PropertyGetReturnsAnOwnedCopyAndAbortsOnOneTooLongForItsBuffer) {
+TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
+    hal().setAnswer("propertySet", result(12));
+    EXPECT_EQ(torqPropertySet("a.b", "on"), 12);
+    EXPECT_EQ(hal().last("propertySet").name, "a.b");
+    EXPECT_EQ(hal().last("propertySet").value, "on");
+    log_.clear();
+
     SentAnswer a;
     a.text = std::string(255, 'v');
     hal().setAnswer("propertyGet", a);
@@ -159,8 +237,8 @@ Strings addsClient(const std::string& entry, const std::string& added) {
 }
 
 // The arguments of the calls below (at namespace scope: the rows' lambdas capture nothing).
-Resources r = res({{0x5, "1"}}), levels = res({{1, "3"}, {2, "0"}}), out;
-Resources mixed = res({{0x010108a0, "1200"}, {0x2, "x,y"}, {0, {}}, {0, ""}});
+Resources r{{0x5, "1"}}, levels{{1, "3"}, {2, "0"}}, out;
+Resources mixed{{0x010108a0, "1200"}, {0x2, "x,y"}, {0, {}}, {0, ""}};
 const std::vector<TorqRequestData> one{idRecord(0x5, "1")};
 Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
 const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
@@ -312,7 +390,7 @@ TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
         // Only the property read logs its (unwritten) buffer afterwards.
         ASSERT_EQ(got.size(), call.method == "propertyGet" ? 3u : 2u);
         EXPECT_EQ(got[0], "I " + call.entry);
-        EXPECT_EQ(got[1], kNotDeclared);
+        EXPECT_EQ(got[1], "E Torq is not declared, AServiceManager_isDeclared:0");
 
         binder_host::declareInstance(torq_sim::kTorqInstance);
         hal().clearAnswers();
@@ -326,19 +404,17 @@ TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     }
 }
 
-// Connecting logs nothing, and a cached interface does not care that the instance is gone. Each
+// Connecting logs nothing; releases send their handle and return the HAL's answer. Each
 // connection, also one made after a failed call, is watched for the HAL's death.
 TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
     torq_init();
     EXPECT_EQ(torqResCtlRelease(4), 1);
+    EXPECT_EQ(hal().last("release").handle, 4);
     EXPECT_THAT(lines(), ElementsAre("I torq client torq_init", "I torq client torqResCtlRelease"));
-    binder_host::undeclareInstance(torq_sim::kTorqInstance);
-    EXPECT_EQ(torqSACtlRelease(6), 1);
-    binder_host::declareInstance(torq_sim::kTorqInstance);
-
     hal().answerOnce("release", refused());
     EXPECT_EQ(torqResCtlRelease(1), -1);
-    EXPECT_EQ(torqResCtlRelease(2), 1);
+    EXPECT_EQ(torqSACtlRelease(2), 1);
+    EXPECT_EQ(hal().last("release").handle, 2);
     log_.clear();
     hal().kill();
     hal().restart();
@@ -349,6 +425,213 @@ TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
     EXPECT_EQ(torqResCtlRelease(3), 1);
     EXPECT_EQ(hal().count("release"), 1u);
     EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease"));
+}
+
+// ---- Listening and the callback client ----------------------------------------------------
+
+constexpr char kRegistered[] = "I A callback has been registered to Torq HAL ";
+constexpr char kDuplicate[] = "E Same callback interface registered already";
+constexpr char kEntry[] = "I torq client torqResListeningUnRegister";
+
+std::string unregistered(int32_t handle) {
+    return "I a callback has been unregistered to Torq HAL handle " + std::to_string(handle);
+}
+
+// Registrations outlive a test in the library; each test removes its own, and uses handles of
+// its own so that nothing left behind by a failed test can match.
+class ListeningTest : public HalclientTest {
+  protected:
+    int32_t registerIds(Resources r, int32_t handle) {
+        hal().setAnswer("listeningRegister", result(handle));
+        return torqResListeningRegister(r, 0, cb_);
+    }
+};
+
+TEST_F(ListeningTest, IdRegistrationSendsItsParcelAndRefusesTheSameIdList) {
+    Resources r{{0x10, std::nullopt}, {0x20, "2"}};
+    EXPECT_EQ(registerIds(r, 501), 501);
+    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {idRecord(0x10, ""), idRecord(0x20, "2")}));
+
+    // Only the ids count, in their order.
+    EXPECT_EQ(registerIds(Resources{{0x10, "9"}, {0x20, std::nullopt}}, 502), -1);
+    EXPECT_EQ(registerIds(Resources{{0x20, "2"}, {0x10, ""}}, 503), 503);
+    EXPECT_EQ(hal().count("listeningRegister"), 2u);
+
+    hal().setAnswer("listeningUnregister", result(0));
+    EXPECT_EQ(torqResListeningUnRegister(501), 0);
+    EXPECT_EQ(hal().last("listeningUnregister").handle, 501);
+    EXPECT_EQ(torqResListeningUnRegister(503), 0);
+    EXPECT_EQ(torqResListeningUnRegister(501), 0);  // the HAL is asked even so
+    EXPECT_EQ(hal().count("listeningUnregister"), 3u);
+    EXPECT_THAT(lines(),
+                ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
+                            kDuplicate, "I torqResListeningRegister", kRegistered, kEntry,
+                            unregistered(501), kEntry, unregistered(503), kEntry,
+                            "E The callback was not registered before"));
+    // Gone from the registry: the same list registers again, unless the HAL refuses it; and the
+    // registration goes even when the HAL refuses to let go of it.
+    hal().answerOnce("listeningRegister", refused());
+    EXPECT_EQ(registerIds(r, 504), -1);
+    EXPECT_EQ(registerIds(r, 505), 505);
+    hal().setAnswer("listeningUnregister", refused());
+    EXPECT_EQ(torqResListeningUnRegister(505), -1);
+    EXPECT_EQ(registerIds(r, 506), 506);
+    hal().setAnswer("listeningUnregister", result(1));
+    EXPECT_EQ(torqResListeningUnRegister(506), 1);
+}
+
+TEST_F(ListeningTest, ThermalGroupsAppendWithoutCheckAndLeaveOnlyThroughResUnregister) {
+    hal().setAnswer("thermalListeningRegister", result(701));
+    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);
+    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);  // no duplicate check
+    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
+    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
+
+    hal().setAnswer("thermalListeningUnregister", result(4));
+    EXPECT_EQ(torqThermalListeningUnregister(701), 4);
+    EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 701);
+    // Still registered: an id list equal to the thermal ids counts as a duplicate.
+    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 702), -1);
+    const char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
+    EXPECT_THAT(lines(), ElementsAre("I torqThermalListeningRegister", kSubsys,
+                                     "I torqThermalListeningRegister", kSubsys,
+                                     "I torq client torqThermalListeningUnregister",
+                                     "I subsys's callback has been unRegistered to Torq HAL",
+                                     "I torqResListeningRegister", kDuplicate));
+
+    log_.clear();
+    EXPECT_EQ(torqResListeningUnRegister(701), 1);
+    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(701), unregistered(701)));
+    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 703), 703);
+    EXPECT_EQ(torqResListeningUnRegister(703), 1);
+}
+
+TEST_F(ListeningTest, PathRegistrationsSendMarkedPathEntries) {
+    hal().setAnswer("listeningRegister", result(901));
+    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, cb_), 901);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {pathRecord("/b", std::nullopt), pathRecord("/a", std::nullopt)}, 4, true));
+    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+
+    // The map form registers its keys in key order: {"/a", "/b"} is a different list ...
+    hal().setAnswer("listeningRegister", result(902));
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 902);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}, 5, true));
+    // ... which is now taken, by either form.
+    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 0, cb_), -1);
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", ""}, {"/a", ""}}, 0, cb_), -1);
+    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_listening_register", kRegistered,
+                                     "I torq client torq_res_listening_register_map", kRegistered,
+                                     "I torq client torq_res_listening_register", kDuplicate,
+                                     "I torq client torq_res_listening_register_map", kDuplicate));
+    EXPECT_EQ(torqResListeningUnRegister(901), 1);
+    EXPECT_EQ(torqResListeningUnRegister(902), 1);
+}
+
+constexpr char kDestroyed[] = "I ndk backend ~TorqCallbackClient";
+constexpr char kCalled0[] =
+        "I TorqCallback::onCallback call IClientCallback onCallback is_register 0";
+constexpr char kFound[] = "I callback is found in request_callbacks";
+
+std::string retired(size_t before, size_t after) {
+    return "I TorqCallback::onCallback request callback called , remove from request_callbacks , "
+           "request_callbacks size before " +
+           std::to_string(before) + " after " + std::to_string(after);
+}
+
+// Each request client (resource, SA, path; with or without a caller callback) reaches its own
+// caller and leaves the registry with its first answer, also an empty one.
+TEST_F(ListeningTest, RequestClientsAnswerTheirOwnCallerAndLeaveTheRegistryOnce) {
+    // A hook someone else installed: the next client the library makes takes its own back.
+    std::atomic<int> foreignCalls{0};
+    ::aidl::vendor::quarn::hardware::torq::BnTorqCallback::logFunc = [&foreignCalls](const auto&) {
+        foreignCalls++;
+    };
+    auto other = std::make_shared<Recorder>();
+    size_t n = requestCallbacks();
+    Resources r{{0x1, "1"}};
+    ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, other), 1);
+    ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, cb_), 1);
+    ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, cb_), 1);
+    ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, std::shared_ptr<IClientCallback>()), 1);
+    ASSERT_GE(torq_resctl_request_with_callback_by_path(0, 0, {"/a"}, {"1"}, 0, 0, 0, cb_), 1);
+    log_.clear();
+
+    answer(1, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
+    answer(2, {});
+    answer(3, {idRecord(0x4, "4")});
+    // Path answers arrive as values, then paths; an absent field as an empty text.
+    answer(4,
+           {pathRecord("/a", "1"), pathRecord("/b", std::nullopt), pathRecord(std::nullopt, "3")});
+    EXPECT_TRUE(other->deliveries().empty());
+    std::vector<Delivery> got = cb_->deliveries();
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].resources, (Pairs{{0x010108a0, "1200"}, {0x2, ""}}));
+    EXPECT_EQ(got[1].values, (Strings{"1", "", "3"}));
+    EXPECT_EQ(got[1].paths, (Strings{"/a", "/b", ""}));
+    EXPECT_THAT(callbackLines(),
+                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x10108a0 res_Value 1200 "
+                            "is_register 0",
+                            "I TorqCallbackClient::onCallback res_Id 0x2 is_register 0", kCalled0,
+                            kFound, retired(n + 5, n + 4), kFound, retired(n + 4, n + 3),
+                            "I TorqCallbackClient::onCallback res_Id 0x4 res_Value 4 is_register 0",
+                            kFound, retired(n + 3, n + 2),
+                            "I TorqCallbackClient::onCallback res_Id /a res_Value 1 is_register 0",
+                            kCalled0, kFound, retired(n + 2, n + 1)));
+    // The transaction log goes out untagged.
+    EXPECT_EQ(foreignCalls.load(), 0);
+    EXPECT_THAT(HalTest::lines(""), Contains("I BnTorqCallback::logFunc NDK BACKEND method_name "
+                                             "onCallback exception_code 0 exception_message  "
+                                             "transaction_error 0 service_specific_error_code 0")
+                                            .Times(4));
+
+    // A second answer still reaches the caller, but the client is no longer registered.
+    log_.clear();
+    answer(1, {idRecord(0x3, "x")});
+    EXPECT_EQ(cb_->deliveries().size(), 3u);
+    EXPECT_THAT(callbackLines(),
+                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x3 res_Value x is_register 0",
+                            kCalled0, "E callback not found in request_callbacks",
+                            retired(n + 1, n + 1)));
+    answer(0, {idRecord(0x3, "y")});
+    EXPECT_EQ(other->deliveries().size(), 1u);
+
+    // Only the HAL holds the answered clients now: when it lets go, they go.
+    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
+    hal().dropCallbacks();
+    drain();
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed));
+}
+
+// Listening clients are answered any number of times and never touch the request registry; the
+// listening registry owns them until they are unregistered.
+TEST_F(ListeningTest, ListeningClientsStayUntilUnregisteredThenGoWithTheHalsReference) {
+    Resources r{{0x41, "1"}};
+    const int32_t byId = torqResListeningRegister(r, 0, cb_);
+    const int32_t byPath = torq_res_listening_register_by_path({"/l"}, 0, cb_);
+    log_.clear();
+    for (int i = 0; i < 2; ++i) {
+        answer(0, {idRecord(0x41, std::to_string(i))});
+        answer(1, {pathRecord("/l", std::to_string(i))});
+    }
+    std::vector<Delivery> got = cb_->deliveries();
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_EQ(got[2].resources, (Pairs{{0x41, "1"}}));
+    EXPECT_EQ(got[3].values, (Strings{"1"}));
+    EXPECT_THAT(callbackLines(),
+                Contains("I TorqCallbackClient::onCallback res_Id /l res_Value 1 is_register 1"));
+    EXPECT_THAT(callbackLines(), Not(Contains(::testing::HasSubstr("request_callbacks"))));
+
+    hal().dropCallbacks();
+    drain();
+    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
+    EXPECT_EQ(torqResListeningUnRegister(byId), 1);
+    EXPECT_EQ(torqResListeningUnRegister(byPath), 1);
+    drain();
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(2));
 }
 
 }  // namespace
