@@ -229,6 +229,19 @@ TEST_F(ZelTest, EachAcquisitionSendsItsKindAndReturnsTheHandle) {
     }
 }
 
+// Lists are converted entry by entry: a long one arrives whole and in order.
+TEST_F(ZelTest, ALongListArrivesWholeAndInOrder) {
+    Resources resources;
+    std::vector<TorqRequestData> records;
+    for (int32_t id = 0; id < 10000; ++id) {
+        resources.push_back({id, std::to_string(id)});
+        records.push_back(idRecord(id, std::to_string(id)));
+    }
+    hal().setAnswer("request", result(7));
+    EXPECT_EQ(7, ZelResAcquire(resources, 0, "svc", 10));
+    EXPECT_EQ(acquisition(1, records, "", "svc", 10), hal().last("request").parcel);
+}
+
 // The trace name holds at most 1022 characters and ends at an embedded NUL; the parcel keeps the
 // whole text.
 TEST_F(ZelTest, TraceNameIsCutButTheParcelKeepsTheWholeText) {
