@@ -1,7 +1,7 @@
 #pragma once
 
-// Where torqctl's HAL comes from: the reference simulator in an emulated process (host only), or
-// a HAL declared on the system. Only the simulator lets torqctl see what the HAL received and
+// Where torqctl's HAL comes from: a HAL declared on the system, or (host only) the reference
+// simulator in an emulated process. Only the simulator lets torqctl see what the HAL received and
 // kill or restart it.
 
 #include <cstdint>
@@ -15,15 +15,17 @@
 
 namespace torqctl {
 
+// As it stands, a declared HAL; the simulator overrides what only it can do.
 class Backend {
   public:
     virtual ~Backend() = default;
 
-    virtual std::string description() const = 0;
+    // Only the simulator's is shown (by the tour, which needs it).
+    virtual std::string description() const { return "declared HAL"; }
     // True when the HAL is the simulator (journal, dump output, kill/restart available).
-    virtual bool simulated() const = 0;
+    virtual bool simulated() const { return false; }
     // False after kill-hal until the HAL is back.
-    virtual bool halUp() const = 0;
+    virtual bool halUp() const { return true; }
 
     virtual uint64_t journalMark() const { return 0; }
     virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }

@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -475,20 +473,18 @@ class Parser {
         if (!applyOptions()) return false;
         Command& c = result_.command;
         const std::string& w = word_;
-        if (w == "help") {
-            return takeArgs() && (args_.empty() || findVerb(c.topic) != nullptr ||
-                                  fail("unknown command " + shown(c.topic)));
-        }
-        if (w == "acquire") return takeArgs() && (!c.name.empty() || fail("missing action name"));
         if (w == "state" && c.via == "zel-one" && args_.size() != 1) {
             return fail("--via zel-one reads exactly one opcode");
         }
-        if (w == "state-path") {
-            if (!takeArgs()) return false;
-            for (const PathValue& pv : c.paths) {
-                if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
-            }
-            return true;
+        if (!takeArgs()) return false;
+        if (w == "help") {
+            return args_.empty() || findVerb(c.topic) != nullptr ||
+                   fail("unknown command " + shown(c.topic));
+        } else if (w == "acquire") {
+            return !c.name.empty() || fail("missing action name");
+        } else if (w == "state-path" && c.map) {
+            return std::all_of(c.paths.begin(), c.paths.end(), [](auto& pv) { return pv.value; }) ||
+                   fail("--map needs PATH=VALUE for every path");
         } else if (w == "listen") {
             // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
             for (const std::string& word : args_) {
@@ -504,26 +500,25 @@ class Parser {
             return c.paths.empty() || c.ids.empty() ||
                    fail("listen takes opcodes or paths, not both");
         } else if (w == "history") {
-            return takeArgs() && (c.name == "on" || c.name == "off" || c.name == "show" ||
-                                  fail("history takes on, off or show, not " + shown(c.name)));
+            return c.name == "on" || c.name == "off" || c.name == "show" ||
+                   fail("history takes on, off or show, not " + shown(c.name));
         } else if (w == "dump") {
             c.allDumps = args_[0] == "all";
             c.number = c.allDumps ? 0 : dumpCodeFor(args_[0]);
             return c.number >= 0 ||
                    fail("unknown dump table " + shown(args_[0]) + " (0-8, a table name or all)");
         } else if (w == "prop") {
-            return takeArgs() && ((c.name == "get" && args_.size() == 2) ||
-                                  (c.name == "set" && args_.size() == 3) ||
-                                  fail("usage: prop get NAME | prop set NAME VALUE"));
+            return (c.name == "get" && args_.size() == 2) ||
+                   (c.name == "set" && args_.size() == 3) ||
+                   fail("usage: prop get NAME | prop set NAME VALUE");
         } else if (w == "wait") {
             int64_t ms = 0;
             if (!parseIn(args_[0], 0, INT32_MAX, &ms)) {
                 return fail("malformed milliseconds " + shown(args_[0]));
             }
             c.forMs = ms;
-            return true;
         }
-        return takeArgs();
+        return true;
     }
     const VerbInfo& info_;
     const std::string word_;

@@ -11,7 +11,6 @@
 #include <zel.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <list>
@@ -27,8 +26,6 @@ namespace {
 constexpr int64_t kAnswerWaitMs = 1000;
 constexpr int64_t kDefaultListenMs = 5000;
 constexpr char kActionPrefix[] = "VARDEX_";
-constexpr char kHalDown[] =
-        "the HAL is down: torqHalclient calls would wait until it is back (restart-hal first)";
 
 using torq_sim::hexId;
 using torq_sim::quoted;
@@ -39,6 +36,10 @@ std::string listText(const Items& items, Show show) {
     std::string out;
     for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
     return "{" + out + "}";
+}
+
+bool isListener(const std::string& origin) {
+    return origin == "listener" || origin == "thermal listener";
 }
 
 }  // namespace
@@ -194,6 +195,11 @@ struct HexId {
     operator int32_t() const { return id; }
 };
 
+// Opcodes, as a state request reads them.
+struct HexIds {
+    const std::vector<int32_t>& ids;
+};
+
 // How the report shows an argument of each type a library function takes.
 std::string argText(const char* text) {
     return text;
@@ -211,6 +217,10 @@ std::string argText(HexId id) {
     return hexId(id.id);
 }
 
+std::string argText(HexIds ids) {
+    return listText(ids.ids, hexId);
+}
+
 std::string argText(const ZelClient::Resource& r) {
     return hexId(r.id) + "=" + quoted(r.value.value_or(""));
 }
@@ -219,23 +229,14 @@ std::string argText(const std::pair<const std::string, std::string>& pathValue) 
     return quoted(pathValue.first) + ": " + quoted(pathValue.second);
 }
 
+std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
+    return "callback";
+}
+
 // A container: "{a, b, c}", each item shown as it would be alone.
 template <typename Items, typename = decltype(std::declval<Items>().begin())>
 std::string argText(const Items& items) {
     return listText(items, [](const auto& item) { return argText(item); });
-}
-
-// Opcodes, as a state request reads them.
-struct HexIds {
-    const std::vector<int32_t>& ids;
-};
-
-std::string argText(HexIds ids) {
-    return listText(ids.ids, hexId);
-}
-
-std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
-    return "callback";
 }
 
 }  // namespace
@@ -245,26 +246,31 @@ std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
 // more than one starts each further call with next().
 struct Call {
     Call(Console* console, const std::string& word, const char* origin)
-        : console(console), origin(origin) {
+        : console(console), origin(origin), mark(console->backend_.journalMark()) {
         r.command = word;
-        begin();
+        std::lock_guard<std::mutex> lock(console->eventsMutex_);
+        console->callInProgress_ = true;
     }
 
     Console* console;
     const char* origin;  // what made a handle the call obtains (none: not kept)
+    uint64_t mark;       // the journal before the call
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
     std::optional<int32_t> released;     // a handle the call gave back
     std::shared_ptr<CallbackSink> sink;  // where the call's callbacks go
     bool awaitsAnswer = false;           // a request with a callback: wait for its answer
-    uint64_t mark = 0;                   // the journal before the call
 
-    // The function and its arguments as the report shows them. A dead but declared HAL makes
-    // torqHalclient wait until it is back, so its calls are refused instead.
+    // The function and its arguments as the report shows them.
     template <typename... Args>
     void calls(const std::string& function, const Args&... args) {
-        if (function.rfind("torqHalclient::", 0) == 0 && !console->halclientUsable()) {
-            throw Refusal{kExitNoHal, kHalDown};
+        // A dead but declared HAL makes torqHalclient wait until it is back; without a restart on
+        // its way that would hang the shell.
+        if (function.rfind("torqHalclient::", 0) == 0 && !console->backend_.halUp() &&
+            !console->restartPending_) {
+            throw Refusal{kExitNoHal,
+                          "the HAL is down: torqHalclient calls would wait until it is back "
+                          "(restart-hal first)"};
         }
         r.call = function;
         r.args.clear();
@@ -292,12 +298,10 @@ struct Call {
         awaitsAnswer = true;
         make(function, fn, kHandle, args..., sink);
     }
-    // The result, and whether it says success.
     void returned(int64_t value, Success success) {
         r.result = value;
         r.ok = success == kZero ? value == 0 : success == kNotMinusOne ? value != -1 : value >= 0;
     }
-    // A handle, or a failure (below 1).
     void obtained(int32_t value) {
         r.result = value;
         r.ok = value >= 1;
@@ -315,26 +319,21 @@ struct Call {
         *this = Call(console, r.command, origin);
     }
 
-    void begin() {
-        {
-            std::lock_guard<std::mutex> lock(console->eventsMutex_);
-            console->callInProgress_ = true;
-        }
-        mark = console->backend_.journalMark();
-    }
-
     void finish() {
-        if (console->backend_.simulated()) {
+        Console& s = *console;
+        if (s.backend_.simulated()) {
             r.halVisible = true;
-            r.hal = console->backend_.journalSince(mark);
+            r.hal = s.backend_.journalSince(mark);
         }
-        console->out_.report(r);
-        console->reports_.push_back(r);
-        console->releaseHeld();
-        if (handle) console->remember(*handle, origin);
+        s.out_.report(r);
+        s.reports_.push_back(r);
+        s.releaseHeld();
+        if (handle && s.shellMode_ && *handle > 0 && origin != nullptr) {
+            s.handles_[*handle] = origin;
+        }
         if (released && r.ok) {
-            console->handles_.erase(*released);
-            console->listeners_.erase(*released);
+            s.handles_.erase(*released);
+            s.listeners_.erase(*released);
         }
         if (sink) {
             sink->assign(handle.value_or(0));
@@ -492,13 +491,10 @@ void thermal(Call& k, const Command& c) {
 }
 
 void history(Call& k, const Command& c) {
-    if (c.name != "show") {
-        if (c.name == "on") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOn), kZero);
-        } else {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOff), kZero);
-        }
-        return;
+    if (c.name == "on") {
+        return k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOn), kZero);
+    } else if (c.name == "off") {
+        return k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOff), kZero);
     }
     k.calls("ZelGetHistory", "history");
     std::string text;
@@ -564,21 +560,11 @@ int Console::fail(int exit, const std::string& message) {
     return exit;
 }
 
-bool Console::halclientUsable() {
-    // A dead but declared HAL makes torqHalclient wait until it is back; without a restart on
-    // its way that would hang the shell.
-    return backend_.halUp() || restartPending_;
-}
-
-int Console::status() const {
-    for (const Report& r : reports_) {
-        if (!r.ok) return kExitFailed;
-    }
+int Console::done(const Command& c, const std::string& text, Json::Value json) {
+    json["command"] = c.word;
+    json["ok"] = true;
+    out_.message(text, json);
     return kExitOk;
-}
-
-void Console::remember(int32_t handle, const char* origin) {
-    if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
 int Console::call(const Command& c, const char* origin, const std::function<void(Call&)>& fill) {
@@ -589,17 +575,17 @@ int Console::call(const Command& c, const char* origin, const std::function<void
         return fail(refusal.exit, refusal.why);
     }
     k.finish();
-    return status();
+    const bool failed =
+            std::any_of(reports_.begin(), reports_.end(), [](const Report& r) { return !r.ok; });
+    return failed ? kExitFailed : kExitOk;
 }
 
 int Console::runShell(std::istream& in, bool interactive) {
     int result = kExitOk;
     std::string line;
-    size_t lineNo = 0;
-    for (;;) {
+    for (size_t lineNo = 1;; ++lineNo) {
         if (interactive) out_.raw("torqctl> ");
         if (!std::getline(in, line)) break;
-        ++lineNo;
         ParseResult parsed = parseShellLine(line);
         if (!parsed.ok) {
             out_.error("line " + std::to_string(lineNo) + ": " + parsed.error, kExitUsage);
@@ -666,10 +652,10 @@ int Console::dispatch(const Command& c) {
             {"state", nullptr, state},
             {"state-path", nullptr, statePath},
             {"listen", nullptr, nullptr, &Console::listen},
-            {"unlisten", nullptr, nullptr, &Console::unlisten},
+            {"unlisten", nullptr, nullptr, &Console::release},
             {"thermal", nullptr, thermal},
             {"thermal-listen", nullptr, nullptr, &Console::listen},
-            {"thermal-unlisten", nullptr, nullptr, &Console::unlisten},
+            {"thermal-unlisten", nullptr, nullptr, &Console::release},
             {"notify", nullptr,
              [](Call& k, const Command& c) {
                  k.make(LIBRARY_FUNCTION(ZelNotifyWapper), kZero, c.notifyName, c.number, c.number2,
@@ -733,35 +719,6 @@ int Console::actions(const Command& c) {
     return list.empty() ? kExitFailed : kExitOk;
 }
 
-int Console::release(const Command& c) {
-    std::string via = c.via;
-    if (shellMode_) {
-        auto it = handles_.find(c.number);
-        if (it == handles_.end()) {
-            return fail(kExitUsage, "unknown handle " + std::to_string(c.number) +
-                                            " (not obtained in this run)");
-        }
-        if (it->second == "listener" || it->second == "thermal listener") {
-            return fail(kExitUsage,
-                        "handle " + std::to_string(c.number) + " is a listener: use " +
-                                (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
-        }
-        if (via.empty()) via = it->second;
-    }
-    return call(c, nullptr, [&](Call& k) {
-        k.released = c.number;
-        if (via == "wrapper") {
-            k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, c.number);
-        } else if (via == "halclient") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqResCtlRelease), kNotNegative, c.number);
-        } else if (via == "sa") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqSACtlRelease), kNotNegative, c.number);
-        } else {
-            k.make(LIBRARY_FUNCTION(ZelRelease), kZero, c.number);
-        }
-    });
-}
-
 int Console::listen(const Command& c) {
     const bool thermal = c.word == "thermal-listen";
     const char* const sinkName = thermal ? "thermal listener" : "listener";
@@ -793,29 +750,48 @@ int Console::listen(const Command& c) {
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     Command stop = c;  // the listener it does not keep
     stop.number = handle;
-    return unlisten(stop);
+    return release(stop);
 }
 
-// unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
-int Console::unlisten(const Command& c) {
+// release, unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
+// In a shell a handle goes back the way it came, and only one this run obtained.
+int Console::release(const Command& c) {
     const int32_t handle = c.number;
     const bool thermal = c.word.compare(0, 7, "thermal") == 0;
-    const std::string origin = thermal ? "thermal listener" : "listener";
-    if (shellMode_ && c.word.find("unlisten") != std::string::npos) {
-        auto it = handles_.find(handle);
-        if (it == handles_.end() || it->second != origin) {
-            return fail(kExitUsage, "unknown " + origin + " handle " + std::to_string(handle));
+    std::string via = c.word == "release" ? c.via : thermal ? "thermal listener" : "listener";
+    const auto it = handles_.find(handle);
+    if (shellMode_ && c.word == "release") {
+        if (it == handles_.end()) {
+            return fail(kExitUsage,
+                        "unknown handle " + std::to_string(handle) + " (not obtained in this run)");
         }
+        if (isListener(it->second)) {
+            return fail(kExitUsage,
+                        "handle " + std::to_string(handle) + " is a listener: use " +
+                                (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
+        }
+        if (via.empty()) via = it->second;
+    } else if (shellMode_ && c.word.find("unlisten") != std::string::npos &&
+               (it == handles_.end() || it->second != via)) {
+        return fail(kExitUsage, "unknown " + via + " handle " + std::to_string(handle));
     }
     return call(c, nullptr, [&](Call& k) {
-        k.r.command = thermal ? "thermal-unlisten" : "unlisten";
+        if (isListener(via)) k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         k.released = handle;
-        if (thermal) {
+        if (via == "wrapper") {
+            k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, handle);
+        } else if (via == "halclient") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResCtlRelease), kNotNegative, handle);
+        } else if (via == "sa") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqSACtlRelease), kNotNegative, handle);
+        } else if (via == "listener") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningUnRegister), kNotNegative,
+                   handle);
+        } else if (via == "thermal listener") {
             k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningUnregister), kNotNegative,
                    handle);
         } else {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningUnRegister), kNotNegative,
-                   handle);
+            k.make(LIBRARY_FUNCTION(ZelRelease), kZero, handle);
         }
     });
 }
@@ -868,13 +844,6 @@ int Console::restartHal(const Command& c) {
     });
     return done(c, "the HAL will restart in " + std::to_string(ms) + " ms",
                 jsonObject({{"after_ms", static_cast<Json::Int64>(ms)}}));
-}
-
-int Console::done(const Command& c, const std::string& text, Json::Value json) {
-    json["command"] = c.word;
-    json["ok"] = true;
-    out_.message(text, json);
-    return kExitOk;
 }
 
 }  // namespace torqctl

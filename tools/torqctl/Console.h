@@ -41,8 +41,7 @@ class Console {
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
-    // Reads commands line by line until the end of `in`. The status of the last failing line,
-    // or 0 when all worked.
+    // Runs the lines of `in`; the status of the last failing line, or 0 when all worked.
     int runShell(std::istream& in, bool interactive);
 
     // Reports of the last execute().
@@ -71,7 +70,6 @@ class Console {
     // The shape every library call shares: make the calls (`fill`), report each with what the
     // HAL saw, keep a handle obtained as made by `origin`; or refuse the command.
     int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
-    bool halclientUsable();
     // Reports an error; returns `exit`.
     int fail(int exit, const std::string& message);
     // A command without a library call worked: `text` for people, `json` (with "command" and
@@ -79,14 +77,11 @@ class Console {
     int done(const Command& c, const std::string& text,
              Json::Value json = Json::Value(Json::objectValue));
     void releaseHeld();
-    int status() const;
-    void remember(int32_t handle, const char* origin);
 
     // The commands that check this run's handles, wait, or make no library call.
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
-    int unlisten(const Command& c);
     int journal(const Command& c);
     int killHal(const Command& c);
     int restartHal(const Command& c);
@@ -113,11 +108,9 @@ class Console {
     std::atomic<bool> restartPending_{false};
 };
 
-// A guided walk through every front end against the simulator: acquisition by action name and
-// by id, state through both APIs, a request callback, listening (change, expiry, no-change),
-// paths, thermal, notifications and rules, history, power mode and properties, a dump, release
-// and fallback, then a HAL death and the reconnection of both front ends. Each step checks what
-// the library returned and what the HAL received. Returns kExitOk only if every step passed.
+// A guided walk through every front end against the simulator, ending with a HAL death and the
+// reconnection; each step checks what the library returned and what the HAL received. Returns
+// kExitOk only if every step passed.
 int runTour(Console& console);
 
 }  // namespace torqctl

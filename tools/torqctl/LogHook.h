@@ -16,9 +16,6 @@ struct LogLine {
 
 void installLogHook(std::function<void(const LogLine&)> sink);
 
-// "V", "D", "I", "W", "E", "F" or "?".
-const char* priorityLetter(int priority);
-
 // The platform's part (host/ or device/): sets a liblog logger that hands each line to
 // deliverLog.
 void installPlatformLogger();

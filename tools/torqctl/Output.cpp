@@ -1,5 +1,6 @@
 #include "Output.h"
 
+#include <android/log.h>
 #include <json/writer.h>
 
 #include <memory>
@@ -58,6 +59,13 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
+// "V", "D", "I", "W", "E", "F" or "?".
+const char* priorityLetter(int priority) {
+    static const char* const kLetters[] = {"V", "D", "I", "W", "E", "F"};
+    const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
+    return known ? kLetters[priority - ANDROID_LOG_VERBOSE] : "?";
+}
+
 void add(Json::Value& object, JsonMembers members) {
     for (const auto& [name, value] : members) object[name] = value;
 }
@@ -91,15 +99,11 @@ Json::Value toJson(const torq_sim::TorqRequestData& d) {
                        {"extra", toJson(d.extra)}});
 }
 
-bool takesParcel(const std::string& method) {
-    return method == "request" || method == "stateRequest" || method == "listeningRegister" ||
-           method == "notifyEvent";
-}
-
 // The arguments of one received call, as fields of `item`: those of its method only.
 void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
     const torq_sim::TorqRequestParcel& p = c.parcel;
-    if (takesParcel(c.method)) {
+    if (c.method == "request" || c.method == "stateRequest" || c.method == "listeningRegister" ||
+        c.method == "notifyEvent") {
         add(item, {{"kind", p.kind},
                    {"data", toJson(p.data)},
                    {"flag", p.flag},
@@ -207,17 +211,17 @@ std::string describeCallback(const CallbackEvent& event) {
     return text;
 }
 
-Output::Output(bool json, FILE* out, FILE* err) : json_(json), out_(out), err_(err) {}
+Output::Output(bool json) : json_(json) {}
 
 void Output::emit(const std::string& line) {
-    const bool ok = fwrite(line.data(), 1, line.size(), out_) == line.size() &&
-                    fputc('\n', out_) != EOF && fflush(out_) == 0;
+    const bool ok = fwrite(line.data(), 1, line.size(), stdout) == line.size() &&
+                    fputc('\n', stdout) != EOF && fflush(stdout) == 0;
     if (!ok) writeFailed_ = true;
 }
 
 bool Output::writeFailed() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return writeFailed_ || ferror(out_) != 0;
+    return writeFailed_ || ferror(stdout) != 0;
 }
 
 void Output::report(const Report& r) {
@@ -278,7 +282,7 @@ void Output::message(const std::string& text, const Json::Value& json) {
 
 void Output::raw(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (fwrite(text.data(), 1, text.size(), out_) != text.size() || fflush(out_) != 0)
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
         writeFailed_ = true;
 }
 
@@ -287,10 +291,10 @@ void Output::error(const std::string& text, int exit) {
     if (json_) {
         emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
     } else {
-        fflush(out_);
+        fflush(stdout);
     }
-    fprintf(err_, "torqctl: %s\n", text.c_str());
-    fflush(err_);
+    fprintf(stderr, "torqctl: %s\n", text.c_str());
+    fflush(stderr);
 }
 
 }  // namespace torqctl

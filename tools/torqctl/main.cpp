@@ -90,11 +90,6 @@ int checkedExit(const Output& out, int status) {
 
 }  // namespace
 
-// The package version, set by the build from the project's version.
-#ifndef TORQCTL_VERSION
-#define TORQCTL_VERSION "unknown"
-#endif
-
 int main(int argc, char** argv) {
     const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     static Output out(parsed.global.json);
