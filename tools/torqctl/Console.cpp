@@ -44,19 +44,18 @@ bool isListener(const std::string& origin) {
 
 }  // namespace
 
-// The caller-side callback object, by id or by path: it turns the library's callbacks into
-// CallbackEvents. The HAL may answer a request before the request call returns, so events wait
-// here until the handle they belong to is known.
+// The caller-side callback object, by id or by path: it hands the library's callbacks to the
+// console as CallbackEvents.
 class CallbackSink : public IClientCallback, public IClientCallbackByPath {
   public:
-    CallbackSink(Console* console, std::string to) : console_(console), to_(std::move(to)) {}
+    CallbackSink(Console* console, std::string target) : to(std::move(target)), console_(console) {}
 
     void onCallback(std::list<ZelClient::Resource> resources) override {
         CallbackEvent event;
         for (const auto& r : resources) {
             event.records.emplace_back(hexId(r.id), r.value.value_or(""));
         }
-        arrive(std::move(event));
+        console_->deliver(this, std::move(event));
     }
 
     void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
@@ -65,47 +64,17 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
         for (size_t i = 0; i < paths.size(); ++i) {
             event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
         }
-        arrive(std::move(event));
+        console_->deliver(this, std::move(event));
     }
 
-    void arrive(CallbackEvent event) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++received_;
-        event.to = to_;
-        if (!assigned_) {
-            pending_.push_back(std::move(event));
-            return;
-        }
-        event.handle = handle_;
-        console_->deliver(event);
-    }
-
-    void assign(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        assigned_ = true;
-        handle_ = handle;
-        for (CallbackEvent& e : pending_) {
-            e.handle = handle;
-            console_->deliver(e);
-        }
-        pending_.clear();
-    }
-
-    // Waits (at most kAnswerWaitMs) for a first callback: a request's answer.
-    void awaitAnswer() const {
-        console_->waitUntil(kAnswerWaitMs,
-                            [this](const auto&, const auto&) { return received_ > 0; });
-    }
+    const std::string to;
+    // Only touched under the console's lock: the handle, known once the call that passed this
+    // object returned, and the callbacks so far.
+    int32_t handle = 0;
+    size_t received = 0;
 
   private:
     Console* console_;
-    const std::string to_;
-    mutable std::mutex mutex_;
-    bool assigned_ = false;
-    int32_t handle_ = 0;
-    std::vector<CallbackEvent> pending_;
-    // Read under the console's lock, which is taken inside this object's.
-    std::atomic<size_t> received_{0};
 };
 
 Console::Console(Output& out, Backend& backend, bool shellMode)
@@ -129,30 +98,43 @@ void Console::finish() {
 
 // --- events and logs -----------------------------------------------------------------------
 
-void Console::deliver(const CallbackEvent& event) {
+void Console::deliver(CallbackSink* from, CallbackEvent event) {
     std::unique_lock<std::mutex> lock(eventsMutex_);
-    // A callback made while a call is running prints after that call's report; any other is
-    // printed before anyone waiting for it is woken, so the output keeps its order.
+    event.to = from->to;
+    event.handle = from->handle;
+    ++from->received;
+    // A callback made while a call is running prints after that call's report (the HAL may answer
+    // a request before the call returns its handle).
     if (callInProgress_) {
-        held_.push_back(event);
-    } else {
-        lock.unlock();
-        out_.callback(event);
-        lock.lock();
+        held_.emplace_back(from, std::move(event));
+        return;
     }
-    events_.push_back(event);
     lock.unlock();
+    show(event);
+}
+
+// Prints before anyone waiting for the event is woken, so the output keeps its order.
+void Console::show(const CallbackEvent& event) {
+    out_.callback(event);
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        events_.push_back(event);
+    }
     eventsCv_.notify_all();
 }
 
-void Console::releaseHeld() {
-    std::vector<CallbackEvent> held;
+void Console::releaseHeld(CallbackSink* sink, int32_t handle) {
+    std::vector<std::pair<const CallbackSink*, CallbackEvent>> held;
     {
         std::lock_guard<std::mutex> lock(eventsMutex_);
         callInProgress_ = false;
+        if (sink != nullptr) sink->handle = handle;
         held.swap(held_);
     }
-    for (const CallbackEvent& e : held) out_.callback(e);
+    for (auto& [from, event] : held) {
+        if (from == sink) event.handle = handle;
+        show(event);
+    }
 }
 
 bool Console::waitUntil(int64_t timeoutMs,
@@ -327,7 +309,7 @@ struct Call {
         }
         s.out_.report(r);
         s.reports_.push_back(r);
-        s.releaseHeld();
+        s.releaseHeld(sink.get(), handle.value_or(0));
         if (handle && s.shellMode_ && *handle > 0 && origin != nullptr) {
             s.handles_[*handle] = origin;
         }
@@ -335,9 +317,9 @@ struct Call {
             s.handles_.erase(*released);
             s.listeners_.erase(*released);
         }
-        if (sink) {
-            sink->assign(handle.value_or(0));
-            if (awaitsAnswer && handle.value_or(0) >= 1) sink->awaitAnswer();
+        // A request's answer comes once: wait a while for it, so that it shows with its command.
+        if (awaitsAnswer && handle.value_or(0) >= 1) {
+            s.waitUntil(kAnswerWaitMs, [&](const auto&, const auto&) { return sink->received > 0; });
         }
     }
 };

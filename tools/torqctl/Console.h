@@ -61,7 +61,7 @@ class Console {
     void finish();
 
     // Called by callback objects (binder threads).
-    void deliver(const CallbackEvent& event);
+    void deliver(CallbackSink* from, CallbackEvent event);
 
   private:
     friend struct Call;
@@ -76,7 +76,9 @@ class Console {
     // "ok" added) for --json.
     int done(const Command& c, const std::string& text,
              Json::Value json = Json::Value(Json::objectValue));
-    void releaseHeld();
+    void show(const CallbackEvent& event);
+    // Ends a call: shows the callbacks held during it, those to `sink` with the `handle` it got.
+    void releaseHeld(CallbackSink* sink = nullptr, int32_t handle = 0);
 
     // The commands that check this run's handles, wait, or make no library call.
     int actions(const Command& c);
@@ -100,7 +102,7 @@ class Console {
     mutable std::condition_variable eventsCv_;
     std::vector<CallbackEvent> events_;
     bool callInProgress_ = false;
-    std::vector<CallbackEvent> held_;
+    std::vector<std::pair<const CallbackSink*, CallbackEvent>> held_;
     std::vector<LogLine> logLines_;
 
     // restart-hal --after: the thread is only touched by the thread running commands.
