@@ -15,6 +15,8 @@
 
 namespace torqctl {
 
+constexpr char kSimulatorFailed[] = "the simulator could not register the HAL";
+
 // As it stands, a declared HAL; the simulator overrides what only it can do.
 class Backend {
   public:
@@ -30,9 +32,10 @@ class Backend {
     virtual uint64_t journalMark() const { return 0; }
     virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }
     virtual std::vector<std::string> takeDumpOutput() { return {}; }
-    // Only the simulator can be killed and restarted (torqctl asks no other backend).
-    virtual bool killHal(std::string* /*error*/) { return false; }
-    virtual bool restartHal(std::string* /*error*/) { return false; }
+    // Only the simulator can be killed (false when it is not running) and restarted (false when
+    // it could not register the HAL, kSimulatorFailed); torqctl asks no other backend.
+    virtual bool killHal() { return false; }
+    virtual bool restartHal() { return false; }
     // Runs `fn` on the simulator's model; false when there is none (or it is dead).
     virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
         return false;

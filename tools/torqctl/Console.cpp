@@ -794,10 +794,9 @@ int Console::journal(const Command& /*c*/) {
 }
 
 int Console::killHal(const Command& c) {
-    std::string error;
     if (!backend_.simulated()) return fail(kExitNoHal, "kill-hal needs the simulator");
     const uint64_t mark = backend_.journalMark();
-    if (!backend_.killHal(&error)) return fail(kExitUsage, error);
+    if (!backend_.killHal()) return fail(kExitUsage, "the HAL is not running");
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     listeners_.clear();
@@ -811,17 +810,15 @@ int Console::killHal(const Command& c) {
 int Console::restartHal(const Command& c) {
     if (!backend_.simulated()) return fail(kExitNoHal, "restart-hal needs the simulator");
     if (restartThread_.joinable()) restartThread_.join();
-    std::string error;
     if (!c.forMs) {
-        if (!backend_.restartHal(&error)) return fail(kExitNoHal, error);
+        if (!backend_.restartHal()) return fail(kExitNoHal, kSimulatorFailed);
         return done(c, "the HAL is running again (a fresh instance)");
     }
     restartPending_ = true;
     const int64_t ms = *c.forMs;
     restartThread_ = std::thread([this, ms] {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-        std::string error;
-        if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
+        if (!backend_.restartHal()) out_.error(kSimulatorFailed, kExitNoHal);
         restartPending_ = false;
     });
     return done(c, "the HAL will restart in " + std::to_string(ms) + " ms",

@@ -16,9 +16,4 @@ struct LogLine {
 
 void installLogHook(std::function<void(const LogLine&)> sink);
 
-// The platform's part (host/ or device/): sets a liblog logger that hands each line to
-// deliverLog.
-void installPlatformLogger();
-void deliverLog(int priority, const char* tag, const char* message);
-
 }  // namespace torqctl
