@@ -93,7 +93,6 @@ void Console::finish() {
         if (origin == "thermal listener") torqHalclient::torqThermalListeningUnregister(handle);
     }
     handles_.clear();
-    listeners_.clear();
 }
 
 // --- events and logs -----------------------------------------------------------------------
@@ -239,9 +238,7 @@ struct Call {
     uint64_t mark;       // the journal before the call
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
-    std::optional<int32_t> released;     // a handle the call gave back
     std::shared_ptr<CallbackSink> sink;  // where the call's callbacks go
-    bool awaitsAnswer = false;           // a request with a callback: wait for its answer
 
     // The function and its arguments as the report shows them.
     template <typename... Args>
@@ -277,7 +274,6 @@ struct Call {
     void request(const Command& c, const std::string& function, Fn fn, Args&&... args) {
         if (!c.callback) return make(function, fn, kHandle, args...);
         sink = std::make_shared<CallbackSink>(console, "request");
-        awaitsAnswer = true;
         make(function, fn, kHandle, args..., sink);
     }
     void returned(int64_t value, Success success) {
@@ -313,12 +309,8 @@ struct Call {
         if (handle && s.shellMode_ && *handle > 0 && origin != nullptr) {
             s.handles_[*handle] = origin;
         }
-        if (released && r.ok) {
-            s.handles_.erase(*released);
-            s.listeners_.erase(*released);
-        }
         // A request's answer comes once: wait a while for it, so that it shows with its command.
-        if (awaitsAnswer && handle.value_or(0) >= 1) {
+        if (sink && sink->to == "request" && handle.value_or(0) >= 1) {
             s.waitUntil(kAnswerWaitMs, [&](const auto&, const auto&) { return sink->received > 0; });
         }
     }
@@ -705,10 +697,10 @@ int Console::listen(const Command& c) {
     const bool thermal = c.word == "thermal-listen";
     const char* const sinkName = thermal ? "thermal listener" : "listener";
     const bool kept = shellMode_ && !c.forMs;
-    std::shared_ptr<CallbackSink> sink = std::make_shared<CallbackSink>(this, sinkName);
     int32_t handle = 0;
     const int status = call(c, kept ? sinkName : nullptr, [&](Call& k) {
-        k.sink = sink;
+        // The library keeps the object for as long as the listener is registered.
+        const auto& sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
             k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningRegister), kHandle, c.ids,
                    sink);
@@ -722,11 +714,7 @@ int Console::listen(const Command& c) {
         }
         handle = *k.handle;
     });
-    if (handle < 1) return status;
-    if (kept) {
-        listeners_[handle] = sink;
-        return status;
-    }
+    if (handle < 1 || kept) return status;
     const int64_t ms = c.forMs.value_or(kDefaultListenMs);
     if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
@@ -757,9 +745,8 @@ int Console::release(const Command& c) {
                (it == handles_.end() || it->second != via)) {
         return fail(kExitUsage, "unknown " + via + " handle " + std::to_string(handle));
     }
-    return call(c, nullptr, [&](Call& k) {
+    const int status = call(c, nullptr, [&](Call& k) {
         if (isListener(via)) k.r.command = thermal ? "thermal-unlisten" : "unlisten";
-        k.released = handle;
         if (via == "wrapper") {
             k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, handle);
         } else if (via == "halclient") {
@@ -776,6 +763,8 @@ int Console::release(const Command& c) {
             k.make(LIBRARY_FUNCTION(ZelRelease), kZero, handle);
         }
     });
+    if (status == kExitOk) handles_.erase(handle);
+    return status;
 }
 
 // --- the simulator ---------------------------------------------------------------------------
@@ -799,7 +788,6 @@ int Console::killHal(const Command& c) {
     if (!backend_.killHal()) return fail(kExitUsage, "the HAL is not running");
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
-    listeners_.clear();
     done(c, "the HAL's process was killed");
     for (const auto& e : backend_.journalSince(mark)) {
         if (!out_.json()) out_.message("  " + e.toString());

@@ -10,7 +10,6 @@
 #include <functional>
 #include <istream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -96,7 +95,6 @@ class Console {
     // What made each handle this shell holds, so that it is released the same way: "wrapper",
     // "zel", "halclient", "sa" (the --via names), "listener" or "thermal listener".
     std::map<int32_t, std::string> handles_;
-    std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;
 
     mutable std::mutex eventsMutex_;
     mutable std::condition_variable eventsCv_;

@@ -21,4 +21,13 @@ std::unique_ptr<Backend> openDeclaredHal(std::string* error) {
     return std::make_unique<Backend>();
 }
 
+#ifdef __ANDROID__
+// A device has no embedded simulator: vendor.quarn.hardware.torq-sim is a declared HAL too.
+std::unique_ptr<Backend> openBackend(bool /*noSim*/, std::string* error) {
+    std::unique_ptr<Backend> declared = openDeclaredHal(error);
+    if (declared == nullptr) *error += "; start the real HAL or vendor.quarn.hardware.torq-sim";
+    return declared;
+}
+#endif
+
 }  // namespace torqctl

@@ -237,14 +237,8 @@ void Output::report(const Report& r) {
         emit(toJsonLine(j));
         return;
     }
-    std::string head = r.call + "(" + r.args + ")";
-    if (r.result) {
-        head += " = " + std::to_string(*r.result);
-    } else {
-        head += " done";
-    }
-    if (!r.ok) head += "  [failed]";
-    emit(head);
+    const std::string result = r.result ? " = " + std::to_string(*r.result) : " done";
+    emit(r.call + "(" + r.args + ")" + result + (r.ok ? "" : "  [failed]"));
     for (const std::string& d : r.details) emit("    " + d);
     if (r.halVisible) {
         if (r.hal.empty()) emit("  HAL received: nothing");

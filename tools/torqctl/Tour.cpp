@@ -54,12 +54,8 @@ class Tour {
         ++steps_;
         failure_.clear();
         out_.message("\n== step " + std::to_string(steps_) + ": " + step.title + " ==");
-        s_.waitUntil(0, [&](const auto& events, const auto& logLines) {
-            callbackMark_ = events.size();
-            logMark_ = logLines.size();
-            return true;
-        });
-        seen_ = 0;
+        logMark_ = counts().second;
+        runLine("mark");
         for (const std::string& line : step.lines) {
             if (!failed()) runLine(line);
         }
@@ -93,13 +89,13 @@ class Tour {
         } else if (startsWith(line, "sim: ", &rest)) {
             expectSim(rest.substr(0, rest.find('=')), rest.substr(rest.find('=') + 1));
         } else if (line == "mark") {
-            callbackMark_ = callbackCount();
+            callbackMark_ = counts().first;
             seen_ = 0;
         } else if (startsWith(line, "callback to ", &rest)) {
             expectCallback(line);
         } else if (startsWith(line, "callbacks: ", &rest)) {
-            expect(callbackCount() == callbackMark_ + std::stoul(rest),
-                   std::to_string(callbackCount() - callbackMark_) + " callbacks, not " + rest);
+            const size_t count = counts().first - callbackMark_;
+            expect(count == std::stoul(rest), std::to_string(count) + " callbacks, not " + rest);
         } else if (startsWith(line, "sleep ", &rest)) {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(rest)));
         } else if (startsWith(line, "say: ", &rest)) {
@@ -157,13 +153,14 @@ class Tour {
                                       ", expected " + torq_sim::quoted(expected));
     }
 
-    size_t callbackCount() const {
-        size_t count = 0;
-        s_.waitUntil(0, [&](const auto& events, const auto&) {
-            count = events.size();
+    // The callbacks and the log lines so far.
+    std::pair<size_t, size_t> counts() const {
+        std::pair<size_t, size_t> n;
+        s_.waitUntil(0, [&](const auto& events, const auto& logLines) {
+            n = {events.size(), logLines.size()};
             return true;
         });
-        return count;
+        return n;
     }
 
     // Waits for the next callback since the mark and checks how torqctl showed it.
