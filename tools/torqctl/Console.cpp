@@ -38,24 +38,20 @@ std::string listText(const Items& items, Show show) {
     return "{" + out + "}";
 }
 
-bool isListener(const std::string& origin) {
-    return origin == "listener" || origin == "thermal listener";
-}
-
 }  // namespace
 
 // The caller-side callback object, by id or by path: it hands the library's callbacks to the
 // console as CallbackEvents.
 class CallbackSink : public IClientCallback, public IClientCallbackByPath {
   public:
-    CallbackSink(Console* console, std::string target) : to(std::move(target)), console_(console) {}
+    CallbackSink(Console* owner, std::string target) : console(owner), to(std::move(target)) {}
 
     void onCallback(std::list<ZelClient::Resource> resources) override {
         CallbackEvent event;
         for (const auto& r : resources) {
             event.records.emplace_back(hexId(r.id), r.value.value_or(""));
         }
-        console_->deliver(this, std::move(event));
+        console->deliver(this, std::move(event));
     }
 
     void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
@@ -64,17 +60,15 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
         for (size_t i = 0; i < paths.size(); ++i) {
             event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
         }
-        console_->deliver(this, std::move(event));
+        console->deliver(this, std::move(event));
     }
 
+    Console* const console;
     const std::string to;
     // Only touched under the console's lock: the handle, known once the call that passed this
     // object returned, and the callbacks so far.
     int32_t handle = 0;
     size_t received = 0;
-
-  private:
-    Console* console_;
 };
 
 Console::Console(Output& out, Backend& backend, bool shellMode)
@@ -476,16 +470,13 @@ void history(Call& k, const Command& c) {
     k.r.extra["history"] = text;
     if (!k.r.ok) return;
     // "start:a;b;...;end": one record per line reads better.
-    std::string body = text;
-    if (body.compare(0, 6, "start:") == 0) body = body.substr(6);
+    std::string body = text.compare(0, 6, "start:") == 0 ? text.substr(6) : text;
     if (body.size() >= 4 && body.compare(body.size() - 4, 4, ";end") == 0) {
         body.resize(body.size() - 4);
     }
-    for (size_t pos = 0; pos <= body.size();) {
-        const size_t next = body.find(';', pos);
+    for (size_t pos = 0, next = 0; next != std::string::npos; pos = next + 1) {
+        next = body.find(';', pos);
         k.r.details.push_back(body.substr(pos, next - pos));
-        if (next == std::string::npos) break;
-        pos = next + 1;
     }
 }
 
@@ -698,7 +689,7 @@ int Console::listen(const Command& c) {
     const char* const sinkName = thermal ? "thermal listener" : "listener";
     const bool kept = shellMode_ && !c.forMs;
     int32_t handle = 0;
-    const int status = call(c, kept ? sinkName : nullptr, [&](Call& k) {
+    const int status = call(c, sinkName, [&](Call& k) {
         // The library keeps the object for as long as the listener is registered.
         const auto& sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
@@ -719,15 +710,16 @@ int Console::listen(const Command& c) {
     if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     Command stop = c;  // the listener it does not keep
+    stop.word = thermal ? "thermal-unlisten" : "unlisten";
     stop.number = handle;
     return release(stop);
 }
 
-// release, unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
-// In a shell a handle goes back the way it came, and only one this run obtained.
+// release, unlisten and thermal-unlisten. In a shell a handle goes back the way it came, and only
+// one this run obtained.
 int Console::release(const Command& c) {
     const int32_t handle = c.number;
-    const bool thermal = c.word.compare(0, 7, "thermal") == 0;
+    const bool thermal = c.word == "thermal-unlisten";
     std::string via = c.word == "release" ? c.via : thermal ? "thermal listener" : "listener";
     const auto it = handles_.find(handle);
     if (shellMode_ && c.word == "release") {
@@ -735,18 +727,16 @@ int Console::release(const Command& c) {
             return fail(kExitUsage,
                         "unknown handle " + std::to_string(handle) + " (not obtained in this run)");
         }
-        if (isListener(it->second)) {
+        if (it->second.find("listener") != std::string::npos) {
             return fail(kExitUsage,
                         "handle " + std::to_string(handle) + " is a listener: use " +
                                 (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
         }
         if (via.empty()) via = it->second;
-    } else if (shellMode_ && c.word.find("unlisten") != std::string::npos &&
-               (it == handles_.end() || it->second != via)) {
+    } else if (shellMode_ && (it == handles_.end() || it->second != via)) {
         return fail(kExitUsage, "unknown " + via + " handle " + std::to_string(handle));
     }
     const int status = call(c, nullptr, [&](Call& k) {
-        if (isListener(via)) k.r.command = thermal ? "thermal-unlisten" : "unlisten";
         if (via == "wrapper") {
             k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, handle);
         } else if (via == "halclient") {

@@ -35,8 +35,6 @@ class Console {
   public:
     Console(Output& out, Backend& backend, bool shellMode);
     ~Console();
-    Console(const Console&) = delete;
-    Console& operator=(const Console&) = delete;
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
