@@ -170,11 +170,6 @@ struct HexId {
     operator int32_t() const { return id; }
 };
 
-// Opcodes, as a state request reads them.
-struct HexIds {
-    const std::vector<int32_t>& ids;
-};
-
 // How the report shows an argument of each type a library function takes.
 std::string argText(const char* text) {
     return text;
@@ -192,12 +187,9 @@ std::string argText(HexId id) {
     return hexId(id.id);
 }
 
-std::string argText(HexIds ids) {
-    return listText(ids.ids, hexId);
-}
-
+// A resource without a value is an opcode asked about.
 std::string argText(const ZelClient::Resource& r) {
-    return hexId(r.id) + "=" + quoted(r.value.value_or(""));
+    return r.value ? hexId(r.id) + "=" + quoted(*r.value) : hexId(r.id);
 }
 
 std::string argText(const std::pair<const std::string, std::string>& pathValue) {
@@ -396,13 +388,13 @@ void state(Call& k, const Command& c) {
             values.emplace_back(hexId(res.id), res.value.value_or(""));
     };
     if (c.via.empty() || c.via == "halclient") {
-        k.calls("torqHalclient::torqResStateRequest", HexIds{c.ids}, c.tag, "output");
         auto in = unsetList(c.ids);
+        k.calls("torqHalclient::torqResStateRequest", in, c.tag, "output");
         std::list<ZelClient::Resource> output;
         k.returned(torqHalclient::torqResStateRequest(in, c.tag, output), kNotNegative);
         read(output);
     } else if (c.via == "zel") {
-        k.calls("ZelMutiResStateRequest", HexIds{c.ids});
+        k.calls("ZelMutiResStateRequest", unsetList(c.ids));
         std::vector<ZelClient::Resource> resources;
         for (int32_t id : c.ids) resources.push_back({id, std::string()});
         k.returned(ZelMutiResStateRequest(resources), kNotNegative);
@@ -699,9 +691,8 @@ int Console::listen(const Command& c) {
             k.make(LIBRARY_FUNCTION(torqHalclient::torq_res_listening_register_by_path), kHandle,
                    pathsOf(c.paths), c.tag, sink);
         } else {
-            auto in = unsetList(c.ids);
-            k.calls("torqHalclient::torqResListeningRegister", HexIds{c.ids}, c.tag, sink);
-            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningRegister), kHandle,
+                   unsetList(c.ids), c.tag, sink);
         }
         handle = *k.handle;
     });
