@@ -17,7 +17,6 @@
 
 #include "Backend.h"
 #include "CommandParser.h"
-#include "LogHook.h"
 #include "Output.h"
 
 namespace torqctl {

@@ -5,12 +5,23 @@
 
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "torq_sim/Render.h"
 
 namespace torqctl {
 
 namespace {
+
+std::mutex gLogSinkMutex;
+// Never destroyed: binder threads may log until the very end.
+auto* const gLogSink = new std::function<void(const LogLine&)>();
+
+void deliverLog(int priority, const char* tag, const char* message) {
+    const LogLine line{priority, tag != nullptr ? tag : "", message != nullptr ? message : ""};
+    std::lock_guard<std::mutex> lock(gLogSinkMutex);
+    if (*gLogSink) (*gLogSink)(line);
+}
 
 // Length of the well-formed UTF-8 sequence at text[i], or 0 when the byte there starts none
 // (overlong forms, surrogates and code points above U+10FFFF included).
@@ -144,6 +155,27 @@ Json::Value answerJson(const torq_sim::SentAnswer& a) {
 }
 
 }  // namespace
+
+void installLogHook(std::function<void(const LogLine&)> sink) {
+    {
+        std::lock_guard<std::mutex> lock(gLogSinkMutex);
+        *gLogSink = std::move(sink);
+    }
+#ifdef __ANDROID__
+    // The device's liblog (API 30 and later) passes an __android_log_message.
+    __android_log_set_logger([](const struct __android_log_message* message) {
+        deliverLog(message->priority, message->tag, message->message);
+        // Still send it to logcat, as the platform's logger would.
+        __android_log_logd_logger(message);
+    });
+#else
+    // Debian's liblog on a host: the pre-release API, with __android_logger_data.
+    __android_log_set_logger([](const struct __android_logger_data* data, const char* message) {
+        deliverLog(data->priority, data->tag, message);
+    });
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+#endif
+}
 
 Json::Value jsonObject(JsonMembers members) {
     Json::Value out(Json::objectValue);

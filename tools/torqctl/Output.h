@@ -9,15 +9,28 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "LogHook.h"
 #include "torq_sim/Journal.h"
 
 namespace torqctl {
+
+/** A line the library wrote through liblog. */
+struct LogLine {
+    int priority = 0;  // ANDROID_LOG_*
+    std::string tag;   // empty when written without a tag
+    std::string message;
+};
+
+/**
+ * Routes every line written through liblog in this process to `sink` instead of the platform's
+ * default (which on a host prints to stderr).
+ */
+void installLogHook(std::function<void(const LogLine&)> sink);
 
 /** One library call and what came of it. */
 struct Report {
