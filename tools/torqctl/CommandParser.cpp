@@ -285,11 +285,6 @@ class Parser {
         return result_;
     }
 
-    bool hasOption(const std::string& name) const {
-        return std::any_of(options_.begin(), options_.end(),
-                           [&](const auto& option) { return option.first == name; });
-    }
-
   private:
     // Always false, so that a check can end with `return fail(...)`. The first error stays.
     bool fail(const std::string& message) {
@@ -352,8 +347,10 @@ class Parser {
 
     bool applyOptions() {
         Command& c = result_.command;
+        bool pkg = false;
         for (const auto& [name, value] : options_) {
             if (!allowed(name, value)) return false;
+            pkg = pkg || name == "--pkg";
             const OptionField* field = nullptr;
             for (const OptionField& f : kOptionFields) {
                 if (name == f.name) field = &f;
@@ -383,7 +380,7 @@ class Parser {
         }
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
-        if (word_ == "res-acquire" && hasOption("--pkg") && !c.platform) {
+        if (word_ == "res-acquire" && pkg && !c.platform) {
             return fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
         }
         return true;
@@ -530,18 +527,14 @@ class Parser {
 
 ParseResult parseWords(std::vector<std::string> words, GlobalOptions global) {
     ParseResult result;
-    result.global = global;
-    if (words.empty()) {
-        result.error = "missing command (try 'torqctl help')";
-        return result;
+    const VerbInfo* entry = words.empty() ? nullptr : findVerb(words[0]);
+    if (entry != nullptr) {
+        words.erase(words.begin());
+        result = Parser(*entry, std::move(words)).run();
+    } else {
+        result.error = (words.empty() ? "missing command" : "unknown command " + shown(words[0])) +
+                       " (try 'torqctl help')";
     }
-    const VerbInfo* entry = findVerb(words[0]);
-    if (entry == nullptr) {
-        result.error = "unknown command " + shown(words[0]) + " (try 'torqctl help')";
-        return result;
-    }
-    words.erase(words.begin());
-    result = Parser(*entry, std::move(words)).run();
     result.global = global;
     return result;
 }
@@ -569,8 +562,7 @@ const char* dumpName(int32_t code) {
     static const char* const kNames[] = {"ToDoQueue",  "RunMap",          "ActiveResMap",
                                          "ResRequest", "ResInfo",         "SAInfo",
                                          "PidFdList",  "PidfdMonitorMap", "ResRecordList"};
-    if (code < 0 || code > 8) return nullptr;
-    return kNames[code];
+    return code >= 0 && code <= 8 ? kNames[code] : nullptr;
 }
 
 int32_t dumpCodeFor(const std::string& text) {
@@ -592,19 +584,19 @@ bool tokenize(const std::string& line, std::vector<std::string>* words, std::str
             if (inWord) words->push_back(word);
             word.clear();
             inWord = false;
-        } else if (c == '#' && !inWord) {
-            break;
-        } else if (c == '\'') {
+            continue;
+        }
+        if (c == '#' && !inWord) break;
+        inWord = true;
+        if (c == '\'') {
             const size_t end = line.find('\'', i + 1);
             if (end == std::string::npos) {
                 *error = "unterminated ' quote";
                 return false;
             }
             word += line.substr(i + 1, end - i - 1);
-            inWord = true;
             i = end;
         } else if (c == '"') {
-            inWord = true;
             size_t j = i + 1;
             for (; j < line.size() && line[j] != '"'; ++j) {
                 if (line[j] == '\\' && j + 1 < line.size() &&
@@ -620,10 +612,8 @@ bool tokenize(const std::string& line, std::vector<std::string>* words, std::str
             i = j;
         } else if (c == '\\') {
             if (i + 1 < line.size()) word += line[++i];
-            inWord = true;
         } else {
             word += c;
-            inWord = true;
         }
     }
     if (inWord) words->push_back(word);
