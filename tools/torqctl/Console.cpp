@@ -568,14 +568,8 @@ int Console::execute(const Command& c) {
         std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
-    const int result = dispatch(c);
-    releaseHeld();
-    return result;
-}
-
-int Console::dispatch(const Command& c) {
-    // Every command torqctl runs (help and wait aside): its library calls, with what made a
-    // handle it obtains, or a way of its own.
+    // Every other command torqctl runs: its library calls, with what made a handle it obtains, or
+    // a way of its own.
     struct Row {
         const char* word;
         const char* origin;
@@ -645,13 +639,14 @@ int Console::dispatch(const Command& c) {
             {"kill-hal", nullptr, nullptr, &Console::killHal},
             {"restart-hal", nullptr, nullptr, &Console::restartHal},
     };
-    for (const Row& row : kCommands) {
-        if (row.word != c.word) continue;
-        if (row.own != nullptr) return (this->*row.own)(c);
-        return call(c, row.origin, [&](Call& k) { row.fill(k, c); });
-    }
-    if (c.word.empty()) return kExitOk;
-    return fail(kExitUsage, "'" + c.word + "' cannot run here");  // shell and tour
+    const Row* row = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                  [&](const Row& r) { return r.word == c.word; });
+    if (row == std::end(kCommands)) return fail(kExitUsage, "'" + c.word + "' cannot run here");
+    const int result = row->own != nullptr
+                               ? (this->*row->own)(c)
+                               : call(c, row->origin, [&](Call& k) { row->fill(k, c); });
+    releaseHeld();
+    return result;
 }
 
 // --- the commands of their own ----------------------------------------------------------------

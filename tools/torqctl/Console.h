@@ -62,7 +62,6 @@ class Console {
   private:
     friend struct Call;
 
-    int dispatch(const Command& c);
     // The shape every library call shares: make the calls (`fill`), report each with what the
     // HAL saw, keep a handle obtained as made by `origin`; or refuse the command.
     int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
