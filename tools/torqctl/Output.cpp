@@ -26,28 +26,21 @@ void deliverLog(int priority, const char* tag, const char* message) {
 // Length of the well-formed UTF-8 sequence at text[i], or 0 when the byte there starts none
 // (overlong forms, surrogates and code points above U+10FFFF included).
 size_t utf8SequenceAt(const std::string& text, size_t i) {
-    // Per lead byte: the sequence's length and the range its second byte must lie in.
-    struct Lead {
-        unsigned char first, last;
-        size_t length;
-        unsigned char min1, max1;
-    };
-    static const Lead kLeads[] = {
-            {0x00, 0x7f, 1, 0, 0},       {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf},
-            {0xe1, 0xec, 3, 0x80, 0xbf}, {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf},
-            {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f}};
     const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    for (const Lead& lead : kLeads) {
-        if (byte(i) < lead.first || byte(i) > lead.last) continue;
-        if (lead.length == 1) return 1;
-        if (i + lead.length > text.size() || byte(i + 1) < lead.min1 || byte(i + 1) > lead.max1)
-            return 0;
-        for (size_t k = 2; k < lead.length; ++k) {
-            if ((byte(i + k) & 0xc0) != 0x80) return 0;
-        }
-        return lead.length;
+    const unsigned char lead = byte(i);
+    if (lead < 0x80) return 1;
+    // 0xc0 and 0xc1 start only overlong forms, a lead past 0xf4 only code points past U+10FFFF.
+    if (lead < 0xc2 || lead > 0xf4) return 0;
+    const size_t length = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    if (i + length > text.size()) return 0;
+    uint32_t code = lead & (0x7f >> length);
+    for (size_t k = 1; k < length; ++k) {
+        if ((byte(i + k) & 0xc0) != 0x80) return 0;
+        code = code << 6 | (byte(i + k) & 0x3f);
     }
-    return 0;
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+    return code < kLeast[length] || code > 0x10ffff || surrogate ? 0 : length;
 }
 
 // `text` with every byte outside a well-formed sequence written as `escape` and two hex digits.
