@@ -15,6 +15,7 @@
 #include <cstring>
 #include <list>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "torq_sim/Render.h"
@@ -170,40 +171,27 @@ struct HexId {
     operator int32_t() const { return id; }
 };
 
-// How the report shows an argument of each type a library function takes.
-std::string argText(const char* text) {
-    return text;
-}
-
-std::string argText(const std::string& text) {
-    return quoted(text);
-}
-
-std::string argText(int64_t value) {
-    return std::to_string(value);
-}
-
-std::string argText(HexId id) {
-    return hexId(id.id);
-}
-
-// A resource without a value is an opcode asked about.
-std::string argText(const ZelClient::Resource& r) {
-    return r.value ? hexId(r.id) + "=" + quoted(*r.value) : hexId(r.id);
-}
-
-std::string argText(const std::pair<const std::string, std::string>& pathValue) {
-    return quoted(pathValue.first) + ": " + quoted(pathValue.second);
-}
-
-std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
-    return "callback";
-}
-
-// A container: "{a, b, c}", each item shown as it would be alone.
-template <typename Items, typename = decltype(std::declval<Items>().begin())>
-std::string argText(const Items& items) {
-    return listText(items, [](const auto& item) { return argText(item); });
+// How the report shows an argument of each type a library function takes: a resource without a
+// value is an opcode asked about; a container is "{a, b, c}", each item shown as it would be alone.
+template <typename T>
+std::string argText(const T& arg) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        return quoted(arg);
+    } else if constexpr (std::is_convertible_v<T, const char*>) {
+        return arg;
+    } else if constexpr (std::is_same_v<T, HexId>) {
+        return hexId(arg.id);
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(arg);
+    } else if constexpr (std::is_same_v<T, ZelClient::Resource>) {
+        return arg.value ? hexId(arg.id) + "=" + quoted(*arg.value) : hexId(arg.id);
+    } else if constexpr (std::is_same_v<T, std::pair<const std::string, std::string>>) {
+        return quoted(arg.first) + ": " + quoted(arg.second);
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
+        return "callback";
+    } else {
+        return listText(arg, [](const auto& item) { return argText(item); });
+    }
 }
 
 }  // namespace
