@@ -1,8 +1,7 @@
-// How a command runs. Every command is a row of one table (Console::dispatch). Most are a fill
-// function that names each library call, makes it and says how its result reads; Console::call
-// and Call do the rest (the HAL-down refusal, the report, what the HAL received, the handle kept
-// for a shell). Commands that check this run's handles, wait, or drive the simulator rather than
-// the library are members of Console. What a command's words mean is CommandParser's business.
+// How a command runs. Every command is a row of one table (in Console::execute). Most are a fill
+// function that names each library call, makes it and says how its result reads; Call does the
+// rest (the HAL-down refusal, the report with what the HAL received, the handle kept for a shell).
+// Commands that check this run's handles, wait, or drive the simulator are members of Console.
 
 #include "Console.h"
 
@@ -37,6 +36,48 @@ std::string listText(const Items& items, Show show) {
     std::string out;
     for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
     return "{" + out + "}";
+}
+
+// How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
+enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
+
+// A library function for Call::make and Call::request: its name as the report shows it, and a
+// call of it (whichever overload the arguments pick), so that the name is written once.
+#define LIBRARY_FUNCTION(fn) #fn, [](auto&... a) { return fn(a...); }
+
+// Thrown by a command's calls to refuse it before the library is called.
+struct Refusal {
+    int exit;
+    std::string why;
+};
+
+// An SA id: passed as the number it is, shown in hex like an opcode.
+struct HexId {
+    int32_t id;
+    operator int32_t() const { return id; }
+};
+
+// How the report shows an argument of each type a library function takes: a resource without a
+// value is an opcode asked about; a container is "{a, b, c}", each item shown as it would be alone.
+template <typename T>
+std::string argText(const T& arg) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        return quoted(arg);
+    } else if constexpr (std::is_convertible_v<T, const char*>) {
+        return arg;
+    } else if constexpr (std::is_same_v<T, HexId>) {
+        return hexId(arg.id);
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(arg);
+    } else if constexpr (std::is_same_v<T, ZelClient::Resource>) {
+        return arg.value ? hexId(arg.id) + "=" + quoted(*arg.value) : hexId(arg.id);
+    } else if constexpr (std::is_same_v<T, std::pair<const std::string, std::string>>) {
+        return quoted(arg.first) + ": " + quoted(arg.second);
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
+        return "callback";
+    } else {
+        return listText(arg, [](const auto& item) { return argText(item); });
+    }
 }
 
 }  // namespace
@@ -89,8 +130,6 @@ void Console::finish() {
     }
     handles_.clear();
 }
-
-// --- events and logs -----------------------------------------------------------------------
 
 void Console::deliver(CallbackSink* from, CallbackEvent event) {
     std::unique_lock<std::mutex> lock(eventsMutex_);
@@ -147,54 +186,6 @@ void Console::onLog(const LogLine& line, bool show) {
     eventsCv_.notify_all();
     if (show) out_.log(line);
 }
-
-// --- one library call ------------------------------------------------------------------------
-
-namespace {
-
-// How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
-enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
-
-// A library function for Call::make and Call::request: its name as the report shows it, and a
-// call of it (whichever overload the arguments pick), so that the name is written once.
-#define LIBRARY_FUNCTION(fn) #fn, [](auto&... a) { return fn(a...); }
-
-// Thrown by a command's calls to refuse it before the library is called.
-struct Refusal {
-    int exit;
-    std::string why;
-};
-
-// An SA id: passed as the number it is, shown in hex like an opcode.
-struct HexId {
-    int32_t id;
-    operator int32_t() const { return id; }
-};
-
-// How the report shows an argument of each type a library function takes: a resource without a
-// value is an opcode asked about; a container is "{a, b, c}", each item shown as it would be alone.
-template <typename T>
-std::string argText(const T& arg) {
-    if constexpr (std::is_same_v<T, std::string>) {
-        return quoted(arg);
-    } else if constexpr (std::is_convertible_v<T, const char*>) {
-        return arg;
-    } else if constexpr (std::is_same_v<T, HexId>) {
-        return hexId(arg.id);
-    } else if constexpr (std::is_arithmetic_v<T>) {
-        return std::to_string(arg);
-    } else if constexpr (std::is_same_v<T, ZelClient::Resource>) {
-        return arg.value ? hexId(arg.id) + "=" + quoted(*arg.value) : hexId(arg.id);
-    } else if constexpr (std::is_same_v<T, std::pair<const std::string, std::string>>) {
-        return quoted(arg.first) + ": " + quoted(arg.second);
-    } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
-        return "callback";
-    } else {
-        return listText(arg, [](const auto& item) { return argText(item); });
-    }
-}
-
-}  // namespace
 
 // A command's library calls on their way to becoming reports: what its fill function makes of
 // them. Each call is reported with what the HAL received while it ran; a fill function that makes
@@ -311,8 +302,6 @@ std::vector<std::string> pathsOf(const std::vector<PathValue>& paths) {
     for (const PathValue& pv : paths) out.push_back(pv.path);
     return out;
 }
-
-// --- the calls that need more than one line ------------------------------------------------
 
 void acquire(Call& k, const Command& c) {
     std::string eventId = c.name;
@@ -498,8 +487,6 @@ void dump(Call& k, const Command& c) {
 
 }  // namespace
 
-// --- running commands ----------------------------------------------------------------------
-
 int Console::fail(int exit, const std::string& message) {
     out_.error(message, exit);
     return exit;
@@ -637,8 +624,6 @@ int Console::execute(const Command& c) {
     return result;
 }
 
-// --- the commands of their own ----------------------------------------------------------------
-
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
     std::string lines;
@@ -730,8 +715,6 @@ int Console::release(const Command& c) {
     if (status == kExitOk) handles_.erase(handle);
     return status;
 }
-
-// --- the simulator ---------------------------------------------------------------------------
 
 int Console::journal(const Command& /*c*/) {
     if (!backend_.simulated()) return fail(kExitNoHal, "the journal needs the simulator");
