@@ -304,11 +304,10 @@ std::vector<std::string> pathsOf(const std::vector<PathValue>& paths) {
 }
 
 void acquire(Call& k, const Command& c) {
-    std::string eventId = c.name;
-    if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
-        eventId = kActionPrefix + eventId;
-    }
-    const std::string action = eventId.substr(strlen(kActionPrefix));
+    // The wrapper wants the prefix, which a name may come with or without.
+    const bool prefixed = c.name.rfind(kActionPrefix, 0) == 0;
+    const std::string action = prefixed ? c.name.substr(strlen(kActionPrefix)) : c.name;
+    const std::string eventId = kActionPrefix + action;
     auto it = std::find(gActionList.begin(), gActionList.end(), action);
     if (it == gActionList.end()) {
         throw Refusal{kExitUsage, "unknown action " + quoted(c.name) + " (see 'torqctl actions')"};
@@ -719,13 +718,11 @@ int Console::release(const Command& c) {
 int Console::journal(const Command& /*c*/) {
     if (!backend_.simulated()) return fail(kExitNoHal, "the journal needs the simulator");
     const auto entries = backend_.journalSince(0);
-    if (out_.json()) {
-        out_.message("", jsonObject({{"command", "journal"}, {"entries", halJson(entries)}}));
-    } else {
-        std::string text;
-        for (const auto& e : entries) text += std::to_string(e.seq) + "  " + e.toString() + "\n";
-        out_.raw(text);
+    std::string text;
+    for (const auto& e : entries) {
+        text += (text.empty() ? "" : "\n") + std::to_string(e.seq) + "  " + e.toString();
     }
+    out_.message(text, jsonObject({{"command", "journal"}, {"entries", halJson(entries)}}));
     return kExitOk;
 }
 
@@ -736,9 +733,7 @@ int Console::killHal(const Command& c) {
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
     done(c, "the HAL's process was killed");
-    for (const auto& e : backend_.journalSince(mark)) {
-        if (!out_.json()) out_.message("  " + e.toString());
-    }
+    for (const auto& e : backend_.journalSince(mark)) out_.message("  " + e.toString());
     return kExitOk;
 }
 
