@@ -170,9 +170,7 @@ void Console::releaseHeld(CallbackSink* sink, int32_t handle) {
     }
 }
 
-bool Console::waitUntil(int64_t timeoutMs,
-                        const std::function<bool(const std::vector<CallbackEvent>&,
-                                                 const std::vector<LogLine>&)>& done) const {
+bool Console::waitUntil(int64_t timeoutMs, const Done& done) const {
     std::unique_lock<std::mutex> lock(eventsMutex_);
     return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
                               [&] { return done(events_, logLines_); });

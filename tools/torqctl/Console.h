@@ -47,9 +47,8 @@ class Console {
 
     // Waits at most `timeoutMs` until `done` holds of the callback events (in arrival order) and
     // the library's log lines received so far; whether it did. `done` runs under a lock.
-    bool waitUntil(int64_t timeoutMs,
-                   const std::function<bool(const std::vector<CallbackEvent>& events,
-                                            const std::vector<LogLine>& logLines)>& done) const;
+    using Done = std::function<bool(const std::vector<CallbackEvent>&, const std::vector<LogLine>&)>;
+    bool waitUntil(int64_t timeoutMs, const Done& done) const;
     // A line the library logged (kept for waitUntil whether or not it is shown).
     void onLog(const LogLine& line, bool show);
 

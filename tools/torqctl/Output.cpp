@@ -238,10 +238,9 @@ std::string describeCallback(const CallbackEvent& event) {
 
 Output::Output(bool json) : json_(json) {}
 
-void Output::emit(const std::string& line) {
-    const bool ok = fwrite(line.data(), 1, line.size(), stdout) == line.size() &&
-                    fputc('\n', stdout) != EOF && fflush(stdout) == 0;
-    if (!ok) writeFailed_ = true;
+void Output::write(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        writeFailed_ = true;
 }
 
 bool Output::writeFailed() const {
@@ -301,17 +300,14 @@ void Output::message(const std::string& text, const Json::Value& json) {
 
 void Output::raw(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        writeFailed_ = true;
+    write(text);
 }
 
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (json_) {
-        emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
-    } else {
-        fflush(stdout);
-    }
+    // Standard output first, so that the error follows what came before it.
+    if (json_) emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
+    fflush(stdout);
     fprintf(stderr, "torqctl: %s\n", text.c_str());
     fflush(stderr);
 }

@@ -77,7 +77,8 @@ class Output {
     bool writeFailed() const;
 
   private:
-    void emit(const std::string& line);
+    void write(const std::string& text);
+    void emit(const std::string& line) { write(line + "\n"); }
 
     const bool json_;
     mutable std::mutex mutex_;
