@@ -69,6 +69,8 @@ std::string argText(const T& arg) {
         return hexId(arg.id);
     } else if constexpr (std::is_arithmetic_v<T>) {
         return std::to_string(arg);
+    } else if constexpr (std::is_same_v<T, IdValue>) {
+        return std::to_string(arg.id) + "=" + quoted(arg.value);  // thermal ids are small numbers
     } else if constexpr (std::is_same_v<T, ZelClient::Resource>) {
         return arg.value ? hexId(arg.id) + "=" + quoted(*arg.value) : hexId(arg.id);
     } else if constexpr (std::is_same_v<T, std::pair<const std::string, std::string>>) {
@@ -415,11 +417,7 @@ void statePath(Call& k, const Command& c) {
 }
 
 void thermal(Call& k, const Command& c) {
-    // Thermal ids are small numbers, shown as such.
-    const std::string levels = listText(c.resources, [](const IdValue& r) {
-        return std::to_string(r.id) + "=" + quoted(r.value);
-    });
-    k.calls("torqHalclient::torqThermalNotify", levels.c_str(), c.tag);
+    k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
     k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 // Runs torqctl commands against the library's three front ends and reports each call. A console
-// lives for one torqctl run: in a shell it remembers the handles it obtained (so releases go to
-// the front end that made them and unknown handles are refused) and keeps listeners alive.
+// lives for one torqctl run: in a shell it remembers the handles it obtained, so releases go to
+// the front end that made them, unknown handles are refused and listeners stay until unlisten.
 
 #include <atomic>
 #include <condition_variable>

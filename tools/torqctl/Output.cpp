@@ -251,12 +251,12 @@ bool Output::writeFailed() const {
 void Output::report(const Report& r) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j = jsonObject({{"command", r.command},
-                                    {"call", r.call},
-                                    {"args", r.args},
-                                    {"result", toJson(r.result)},
-                                    {"ok", r.ok}});
-        for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
+        Json::Value j = r.extra;
+        add(j, {{"command", r.command},
+                {"call", r.call},
+                {"args", r.args},
+                {"result", toJson(r.result)},
+                {"ok", r.ok}});
         if (r.halVisible) j["hal"] = halJson(r.hal);
         emit(toJsonLine(j));
         return;
