@@ -66,8 +66,7 @@ class Console {
     int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
     // Reports an error; returns `exit`.
     int fail(int exit, const std::string& message);
-    // A command without a library call worked: `text` for people, `json` (with "command" and
-    // "ok" added) for --json.
+    // A command without a library call worked: `text`, or `json` with "command" and "ok" added.
     int done(const Command& c, const std::string& text,
              Json::Value json = Json::Value(Json::objectValue));
     void show(const CallbackEvent& event);
