@@ -26,10 +26,7 @@ struct LogLine {
     std::string message;
 };
 
-/**
- * Routes every line written through liblog in this process to `sink` instead of the platform's
- * default (which on a host prints to stderr).
- */
+/** Routes every liblog line of this process to `sink`, not the default (stderr on a host). */
 void installLogHook(std::function<void(const LogLine&)> sink);
 
 /** One library call and what came of it. */
