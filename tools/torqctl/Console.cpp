@@ -520,7 +520,7 @@ int Console::runShell(std::istream& in, bool interactive) {
             continue;
         }
         if (parsed.command.word.empty()) continue;
-        if (!interactive && !out_.json()) out_.message("> " + line);
+        if (!interactive) out_.message("> " + line);  // text only: no object to show
         const int status = execute(parsed.command);
         if (status != kExitOk) result = status;
     }

@@ -56,8 +56,6 @@ class Output {
     /** With `json`, one JSON object per line on standard output. */
     explicit Output(bool json);
 
-    /** Whether the output is JSON. */
-    bool json() const { return json_; }
     /** A library call: a head line, details and what the HAL received; or one object. */
     void report(const Report& report);
     /** A HAL callback that reached torqctl's callback object. */
