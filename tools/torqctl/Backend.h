@@ -1,7 +1,7 @@
 #pragma once
 
-// Where torqctl's HAL comes from: the reference simulator in an emulated process (host only), or
-// a HAL declared on the system. Only the simulator lets torqctl see what the HAL received and
+// Where torqctl's HAL comes from: a HAL declared on the system, or (host only) the reference
+// simulator in an emulated process. Only the simulator lets torqctl see what the HAL received and
 // kill or restart it.
 
 #include <cstdint>
@@ -15,22 +15,27 @@
 
 namespace torqctl {
 
+constexpr char kSimulatorFailed[] = "the simulator could not register the HAL";
+
+// As it stands, a declared HAL; the simulator overrides what only it can do.
 class Backend {
   public:
     virtual ~Backend() = default;
 
-    virtual std::string description() const = 0;
+    // Only the simulator's is shown (by the tour, which needs it).
+    virtual std::string description() const { return "declared HAL"; }
     // True when the HAL is the simulator (journal, dump output, kill/restart available).
-    virtual bool simulated() const = 0;
+    virtual bool simulated() const { return false; }
     // False after kill-hal until the HAL is back.
-    virtual bool halUp() const = 0;
+    virtual bool halUp() const { return true; }
 
     virtual uint64_t journalMark() const { return 0; }
     virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }
     virtual std::vector<std::string> takeDumpOutput() { return {}; }
-    // Only the simulator can be killed and restarted (torqctl asks no other backend).
-    virtual bool killHal(std::string* /*error*/) { return false; }
-    virtual bool restartHal(std::string* /*error*/) { return false; }
+    // Only the simulator can be killed (false when it is not running) and restarted (false when
+    // it could not register the HAL, kSimulatorFailed); torqctl asks no other backend.
+    virtual bool killHal() { return false; }
+    virtual bool restartHal() { return false; }
     // Runs `fn` on the simulator's model; false when there is none (or it is dead).
     virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
         return false;

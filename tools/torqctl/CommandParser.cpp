@@ -7,10 +7,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -287,11 +285,6 @@ class Parser {
         return result_;
     }
 
-    bool hasOption(const std::string& name) const {
-        return std::any_of(options_.begin(), options_.end(),
-                           [&](const auto& option) { return option.first == name; });
-    }
-
   private:
     // Always false, so that a check can end with `return fail(...)`. The first error stays.
     bool fail(const std::string& message) {
@@ -354,8 +347,10 @@ class Parser {
 
     bool applyOptions() {
         Command& c = result_.command;
+        bool pkg = false;
         for (const auto& [name, value] : options_) {
             if (!allowed(name, value)) return false;
+            pkg = pkg || name == "--pkg";
             const OptionField* field = nullptr;
             for (const OptionField& f : kOptionFields) {
                 if (name == f.name) field = &f;
@@ -385,7 +380,7 @@ class Parser {
         }
         // ZelResAcquire takes no package: rather than quietly calling another function, a
         // package asks for the platform acquisition to be named.
-        if (word_ == "res-acquire" && hasOption("--pkg") && !c.platform) {
+        if (word_ == "res-acquire" && pkg && !c.platform) {
             return fail("--pkg needs --platform (only ZelPlatformResAcquire takes a package)");
         }
         return true;
@@ -475,20 +470,18 @@ class Parser {
         if (!applyOptions()) return false;
         Command& c = result_.command;
         const std::string& w = word_;
-        if (w == "help") {
-            return takeArgs() && (args_.empty() || findVerb(c.topic) != nullptr ||
-                                  fail("unknown command " + shown(c.topic)));
-        }
-        if (w == "acquire") return takeArgs() && (!c.name.empty() || fail("missing action name"));
         if (w == "state" && c.via == "zel-one" && args_.size() != 1) {
             return fail("--via zel-one reads exactly one opcode");
         }
-        if (w == "state-path") {
-            if (!takeArgs()) return false;
-            for (const PathValue& pv : c.paths) {
-                if (c.map && !pv.value) return fail("--map needs PATH=VALUE for every path");
-            }
-            return true;
+        if (!takeArgs()) return false;
+        if (w == "help") {
+            return args_.empty() || findVerb(c.topic) != nullptr ||
+                   fail("unknown command " + shown(c.topic));
+        } else if (w == "acquire") {
+            return !c.name.empty() || fail("missing action name");
+        } else if (w == "state-path" && c.map) {
+            return std::all_of(c.paths.begin(), c.paths.end(), [](auto& pv) { return pv.value; }) ||
+                   fail("--map needs PATH=VALUE for every path");
         } else if (w == "listen") {
             // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
             for (const std::string& word : args_) {
@@ -504,26 +497,25 @@ class Parser {
             return c.paths.empty() || c.ids.empty() ||
                    fail("listen takes opcodes or paths, not both");
         } else if (w == "history") {
-            return takeArgs() && (c.name == "on" || c.name == "off" || c.name == "show" ||
-                                  fail("history takes on, off or show, not " + shown(c.name)));
+            return c.name == "on" || c.name == "off" || c.name == "show" ||
+                   fail("history takes on, off or show, not " + shown(c.name));
         } else if (w == "dump") {
             c.allDumps = args_[0] == "all";
             c.number = c.allDumps ? 0 : dumpCodeFor(args_[0]);
             return c.number >= 0 ||
                    fail("unknown dump table " + shown(args_[0]) + " (0-8, a table name or all)");
         } else if (w == "prop") {
-            return takeArgs() && ((c.name == "get" && args_.size() == 2) ||
-                                  (c.name == "set" && args_.size() == 3) ||
-                                  fail("usage: prop get NAME | prop set NAME VALUE"));
+            return (c.name == "get" && args_.size() == 2) ||
+                   (c.name == "set" && args_.size() == 3) ||
+                   fail("usage: prop get NAME | prop set NAME VALUE");
         } else if (w == "wait") {
             int64_t ms = 0;
             if (!parseIn(args_[0], 0, INT32_MAX, &ms)) {
                 return fail("malformed milliseconds " + shown(args_[0]));
             }
             c.forMs = ms;
-            return true;
         }
-        return takeArgs();
+        return true;
     }
     const VerbInfo& info_;
     const std::string word_;
@@ -535,18 +527,14 @@ class Parser {
 
 ParseResult parseWords(std::vector<std::string> words, GlobalOptions global) {
     ParseResult result;
-    result.global = global;
-    if (words.empty()) {
-        result.error = "missing command (try 'torqctl help')";
-        return result;
+    const VerbInfo* entry = words.empty() ? nullptr : findVerb(words[0]);
+    if (entry != nullptr) {
+        words.erase(words.begin());
+        result = Parser(*entry, std::move(words)).run();
+    } else {
+        result.error = (words.empty() ? "missing command" : "unknown command " + shown(words[0])) +
+                       " (try 'torqctl help')";
     }
-    const VerbInfo* entry = findVerb(words[0]);
-    if (entry == nullptr) {
-        result.error = "unknown command " + shown(words[0]) + " (try 'torqctl help')";
-        return result;
-    }
-    words.erase(words.begin());
-    result = Parser(*entry, std::move(words)).run();
     result.global = global;
     return result;
 }
@@ -574,8 +562,7 @@ const char* dumpName(int32_t code) {
     static const char* const kNames[] = {"ToDoQueue",  "RunMap",          "ActiveResMap",
                                          "ResRequest", "ResInfo",         "SAInfo",
                                          "PidFdList",  "PidfdMonitorMap", "ResRecordList"};
-    if (code < 0 || code > 8) return nullptr;
-    return kNames[code];
+    return code >= 0 && code <= 8 ? kNames[code] : nullptr;
 }
 
 int32_t dumpCodeFor(const std::string& text) {
@@ -597,19 +584,19 @@ bool tokenize(const std::string& line, std::vector<std::string>* words, std::str
             if (inWord) words->push_back(word);
             word.clear();
             inWord = false;
-        } else if (c == '#' && !inWord) {
-            break;
-        } else if (c == '\'') {
+            continue;
+        }
+        if (c == '#' && !inWord) break;
+        inWord = true;
+        if (c == '\'') {
             const size_t end = line.find('\'', i + 1);
             if (end == std::string::npos) {
                 *error = "unterminated ' quote";
                 return false;
             }
             word += line.substr(i + 1, end - i - 1);
-            inWord = true;
             i = end;
         } else if (c == '"') {
-            inWord = true;
             size_t j = i + 1;
             for (; j < line.size() && line[j] != '"'; ++j) {
                 if (line[j] == '\\' && j + 1 < line.size() &&
@@ -625,10 +612,8 @@ bool tokenize(const std::string& line, std::vector<std::string>* words, std::str
             i = j;
         } else if (c == '\\') {
             if (i + 1 < line.size()) word += line[++i];
-            inWord = true;
         } else {
             word += c;
-            inWord = true;
         }
     }
     if (inWord) words->push_back(word);

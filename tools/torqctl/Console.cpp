@@ -1,8 +1,7 @@
-// How a command runs. Every command is a row of one table (Console::dispatch). Most are a fill
-// function that names each library call, makes it and says how its result reads; Console::call
-// and Call do the rest (the HAL-down refusal, the report, what the HAL received, the handle kept
-// for a shell). Commands that check this run's handles, wait, or drive the simulator rather than
-// the library are members of Console. What a command's words mean is CommandParser's business.
+// How a command runs. Every command is a row of one table (in Console::execute). Most are a fill
+// function that names each library call, makes it and says how its result reads; Call does the
+// rest (the HAL-down refusal, the report with what the HAL received, the handle kept for a shell).
+// Commands that check this run's handles, wait, or drive the simulator are members of Console.
 
 #include "Console.h"
 
@@ -11,11 +10,11 @@
 #include <zel.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <list>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "torq_sim/Render.h"
@@ -27,8 +26,6 @@ namespace {
 constexpr int64_t kAnswerWaitMs = 1000;
 constexpr int64_t kDefaultListenMs = 5000;
 constexpr char kActionPrefix[] = "VARDEX_";
-constexpr char kHalDown[] =
-        "the HAL is down: torqHalclient calls would wait until it is back (restart-hal first)";
 
 using torq_sim::hexId;
 using torq_sim::quoted;
@@ -40,140 +37,6 @@ std::string listText(const Items& items, Show show) {
     for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
     return "{" + out + "}";
 }
-
-}  // namespace
-
-// The caller-side callback object, by id or by path: it turns the library's callbacks into
-// CallbackEvents. The HAL may answer a request before the request call returns, so events wait
-// here until the handle they belong to is known.
-class CallbackSink : public IClientCallback, public IClientCallbackByPath {
-  public:
-    CallbackSink(Console* console, std::string to) : console_(console), to_(std::move(to)) {}
-
-    void onCallback(std::list<ZelClient::Resource> resources) override {
-        CallbackEvent event;
-        for (const auto& r : resources) {
-            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
-        }
-        arrive(std::move(event));
-    }
-
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
-        CallbackEvent event;
-        event.byPath = true;
-        for (size_t i = 0; i < paths.size(); ++i) {
-            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
-        }
-        arrive(std::move(event));
-    }
-
-    void arrive(CallbackEvent event) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++received_;
-        event.to = to_;
-        if (!assigned_) {
-            pending_.push_back(std::move(event));
-            return;
-        }
-        event.handle = handle_;
-        console_->deliver(event);
-    }
-
-    void assign(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        assigned_ = true;
-        handle_ = handle;
-        for (CallbackEvent& e : pending_) {
-            e.handle = handle;
-            console_->deliver(e);
-        }
-        pending_.clear();
-    }
-
-    // Waits (at most kAnswerWaitMs) for a first callback: a request's answer.
-    void awaitAnswer() const {
-        console_->waitUntil(kAnswerWaitMs,
-                            [this](const auto&, const auto&) { return received_ > 0; });
-    }
-
-  private:
-    Console* console_;
-    const std::string to_;
-    mutable std::mutex mutex_;
-    bool assigned_ = false;
-    int32_t handle_ = 0;
-    std::vector<CallbackEvent> pending_;
-    // Read under the console's lock, which is taken inside this object's.
-    std::atomic<size_t> received_{0};
-};
-
-Console::Console(Output& out, Backend& backend, bool shellMode)
-    : out_(out), backend_(backend), shellMode_(shellMode) {}
-
-Console::~Console() {
-    finish();
-}
-
-void Console::finish() {
-    if (restartThread_.joinable()) restartThread_.join();
-    if (!backend_.halUp()) return;
-    // Leave the HAL as we found it: listeners of this run go.
-    for (const auto& [handle, origin] : handles_) {
-        if (origin == "listener") torqHalclient::torqResListeningUnRegister(handle);
-        if (origin == "thermal listener") torqHalclient::torqThermalListeningUnregister(handle);
-    }
-    handles_.clear();
-    listeners_.clear();
-}
-
-// --- events and logs -----------------------------------------------------------------------
-
-void Console::deliver(const CallbackEvent& event) {
-    std::unique_lock<std::mutex> lock(eventsMutex_);
-    // A callback made while a call is running prints after that call's report; any other is
-    // printed before anyone waiting for it is woken, so the output keeps its order.
-    if (callInProgress_) {
-        held_.push_back(event);
-    } else {
-        lock.unlock();
-        out_.callback(event);
-        lock.lock();
-    }
-    events_.push_back(event);
-    lock.unlock();
-    eventsCv_.notify_all();
-}
-
-void Console::releaseHeld() {
-    std::vector<CallbackEvent> held;
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        callInProgress_ = false;
-        held.swap(held_);
-    }
-    for (const CallbackEvent& e : held) out_.callback(e);
-}
-
-bool Console::waitUntil(int64_t timeoutMs,
-                        const std::function<bool(const std::vector<CallbackEvent>&,
-                                                 const std::vector<LogLine>&)>& done) const {
-    std::unique_lock<std::mutex> lock(eventsMutex_);
-    return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [&] { return done(events_, logLines_); });
-}
-
-void Console::onLog(const LogLine& line, bool show) {
-    {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        logLines_.push_back(line);
-    }
-    eventsCv_.notify_all();
-    if (show) out_.log(line);
-}
-
-// --- one library call ------------------------------------------------------------------------
-
-namespace {
 
 // How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
 enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
@@ -194,77 +57,164 @@ struct HexId {
     operator int32_t() const { return id; }
 };
 
-// How the report shows an argument of each type a library function takes.
-std::string argText(const char* text) {
-    return text;
-}
-
-std::string argText(const std::string& text) {
-    return quoted(text);
-}
-
-std::string argText(int64_t value) {
-    return std::to_string(value);
-}
-
-std::string argText(HexId id) {
-    return hexId(id.id);
-}
-
-std::string argText(const ZelClient::Resource& r) {
-    return hexId(r.id) + "=" + quoted(r.value.value_or(""));
-}
-
-std::string argText(const std::pair<const std::string, std::string>& pathValue) {
-    return quoted(pathValue.first) + ": " + quoted(pathValue.second);
-}
-
-// A container: "{a, b, c}", each item shown as it would be alone.
-template <typename Items, typename = decltype(std::declval<Items>().begin())>
-std::string argText(const Items& items) {
-    return listText(items, [](const auto& item) { return argText(item); });
-}
-
-// Opcodes, as a state request reads them.
-struct HexIds {
-    const std::vector<int32_t>& ids;
-};
-
-std::string argText(HexIds ids) {
-    return listText(ids.ids, hexId);
-}
-
-std::string argText(const std::shared_ptr<CallbackSink>& /*sink*/) {
-    return "callback";
+// How the report shows an argument of each type a library function takes: a resource without a
+// value is an opcode asked about; a container is "{a, b, c}", each item shown as it would be alone.
+template <typename T>
+std::string argText(const T& arg) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        return quoted(arg);
+    } else if constexpr (std::is_convertible_v<T, const char*>) {
+        return arg;
+    } else if constexpr (std::is_same_v<T, HexId>) {
+        return hexId(arg.id);
+    } else if constexpr (std::is_arithmetic_v<T>) {
+        return std::to_string(arg);
+    } else if constexpr (std::is_same_v<T, IdValue>) {
+        return std::to_string(arg.id) + "=" + quoted(arg.value);  // thermal ids are small numbers
+    } else if constexpr (std::is_same_v<T, ZelClient::Resource>) {
+        return arg.value ? hexId(arg.id) + "=" + quoted(*arg.value) : hexId(arg.id);
+    } else if constexpr (std::is_same_v<T, std::pair<const std::string, std::string>>) {
+        return quoted(arg.first) + ": " + quoted(arg.second);
+    } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
+        return "callback";
+    } else {
+        return listText(arg, [](const auto& item) { return argText(item); });
+    }
 }
 
 }  // namespace
+
+// The caller-side callback object, by id or by path: it hands the library's callbacks to the
+// console as CallbackEvents.
+class CallbackSink : public IClientCallback, public IClientCallbackByPath {
+  public:
+    CallbackSink(Console* owner, std::string target) : console(owner), to(std::move(target)) {}
+
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        CallbackEvent event;
+        for (const auto& r : resources) {
+            event.records.emplace_back(hexId(r.id), r.value.value_or(""));
+        }
+        console->deliver(this, std::move(event));
+    }
+
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        CallbackEvent event;
+        event.byPath = true;
+        for (size_t i = 0; i < paths.size(); ++i) {
+            event.records.emplace_back(paths[i], i < values.size() ? values[i] : "");
+        }
+        console->deliver(this, std::move(event));
+    }
+
+    Console* const console;
+    const std::string to;
+    // Only touched under the console's lock: the handle, known once the call that passed this
+    // object returned, and the callbacks so far.
+    int32_t handle = 0;
+    size_t received = 0;
+};
+
+Console::Console(Output& out, Backend& backend, bool shellMode)
+    : out_(out), backend_(backend), shellMode_(shellMode) {}
+
+Console::~Console() {
+    finish();
+}
+
+void Console::finish() {
+    if (restartThread_.joinable()) restartThread_.join();
+    if (!backend_.halUp()) return;
+    // Leave the HAL as we found it: listeners of this run go.
+    for (const auto& [handle, origin] : handles_) {
+        if (origin == "listener") torqHalclient::torqResListeningUnRegister(handle);
+        if (origin == "thermal listener") torqHalclient::torqThermalListeningUnregister(handle);
+    }
+    handles_.clear();
+}
+
+void Console::deliver(CallbackSink* from, CallbackEvent event) {
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    event.to = from->to;
+    event.handle = from->handle;
+    ++from->received;
+    // A callback made while a call is running prints after that call's report (the HAL may answer
+    // a request before the call returns its handle).
+    if (callInProgress_) {
+        held_.emplace_back(from, std::move(event));
+        return;
+    }
+    lock.unlock();
+    show(event);
+}
+
+// Prints before anyone waiting for the event is woken, so the output keeps its order.
+void Console::show(const CallbackEvent& event) {
+    out_.callback(event);
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        events_.push_back(event);
+    }
+    eventsCv_.notify_all();
+}
+
+void Console::releaseHeld(CallbackSink* sink, int32_t handle) {
+    std::vector<std::pair<const CallbackSink*, CallbackEvent>> held;
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        callInProgress_ = false;
+        if (sink != nullptr) sink->handle = handle;
+        held.swap(held_);
+    }
+    for (auto& [from, event] : held) {
+        if (from == sink) event.handle = handle;
+        show(event);
+    }
+}
+
+bool Console::waitUntil(int64_t timeoutMs, const Done& done) const {
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    return eventsCv_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                              [&] { return done(events_, logLines_); });
+}
+
+void Console::onLog(const LogLine& line, bool show) {
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        logLines_.push_back(line);
+    }
+    eventsCv_.notify_all();
+    if (show) out_.log(line);
+}
 
 // A command's library calls on their way to becoming reports: what its fill function makes of
 // them. Each call is reported with what the HAL received while it ran; a fill function that makes
 // more than one starts each further call with next().
 struct Call {
     Call(Console* console, const std::string& word, const char* origin)
-        : console(console), origin(origin) {
+        : console(console), origin(origin), mark(console->backend_.journalMark()) {
         r.command = word;
-        begin();
+        std::lock_guard<std::mutex> lock(console->eventsMutex_);
+        console->callInProgress_ = true;
     }
 
     Console* console;
     const char* origin;  // what made a handle the call obtains (none: not kept)
+    uint64_t mark;       // the journal before the call
     Report r;
     std::optional<int32_t> handle;       // a handle the call obtained
-    std::optional<int32_t> released;     // a handle the call gave back
     std::shared_ptr<CallbackSink> sink;  // where the call's callbacks go
-    bool awaitsAnswer = false;           // a request with a callback: wait for its answer
-    uint64_t mark = 0;                   // the journal before the call
 
-    // The function and its arguments as the report shows them. A dead but declared HAL makes
-    // torqHalclient wait until it is back, so its calls are refused instead.
+    // The function and its arguments as the report shows them.
     template <typename... Args>
     void calls(const std::string& function, const Args&... args) {
-        if (function.rfind("torqHalclient::", 0) == 0 && !console->halclientUsable()) {
-            throw Refusal{kExitNoHal, kHalDown};
+        // A dead but declared HAL makes torqHalclient wait until it is back; without a restart on
+        // its way that would hang the shell.
+        if (function.rfind("torqHalclient::", 0) == 0 && !console->backend_.halUp() &&
+            !console->restartPending_) {
+            throw Refusal{kExitNoHal,
+                          "the HAL is down: torqHalclient calls would wait until it is back "
+                          "(restart-hal first)"};
         }
         r.call = function;
         r.args.clear();
@@ -289,15 +239,12 @@ struct Call {
     void request(const Command& c, const std::string& function, Fn fn, Args&&... args) {
         if (!c.callback) return make(function, fn, kHandle, args...);
         sink = std::make_shared<CallbackSink>(console, "request");
-        awaitsAnswer = true;
         make(function, fn, kHandle, args..., sink);
     }
-    // The result, and whether it says success.
     void returned(int64_t value, Success success) {
         r.result = value;
         r.ok = success == kZero ? value == 0 : success == kNotMinusOne ? value != -1 : value >= 0;
     }
-    // A handle, or a failure (below 1).
     void obtained(int32_t value) {
         r.result = value;
         r.ok = value >= 1;
@@ -315,30 +262,21 @@ struct Call {
         *this = Call(console, r.command, origin);
     }
 
-    void begin() {
-        {
-            std::lock_guard<std::mutex> lock(console->eventsMutex_);
-            console->callInProgress_ = true;
-        }
-        mark = console->backend_.journalMark();
-    }
-
     void finish() {
-        if (console->backend_.simulated()) {
+        Console& s = *console;
+        if (s.backend_.simulated()) {
             r.halVisible = true;
-            r.hal = console->backend_.journalSince(mark);
+            r.hal = s.backend_.journalSince(mark);
         }
-        console->out_.report(r);
-        console->reports_.push_back(r);
-        console->releaseHeld();
-        if (handle) console->remember(*handle, origin);
-        if (released && r.ok) {
-            console->handles_.erase(*released);
-            console->listeners_.erase(*released);
+        s.out_.report(r);
+        s.reports_.push_back(r);
+        s.releaseHeld(sink.get(), handle.value_or(0));
+        if (handle && s.shellMode_ && *handle > 0 && origin != nullptr) {
+            s.handles_[*handle] = origin;
         }
-        if (sink) {
-            sink->assign(handle.value_or(0));
-            if (awaitsAnswer && handle.value_or(0) >= 1) sink->awaitAnswer();
+        // A request's answer comes once: wait a while for it, so that it shows with its command.
+        if (sink && sink->to == "request" && handle.value_or(0) >= 1) {
+            s.waitUntil(kAnswerWaitMs, [&](const auto&, const auto&) { return sink->received > 0; });
         }
     }
 };
@@ -365,14 +303,11 @@ std::vector<std::string> pathsOf(const std::vector<PathValue>& paths) {
     return out;
 }
 
-// --- the calls that need more than one line ------------------------------------------------
-
 void acquire(Call& k, const Command& c) {
-    std::string eventId = c.name;
-    if (eventId.compare(0, strlen(kActionPrefix), kActionPrefix) != 0) {
-        eventId = kActionPrefix + eventId;
-    }
-    const std::string action = eventId.substr(strlen(kActionPrefix));
+    // The wrapper wants the prefix, which a name may come with or without.
+    const bool prefixed = c.name.rfind(kActionPrefix, 0) == 0;
+    const std::string action = prefixed ? c.name.substr(strlen(kActionPrefix)) : c.name;
+    const std::string eventId = kActionPrefix + action;
     auto it = std::find(gActionList.begin(), gActionList.end(), action);
     if (it == gActionList.end()) {
         throw Refusal{kExitUsage, "unknown action " + quoted(c.name) + " (see 'torqctl actions')"};
@@ -429,13 +364,13 @@ void state(Call& k, const Command& c) {
             values.emplace_back(hexId(res.id), res.value.value_or(""));
     };
     if (c.via.empty() || c.via == "halclient") {
-        k.calls("torqHalclient::torqResStateRequest", HexIds{c.ids}, c.tag, "output");
         auto in = unsetList(c.ids);
+        k.calls("torqHalclient::torqResStateRequest", in, c.tag, "output");
         std::list<ZelClient::Resource> output;
         k.returned(torqHalclient::torqResStateRequest(in, c.tag, output), kNotNegative);
         read(output);
     } else if (c.via == "zel") {
-        k.calls("ZelMutiResStateRequest", HexIds{c.ids});
+        k.calls("ZelMutiResStateRequest", unsetList(c.ids));
         std::vector<ZelClient::Resource> resources;
         for (int32_t id : c.ids) resources.push_back({id, std::string()});
         k.returned(ZelMutiResStateRequest(resources), kNotNegative);
@@ -482,23 +417,16 @@ void statePath(Call& k, const Command& c) {
 }
 
 void thermal(Call& k, const Command& c) {
-    // Thermal ids are small numbers, shown as such.
-    const std::string levels = listText(c.resources, [](const IdValue& r) {
-        return std::to_string(r.id) + "=" + quoted(r.value);
-    });
-    k.calls("torqHalclient::torqThermalNotify", levels.c_str(), c.tag);
+    k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
     auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
     k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
 
 void history(Call& k, const Command& c) {
-    if (c.name != "show") {
-        if (c.name == "on") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOn), kZero);
-        } else {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOff), kZero);
-        }
-        return;
+    if (c.name == "on") {
+        return k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOn), kZero);
+    } else if (c.name == "off") {
+        return k.make(LIBRARY_FUNCTION(torqHalclient::torqHistoryRequestRecordOff), kZero);
     }
     k.calls("ZelGetHistory", "history");
     std::string text;
@@ -506,16 +434,13 @@ void history(Call& k, const Command& c) {
     k.r.extra["history"] = text;
     if (!k.r.ok) return;
     // "start:a;b;...;end": one record per line reads better.
-    std::string body = text;
-    if (body.compare(0, 6, "start:") == 0) body = body.substr(6);
+    std::string body = text.compare(0, 6, "start:") == 0 ? text.substr(6) : text;
     if (body.size() >= 4 && body.compare(body.size() - 4, 4, ";end") == 0) {
         body.resize(body.size() - 4);
     }
-    for (size_t pos = 0; pos <= body.size();) {
-        const size_t next = body.find(';', pos);
+    for (size_t pos = 0, next = 0; next != std::string::npos; pos = next + 1) {
+        next = body.find(';', pos);
         k.r.details.push_back(body.substr(pos, next - pos));
-        if (next == std::string::npos) break;
-        pos = next + 1;
     }
 }
 
@@ -557,28 +482,16 @@ void dump(Call& k, const Command& c) {
 
 }  // namespace
 
-// --- running commands ----------------------------------------------------------------------
-
 int Console::fail(int exit, const std::string& message) {
     out_.error(message, exit);
     return exit;
 }
 
-bool Console::halclientUsable() {
-    // A dead but declared HAL makes torqHalclient wait until it is back; without a restart on
-    // its way that would hang the shell.
-    return backend_.halUp() || restartPending_;
-}
-
-int Console::status() const {
-    for (const Report& r : reports_) {
-        if (!r.ok) return kExitFailed;
-    }
+int Console::done(const Command& c, const std::string& text, Json::Value json) {
+    json["command"] = c.word;
+    json["ok"] = true;
+    out_.message(text, json);
     return kExitOk;
-}
-
-void Console::remember(int32_t handle, const char* origin) {
-    if (shellMode_ && handle > 0 && origin != nullptr) handles_[handle] = origin;
 }
 
 int Console::call(const Command& c, const char* origin, const std::function<void(Call&)>& fill) {
@@ -589,17 +502,17 @@ int Console::call(const Command& c, const char* origin, const std::function<void
         return fail(refusal.exit, refusal.why);
     }
     k.finish();
-    return status();
+    const bool failed =
+            std::any_of(reports_.begin(), reports_.end(), [](const Report& r) { return !r.ok; });
+    return failed ? kExitFailed : kExitOk;
 }
 
 int Console::runShell(std::istream& in, bool interactive) {
     int result = kExitOk;
     std::string line;
-    size_t lineNo = 0;
-    for (;;) {
+    for (size_t lineNo = 1;; ++lineNo) {
         if (interactive) out_.raw("torqctl> ");
         if (!std::getline(in, line)) break;
-        ++lineNo;
         ParseResult parsed = parseShellLine(line);
         if (!parsed.ok) {
             out_.error("line " + std::to_string(lineNo) + ": " + parsed.error, kExitUsage);
@@ -607,7 +520,7 @@ int Console::runShell(std::istream& in, bool interactive) {
             continue;
         }
         if (parsed.command.word.empty()) continue;
-        if (!interactive && !out_.json()) out_.message("> " + line);
+        if (!interactive) out_.message("> " + line);  // text only: no object to show
         const int status = execute(parsed.command);
         if (status != kExitOk) result = status;
     }
@@ -625,14 +538,8 @@ int Console::execute(const Command& c) {
         std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
-    const int result = dispatch(c);
-    releaseHeld();
-    return result;
-}
-
-int Console::dispatch(const Command& c) {
-    // Every command torqctl runs (help and wait aside): its library calls, with what made a
-    // handle it obtains, or a way of its own.
+    // Every other command torqctl runs: its library calls, with what made a handle it obtains, or
+    // a way of its own.
     struct Row {
         const char* word;
         const char* origin;
@@ -666,10 +573,10 @@ int Console::dispatch(const Command& c) {
             {"state", nullptr, state},
             {"state-path", nullptr, statePath},
             {"listen", nullptr, nullptr, &Console::listen},
-            {"unlisten", nullptr, nullptr, &Console::unlisten},
+            {"unlisten", nullptr, nullptr, &Console::release},
             {"thermal", nullptr, thermal},
             {"thermal-listen", nullptr, nullptr, &Console::listen},
-            {"thermal-unlisten", nullptr, nullptr, &Console::unlisten},
+            {"thermal-unlisten", nullptr, nullptr, &Console::release},
             {"notify", nullptr,
              [](Call& k, const Command& c) {
                  k.make(LIBRARY_FUNCTION(ZelNotifyWapper), kZero, c.notifyName, c.number, c.number2,
@@ -702,16 +609,15 @@ int Console::dispatch(const Command& c) {
             {"kill-hal", nullptr, nullptr, &Console::killHal},
             {"restart-hal", nullptr, nullptr, &Console::restartHal},
     };
-    for (const Row& row : kCommands) {
-        if (row.word != c.word) continue;
-        if (row.own != nullptr) return (this->*row.own)(c);
-        return call(c, row.origin, [&](Call& k) { row.fill(k, c); });
-    }
-    if (c.word.empty()) return kExitOk;
-    return fail(kExitUsage, "'" + c.word + "' cannot run here");  // shell and tour
+    const Row* row = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                  [&](const Row& r) { return r.word == c.word; });
+    if (row == std::end(kCommands)) return fail(kExitUsage, "'" + c.word + "' cannot run here");
+    const int result = row->own != nullptr
+                               ? (this->*row->own)(c)
+                               : call(c, row->origin, [&](Call& k) { row->fill(k, c); });
+    releaseHeld();
+    return result;
 }
-
-// --- the commands of their own ----------------------------------------------------------------
 
 int Console::actions(const Command& c) {
     Json::Value list(Json::arrayValue);
@@ -733,43 +639,14 @@ int Console::actions(const Command& c) {
     return list.empty() ? kExitFailed : kExitOk;
 }
 
-int Console::release(const Command& c) {
-    std::string via = c.via;
-    if (shellMode_) {
-        auto it = handles_.find(c.number);
-        if (it == handles_.end()) {
-            return fail(kExitUsage, "unknown handle " + std::to_string(c.number) +
-                                            " (not obtained in this run)");
-        }
-        if (it->second == "listener" || it->second == "thermal listener") {
-            return fail(kExitUsage,
-                        "handle " + std::to_string(c.number) + " is a listener: use " +
-                                (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
-        }
-        if (via.empty()) via = it->second;
-    }
-    return call(c, nullptr, [&](Call& k) {
-        k.released = c.number;
-        if (via == "wrapper") {
-            k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, c.number);
-        } else if (via == "halclient") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqResCtlRelease), kNotNegative, c.number);
-        } else if (via == "sa") {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqSACtlRelease), kNotNegative, c.number);
-        } else {
-            k.make(LIBRARY_FUNCTION(ZelRelease), kZero, c.number);
-        }
-    });
-}
-
 int Console::listen(const Command& c) {
     const bool thermal = c.word == "thermal-listen";
     const char* const sinkName = thermal ? "thermal listener" : "listener";
     const bool kept = shellMode_ && !c.forMs;
-    std::shared_ptr<CallbackSink> sink = std::make_shared<CallbackSink>(this, sinkName);
     int32_t handle = 0;
-    const int status = call(c, kept ? sinkName : nullptr, [&](Call& k) {
-        k.sink = sink;
+    const int status = call(c, sinkName, [&](Call& k) {
+        // The library keeps the object for as long as the listener is registered.
+        const auto& sink = k.sink = std::make_shared<CallbackSink>(this, sinkName);
         if (thermal) {
             k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningRegister), kHandle, c.ids,
                    sink);
@@ -777,104 +654,101 @@ int Console::listen(const Command& c) {
             k.make(LIBRARY_FUNCTION(torqHalclient::torq_res_listening_register_by_path), kHandle,
                    pathsOf(c.paths), c.tag, sink);
         } else {
-            auto in = unsetList(c.ids);
-            k.calls("torqHalclient::torqResListeningRegister", HexIds{c.ids}, c.tag, sink);
-            k.obtained(torqHalclient::torqResListeningRegister(in, c.tag, sink));
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningRegister), kHandle,
+                   unsetList(c.ids), c.tag, sink);
         }
         handle = *k.handle;
     });
-    if (handle < 1) return status;
-    if (kept) {
-        listeners_[handle] = sink;
-        return status;
-    }
+    if (handle < 1 || kept) return status;
     const int64_t ms = c.forMs.value_or(kDefaultListenMs);
     if (ms > 0) out_.message("listening for " + std::to_string(ms) + " ms");
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     Command stop = c;  // the listener it does not keep
+    stop.word = thermal ? "thermal-unlisten" : "unlisten";
     stop.number = handle;
-    return unlisten(stop);
+    return release(stop);
 }
 
-// unlisten and thermal-unlisten, and listen and thermal-listen when their time is over.
-int Console::unlisten(const Command& c) {
+// release, unlisten and thermal-unlisten. In a shell a handle goes back the way it came, and only
+// one this run obtained.
+int Console::release(const Command& c) {
     const int32_t handle = c.number;
-    const bool thermal = c.word.compare(0, 7, "thermal") == 0;
-    const std::string origin = thermal ? "thermal listener" : "listener";
-    if (shellMode_ && c.word.find("unlisten") != std::string::npos) {
-        auto it = handles_.find(handle);
-        if (it == handles_.end() || it->second != origin) {
-            return fail(kExitUsage, "unknown " + origin + " handle " + std::to_string(handle));
+    const bool thermal = c.word == "thermal-unlisten";
+    std::string via = c.word == "release" ? c.via : thermal ? "thermal listener" : "listener";
+    const auto it = handles_.find(handle);
+    if (shellMode_ && c.word == "release") {
+        if (it == handles_.end()) {
+            return fail(kExitUsage,
+                        "unknown handle " + std::to_string(handle) + " (not obtained in this run)");
         }
+        if (it->second.find("listener") != std::string::npos) {
+            return fail(kExitUsage,
+                        "handle " + std::to_string(handle) + " is a listener: use " +
+                                (it->second == "listener" ? "unlisten" : "thermal-unlisten"));
+        }
+        if (via.empty()) via = it->second;
+    } else if (shellMode_ && (it == handles_.end() || it->second != via)) {
+        return fail(kExitUsage, "unknown " + via + " handle " + std::to_string(handle));
     }
-    return call(c, nullptr, [&](Call& k) {
-        k.r.command = thermal ? "thermal-unlisten" : "unlisten";
-        k.released = handle;
-        if (thermal) {
+    const int status = call(c, nullptr, [&](Call& k) {
+        if (via == "wrapper") {
+            k.make(LIBRARY_FUNCTION(ZelReleaseWapper), kZero, handle);
+        } else if (via == "halclient") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResCtlRelease), kNotNegative, handle);
+        } else if (via == "sa") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqSACtlRelease), kNotNegative, handle);
+        } else if (via == "listener") {
+            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningUnRegister), kNotNegative,
+                   handle);
+        } else if (via == "thermal listener") {
             k.make(LIBRARY_FUNCTION(torqHalclient::torqThermalListeningUnregister), kNotNegative,
                    handle);
         } else {
-            k.make(LIBRARY_FUNCTION(torqHalclient::torqResListeningUnRegister), kNotNegative,
-                   handle);
+            k.make(LIBRARY_FUNCTION(ZelRelease), kZero, handle);
         }
     });
+    if (status == kExitOk) handles_.erase(handle);
+    return status;
 }
-
-// --- the simulator ---------------------------------------------------------------------------
 
 int Console::journal(const Command& /*c*/) {
     if (!backend_.simulated()) return fail(kExitNoHal, "the journal needs the simulator");
     const auto entries = backend_.journalSince(0);
-    if (out_.json()) {
-        out_.message("", jsonObject({{"command", "journal"}, {"entries", halJson(entries)}}));
-    } else {
-        std::string text;
-        for (const auto& e : entries) text += std::to_string(e.seq) + "  " + e.toString() + "\n";
-        out_.raw(text);
+    std::string text;
+    for (const auto& e : entries) {
+        text += (text.empty() ? "" : "\n") + std::to_string(e.seq) + "  " + e.toString();
     }
+    out_.message(text, jsonObject({{"command", "journal"}, {"entries", halJson(entries)}}));
     return kExitOk;
 }
 
 int Console::killHal(const Command& c) {
-    std::string error;
     if (!backend_.simulated()) return fail(kExitNoHal, "kill-hal needs the simulator");
     const uint64_t mark = backend_.journalMark();
-    if (!backend_.killHal(&error)) return fail(kExitUsage, error);
+    if (!backend_.killHal()) return fail(kExitUsage, "the HAL is not running");
     // Everything the dead HAL granted is gone with it.
     handles_.clear();
-    listeners_.clear();
     done(c, "the HAL's process was killed");
-    for (const auto& e : backend_.journalSince(mark)) {
-        if (!out_.json()) out_.message("  " + e.toString());
-    }
+    for (const auto& e : backend_.journalSince(mark)) out_.message("  " + e.toString());
     return kExitOk;
 }
 
 int Console::restartHal(const Command& c) {
     if (!backend_.simulated()) return fail(kExitNoHal, "restart-hal needs the simulator");
     if (restartThread_.joinable()) restartThread_.join();
-    std::string error;
     if (!c.forMs) {
-        if (!backend_.restartHal(&error)) return fail(kExitNoHal, error);
+        if (!backend_.restartHal()) return fail(kExitNoHal, kSimulatorFailed);
         return done(c, "the HAL is running again (a fresh instance)");
     }
     restartPending_ = true;
     const int64_t ms = *c.forMs;
     restartThread_ = std::thread([this, ms] {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-        std::string error;
-        if (!backend_.restartHal(&error)) out_.error(error, kExitNoHal);
+        if (!backend_.restartHal()) out_.error(kSimulatorFailed, kExitNoHal);
         restartPending_ = false;
     });
     return done(c, "the HAL will restart in " + std::to_string(ms) + " ms",
                 jsonObject({{"after_ms", static_cast<Json::Int64>(ms)}}));
-}
-
-int Console::done(const Command& c, const std::string& text, Json::Value json) {
-    json["command"] = c.word;
-    json["ok"] = true;
-    out_.message(text, json);
-    return kExitOk;
 }
 
 }  // namespace torqctl

@@ -1,8 +1,8 @@
 #pragma once
 
 // Runs torqctl commands against the library's three front ends and reports each call. A console
-// lives for one torqctl run: in a shell it remembers the handles it obtained (so releases go to
-// the front end that made them and unknown handles are refused) and keeps listeners alive.
+// lives for one torqctl run: in a shell it remembers the handles it obtained, so releases go to
+// the front end that made them, unknown handles are refused and listeners stay until unlisten.
 
 #include <atomic>
 #include <condition_variable>
@@ -10,7 +10,6 @@
 #include <functional>
 #include <istream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,7 +17,6 @@
 
 #include "Backend.h"
 #include "CommandParser.h"
-#include "LogHook.h"
 #include "Output.h"
 
 namespace torqctl {
@@ -36,13 +34,10 @@ class Console {
   public:
     Console(Output& out, Backend& backend, bool shellMode);
     ~Console();
-    Console(const Console&) = delete;
-    Console& operator=(const Console&) = delete;
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
-    // Reads commands line by line until the end of `in`. The status of the last failing line,
-    // or 0 when all worked.
+    // Runs the lines of `in`; the status of the last failing line, or 0 when all worked.
     int runShell(std::istream& in, bool interactive);
 
     // Reports of the last execute().
@@ -52,9 +47,8 @@ class Console {
 
     // Waits at most `timeoutMs` until `done` holds of the callback events (in arrival order) and
     // the library's log lines received so far; whether it did. `done` runs under a lock.
-    bool waitUntil(int64_t timeoutMs,
-                   const std::function<bool(const std::vector<CallbackEvent>& events,
-                                            const std::vector<LogLine>& logLines)>& done) const;
+    using Done = std::function<bool(const std::vector<CallbackEvent>&, const std::vector<LogLine>&)>;
+    bool waitUntil(int64_t timeoutMs, const Done& done) const;
     // A line the library logged (kept for waitUntil whether or not it is shown).
     void onLog(const LogLine& line, bool show);
 
@@ -62,31 +56,27 @@ class Console {
     void finish();
 
     // Called by callback objects (binder threads).
-    void deliver(const CallbackEvent& event);
+    void deliver(CallbackSink* from, CallbackEvent event);
 
   private:
     friend struct Call;
 
-    int dispatch(const Command& c);
     // The shape every library call shares: make the calls (`fill`), report each with what the
     // HAL saw, keep a handle obtained as made by `origin`; or refuse the command.
     int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
-    bool halclientUsable();
     // Reports an error; returns `exit`.
     int fail(int exit, const std::string& message);
-    // A command without a library call worked: `text` for people, `json` (with "command" and
-    // "ok" added) for --json.
+    // A command without a library call worked: `text`, or `json` with "command" and "ok" added.
     int done(const Command& c, const std::string& text,
              Json::Value json = Json::Value(Json::objectValue));
-    void releaseHeld();
-    int status() const;
-    void remember(int32_t handle, const char* origin);
+    void show(const CallbackEvent& event);
+    // Ends a call: shows the callbacks held during it, those to `sink` with the `handle` it got.
+    void releaseHeld(CallbackSink* sink = nullptr, int32_t handle = 0);
 
     // The commands that check this run's handles, wait, or make no library call.
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
-    int unlisten(const Command& c);
     int journal(const Command& c);
     int killHal(const Command& c);
     int restartHal(const Command& c);
@@ -99,13 +89,12 @@ class Console {
     // What made each handle this shell holds, so that it is released the same way: "wrapper",
     // "zel", "halclient", "sa" (the --via names), "listener" or "thermal listener".
     std::map<int32_t, std::string> handles_;
-    std::map<int32_t, std::shared_ptr<CallbackSink>> listeners_;
 
     mutable std::mutex eventsMutex_;
     mutable std::condition_variable eventsCv_;
     std::vector<CallbackEvent> events_;
     bool callInProgress_ = false;
-    std::vector<CallbackEvent> held_;
+    std::vector<std::pair<const CallbackSink*, CallbackEvent>> held_;
     std::vector<LogLine> logLines_;
 
     // restart-hal --after: the thread is only touched by the thread running commands.
@@ -113,11 +102,9 @@ class Console {
     std::atomic<bool> restartPending_{false};
 };
 
-// A guided walk through every front end against the simulator: acquisition by action name and
-// by id, state through both APIs, a request callback, listening (change, expiry, no-change),
-// paths, thermal, notifications and rules, history, power mode and properties, a dump, release
-// and fallback, then a HAL death and the reconnection of both front ends. Each step checks what
-// the library returned and what the HAL received. Returns kExitOk only if every step passed.
+// A guided walk through every front end against the simulator, ending with a HAL death and the
+// reconnection; each step checks what the library returned and what the HAL received. Returns
+// kExitOk only if every step passed.
 int runTour(Console& console);
 
 }  // namespace torqctl

@@ -6,32 +6,28 @@
 
 namespace torqctl {
 
-namespace {
-
-class DeclaredHal : public Backend {
-  public:
-    std::string description() const override {
-        return std::string("declared HAL ") + torq_sim::kTorqInstance;
-    }
-    bool simulated() const override { return false; }
-    bool halUp() const override { return true; }
-};
-
-}  // namespace
-
 std::unique_ptr<Backend> openDeclaredHal(std::string* error) {
-    if (!AServiceManager_isDeclared(torq_sim::kTorqInstance)) {
-        *error = std::string("no Torq HAL is declared (") + torq_sim::kTorqInstance + ")";
+    const std::string instance = torq_sim::kTorqInstance;
+    if (!AServiceManager_isDeclared(instance.c_str())) {
+        *error = "no Torq HAL is declared (" + instance + ")";
         return nullptr;
     }
     // The library would wait for a declared but stopped service forever: check first.
-    ::ndk::SpAIBinder binder(AServiceManager_checkService(torq_sim::kTorqInstance));
+    ::ndk::SpAIBinder binder(AServiceManager_checkService(instance.c_str()));
     if (binder.get() == nullptr) {
-        *error = std::string("the Torq HAL is declared but not running (") +
-                 torq_sim::kTorqInstance + ")";
+        *error = "the Torq HAL is declared but not running (" + instance + ")";
         return nullptr;
     }
-    return std::make_unique<DeclaredHal>();
+    return std::make_unique<Backend>();
 }
+
+#ifdef __ANDROID__
+// A device has no embedded simulator: vendor.quarn.hardware.torq-sim is a declared HAL too.
+std::unique_ptr<Backend> openBackend(bool /*noSim*/, std::string* error) {
+    std::unique_ptr<Backend> declared = openDeclaredHal(error);
+    if (declared == nullptr) *error += "; start the real HAL or vendor.quarn.hardware.torq-sim";
+    return declared;
+}
+#endif
 
 }  // namespace torqctl

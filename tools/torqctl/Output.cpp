@@ -1,9 +1,11 @@
 #include "Output.h"
 
+#include <android/log.h>
 #include <json/writer.h>
 
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "torq_sim/Render.h"
 
@@ -11,31 +13,34 @@ namespace torqctl {
 
 namespace {
 
+std::mutex gLogSinkMutex;
+// Never destroyed: binder threads may log until the very end.
+auto* const gLogSink = new std::function<void(const LogLine&)>();
+
+void deliverLog(int priority, const char* tag, const char* message) {
+    const LogLine line{priority, tag != nullptr ? tag : "", message != nullptr ? message : ""};
+    std::lock_guard<std::mutex> lock(gLogSinkMutex);
+    if (*gLogSink) (*gLogSink)(line);
+}
+
 // Length of the well-formed UTF-8 sequence at text[i], or 0 when the byte there starts none
 // (overlong forms, surrogates and code points above U+10FFFF included).
 size_t utf8SequenceAt(const std::string& text, size_t i) {
-    // Per lead byte: the sequence's length and the range its second byte must lie in.
-    struct Lead {
-        unsigned char first, last;
-        size_t length;
-        unsigned char min1, max1;
-    };
-    static const Lead kLeads[] = {
-            {0x00, 0x7f, 1, 0, 0},       {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf},
-            {0xe1, 0xec, 3, 0x80, 0xbf}, {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf},
-            {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f}};
     const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    for (const Lead& lead : kLeads) {
-        if (byte(i) < lead.first || byte(i) > lead.last) continue;
-        if (lead.length == 1) return 1;
-        if (i + lead.length > text.size() || byte(i + 1) < lead.min1 || byte(i + 1) > lead.max1)
-            return 0;
-        for (size_t k = 2; k < lead.length; ++k) {
-            if ((byte(i + k) & 0xc0) != 0x80) return 0;
-        }
-        return lead.length;
+    const unsigned char lead = byte(i);
+    if (lead < 0x80) return 1;
+    // 0xc0 and 0xc1 start only overlong forms, a lead past 0xf4 only code points past U+10FFFF.
+    if (lead < 0xc2 || lead > 0xf4) return 0;
+    const size_t length = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    if (i + length > text.size()) return 0;
+    uint32_t code = lead & (0x7f >> length);
+    for (size_t k = 1; k < length; ++k) {
+        if ((byte(i + k) & 0xc0) != 0x80) return 0;
+        code = code << 6 | (byte(i + k) & 0x3f);
     }
-    return 0;
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+    return code < kLeast[length] || code > 0x10ffff || surrogate ? 0 : length;
 }
 
 // `text` with every byte outside a well-formed sequence written as `escape` and two hex digits.
@@ -56,6 +61,13 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
         }
     }
     return out;
+}
+
+// "V", "D", "I", "W", "E", "F" or "?".
+const char* priorityLetter(int priority) {
+    static const char* const kLetters[] = {"V", "D", "I", "W", "E", "F"};
+    const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
+    return known ? kLetters[priority - ANDROID_LOG_VERBOSE] : "?";
 }
 
 void add(Json::Value& object, JsonMembers members) {
@@ -91,15 +103,11 @@ Json::Value toJson(const torq_sim::TorqRequestData& d) {
                        {"extra", toJson(d.extra)}});
 }
 
-bool takesParcel(const std::string& method) {
-    return method == "request" || method == "stateRequest" || method == "listeningRegister" ||
-           method == "notifyEvent";
-}
-
 // The arguments of one received call, as fields of `item`: those of its method only.
 void callArguments(const torq_sim::ReceivedCall& c, Json::Value& item) {
     const torq_sim::TorqRequestParcel& p = c.parcel;
-    if (takesParcel(c.method)) {
+    if (c.method == "request" || c.method == "stateRequest" || c.method == "listeningRegister" ||
+        c.method == "notifyEvent") {
         add(item, {{"kind", p.kind},
                    {"data", toJson(p.data)},
                    {"flag", p.flag},
@@ -140,6 +148,27 @@ Json::Value answerJson(const torq_sim::SentAnswer& a) {
 }
 
 }  // namespace
+
+void installLogHook(std::function<void(const LogLine&)> sink) {
+    {
+        std::lock_guard<std::mutex> lock(gLogSinkMutex);
+        *gLogSink = std::move(sink);
+    }
+#ifdef __ANDROID__
+    // The device's liblog (API 30 and later) passes an __android_log_message.
+    __android_log_set_logger([](const struct __android_log_message* message) {
+        deliverLog(message->priority, message->tag, message->message);
+        // Still send it to logcat, as the platform's logger would.
+        __android_log_logd_logger(message);
+    });
+#else
+    // Debian's liblog on a host: the pre-release API, with __android_logger_data.
+    __android_log_set_logger([](const struct __android_logger_data* data, const char* message) {
+        deliverLog(data->priority, data->tag, message);
+    });
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+#endif
+}
 
 Json::Value jsonObject(JsonMembers members) {
     Json::Value out(Json::objectValue);
@@ -207,40 +236,33 @@ std::string describeCallback(const CallbackEvent& event) {
     return text;
 }
 
-Output::Output(bool json, FILE* out, FILE* err) : json_(json), out_(out), err_(err) {}
+Output::Output(bool json) : json_(json) {}
 
-void Output::emit(const std::string& line) {
-    const bool ok = fwrite(line.data(), 1, line.size(), out_) == line.size() &&
-                    fputc('\n', out_) != EOF && fflush(out_) == 0;
-    if (!ok) writeFailed_ = true;
+void Output::write(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        writeFailed_ = true;
 }
 
 bool Output::writeFailed() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return writeFailed_ || ferror(out_) != 0;
+    return writeFailed_ || ferror(stdout) != 0;
 }
 
 void Output::report(const Report& r) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_) {
-        Json::Value j = jsonObject({{"command", r.command},
-                                    {"call", r.call},
-                                    {"args", r.args},
-                                    {"result", toJson(r.result)},
-                                    {"ok", r.ok}});
-        for (const std::string& key : r.extra.getMemberNames()) j[key] = r.extra[key];
+        Json::Value j = r.extra;
+        add(j, {{"command", r.command},
+                {"call", r.call},
+                {"args", r.args},
+                {"result", toJson(r.result)},
+                {"ok", r.ok}});
         if (r.halVisible) j["hal"] = halJson(r.hal);
         emit(toJsonLine(j));
         return;
     }
-    std::string head = r.call + "(" + r.args + ")";
-    if (r.result) {
-        head += " = " + std::to_string(*r.result);
-    } else {
-        head += " done";
-    }
-    if (!r.ok) head += "  [failed]";
-    emit(head);
+    const std::string result = r.result ? " = " + std::to_string(*r.result) : " done";
+    emit(r.call + "(" + r.args + ")" + result + (r.ok ? "" : "  [failed]"));
     for (const std::string& d : r.details) emit("    " + d);
     if (r.halVisible) {
         if (r.hal.empty()) emit("  HAL received: nothing");
@@ -278,19 +300,16 @@ void Output::message(const std::string& text, const Json::Value& json) {
 
 void Output::raw(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (fwrite(text.data(), 1, text.size(), out_) != text.size() || fflush(out_) != 0)
-        writeFailed_ = true;
+    write(text);
 }
 
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (json_) {
-        emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
-    } else {
-        fflush(out_);
-    }
-    fprintf(err_, "torqctl: %s\n", text.c_str());
-    fflush(err_);
+    // Standard output first, so that the error follows what came before it.
+    if (json_) emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
+    fflush(stdout);
+    fprintf(stderr, "torqctl: %s\n", text.c_str());
+    fflush(stderr);
 }
 
 }  // namespace torqctl

@@ -9,15 +9,25 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "LogHook.h"
 #include "torq_sim/Journal.h"
 
 namespace torqctl {
+
+/** A line the library wrote through liblog. */
+struct LogLine {
+    int priority = 0;  // ANDROID_LOG_*
+    std::string tag;   // empty when written without a tag
+    std::string message;
+};
+
+/** Routes every liblog line of this process to `sink`, not the default (stderr on a host). */
+void installLogHook(std::function<void(const LogLine&)> sink);
 
 /** One library call and what came of it. */
 struct Report {
@@ -40,17 +50,12 @@ struct CallbackEvent {
     std::vector<std::pair<std::string, std::string>> records;  // key (opcode or path), value
 };
 
-/**
- * torqctl's output, text or JSON. Thread-safe. A write to standard output that fails (a full
- * disk, a closed pipe) is remembered: see writeFailed().
- */
+/** torqctl's output, text or JSON. Thread-safe; a failed write is remembered (writeFailed). */
 class Output {
   public:
-    /** Writes to `out` and `err`; with `json`, one JSON object per line on `out`. */
-    Output(bool json, FILE* out = stdout, FILE* err = stderr);
+    /** With `json`, one JSON object per line on standard output. */
+    explicit Output(bool json);
 
-    /** Whether the output is JSON. */
-    bool json() const { return json_; }
     /** A library call: a head line, details and what the HAL received; or one object. */
     void report(const Report& report);
     /** A HAL callback that reached torqctl's callback object. */
@@ -61,20 +66,16 @@ class Output {
     void message(const std::string& text, const Json::Value& json = Json::Value());
     /** Text printed as it stands in both modes (help). */
     void raw(const std::string& text);
-    /**
-     * An error: "torqctl: TEXT" on standard error; with --json also {"error": TEXT, "exit":
-     * EXIT} on standard output, where EXIT is the exit code the error leads to.
-     */
+    /** "torqctl: TEXT" on stderr; with --json also {"error": TEXT, "exit": EXIT} on stdout. */
     void error(const std::string& text, int exit);
     /** True once a write to standard output failed. */
     bool writeFailed() const;
 
   private:
-    void emit(const std::string& line);
+    void write(const std::string& text);
+    void emit(const std::string& line) { write(line + "\n"); }
 
     const bool json_;
-    FILE* out_;
-    FILE* err_;
     mutable std::mutex mutex_;
     bool writeFailed_ = false;
 };
@@ -91,10 +92,7 @@ Json::Value recordsJson(const std::vector<std::pair<std::string, std::string>>& 
 /** The text line of a callback event ("callback to listener #2: 0x... = ..."). */
 std::string describeCallback(const CallbackEvent& event);
 
-/**
- * `text` as valid UTF-8: well-formed sequences are kept as they are; every other byte becomes
- * the four characters \xNN (NN its value in lower-case hex).
- */
+/** `text` as valid UTF-8: every byte outside a well-formed sequence becomes \xNN (lower hex). */
 std::string validUtf8(const std::string& text);
 
 /** `value` as one line of JSON, every string passed through validUtf8 first. */

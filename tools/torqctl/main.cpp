@@ -32,18 +32,12 @@ int runCommand(const ParseResult& parsed, Output& out) {
     }
     std::ifstream file;
     if (c.word == "shell" && !c.name.empty()) {
+        file.open(c.name);
         // An ifstream opens a directory without complaint and then reads nothing from it.
         struct stat info {};
-        std::string why;
-        if (stat(c.name.c_str(), &info) != 0) {
-            why = strerror(errno);
-        } else if (S_ISDIR(info.st_mode)) {
-            why = "it is a directory";
-        } else {
-            file.open(c.name);
-            if (!file) why = strerror(errno);
-        }
-        if (!why.empty()) {
+        const bool directory = file && stat(c.name.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+        if (!file || directory) {
+            const std::string why = directory ? "it is a directory" : strerror(errno);
             out.error("cannot read " + c.name + ": " + why, kExitUsage);
             return kExitUsage;
         }
@@ -89,11 +83,6 @@ int checkedExit(const Output& out, int status) {
 }
 
 }  // namespace
-
-// The package version, set by the build from the project's version.
-#ifndef TORQCTL_VERSION
-#define TORQCTL_VERSION "unknown"
-#endif
 
 int main(int argc, char** argv) {
     const ParseResult parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));

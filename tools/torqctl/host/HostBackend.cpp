@@ -23,21 +23,14 @@ class SimBackend : public Backend {
         return host_.journal()->since(mark);
     }
     std::vector<std::string> takeDumpOutput() override { return host_.takeDumpOutput(); }
-    bool killHal(std::string* error) override {
-        if (!host_.alive()) {
-            *error = "the HAL is not running";
-            return false;
-        }
+    bool killHal() override {
+        if (!host_.alive()) return false;
         host_.kill();
         return true;
     }
-    bool restartHal(std::string* error) override {
+    bool restartHal() override {
         host_.kill();  // restart-hal also replaces a running HAL
-        if (!host_.restart()) {
-            *error = "the simulator could not register the HAL";
-            return false;
-        }
-        return true;
+        return host_.restart();
     }
     bool inspect(const std::function<void(const torq_sim::SimModel&)>& fn) const override {
         return host_.inspect(fn);
@@ -58,7 +51,7 @@ std::unique_ptr<Backend> openBackend(bool noSim, std::string* error) {
     }
     auto sim = std::make_unique<SimBackend>();
     if (!sim->start()) {
-        *error = "the simulator could not register the HAL";
+        *error = kSimulatorFailed;
         return nullptr;
     }
     return sim;
