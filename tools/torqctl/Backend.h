@@ -24,7 +24,7 @@ class Backend {
 
     // Only the simulator's is shown (by the tour, which needs it).
     virtual std::string description() const { return "declared HAL"; }
-    // True when the HAL is the simulator (journal, dump output, kill/restart available).
+    // The journal, dump output and kill/restart need the simulator.
     virtual bool simulated() const { return false; }
     // False after kill-hal until the HAL is back.
     virtual bool halUp() const { return true; }

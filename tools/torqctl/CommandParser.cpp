@@ -30,6 +30,7 @@ enum class Take {
     kPaths,         // rest: PATH or PATH=VALUE
     kOpcodes,       // rest: opcodes, into ids
     kNumbers,       // rest: numbers, into ids
+    kListened,      // rest: opcodes into ids, or paths (words starting with '/')
 };
 
 struct Arg {
@@ -115,7 +116,8 @@ const VerbInfo kVerbs[] = {
          takes(arg(Take::kPaths))},
         {1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
          "listen for changes (torqResListeningRegister, or the by-path form for paths) and print "
-         "callbacks as they arrive; outside a shell for --for MS (default 5000)"},
+         "callbacks as they arrive; outside a shell for --for MS (default 5000)",
+         takes(arg(Take::kListened))},
         {1, 1, "unlisten HANDLE", "stop listening through torqResListeningUnRegister",
          takes(arg("handle"))},
         {1, kMany, "thermal [--tag N] ID=LEVEL...", "pass thermal levels through torqThermalNotify",
@@ -236,7 +238,10 @@ std::string shown(const std::string& word) {
     return "'" + out + "'";
 }
 
-bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out) {
+// `text` as a T within [min, max]. A value beyond T's positive range (an opcode written as an
+// unsigned number) keeps its bits.
+template <typename T>
+bool parseIn(const std::string& text, int64_t min, int64_t max, T* out) {
     const char* p = text.data();
     const char* const end = p + text.size();
     bool negative = false;
@@ -260,16 +265,6 @@ bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out
     const int64_t value =
             negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
     if (value < min || value > max) return false;
-    *out = value;
-    return true;
-}
-
-// `text` as a T within [min, max]. A value beyond T's positive range (an opcode written as an
-// unsigned number) keeps its bits.
-template <typename T>
-bool parseIn(const std::string& text, int64_t min, int64_t max, T* out) {
-    int64_t value = 0;
-    if (!parseSigned(text, min, max, &value)) return false;
     *out = static_cast<T>(static_cast<std::make_unsigned_t<T>>(value));
     return true;
 }
@@ -453,10 +448,16 @@ class Parser {
                 case Take::kPaths:
                     ok = pathWord(word, arg.take == Take::kPathValues);
                     break;
+                case Take::kListened:
+                    if (word.rfind('/', 0) == 0) {
+                        c.paths.push_back({word, std::nullopt});
+                        break;
+                    }
+                    [[fallthrough]];
                 case Take::kOpcodes:
                 case Take::kNumbers:
-                    ok = arg.take == Take::kOpcodes ? opcode(word, &id)
-                                                    : number(word, arg.what, &id);
+                    ok = arg.take == Take::kNumbers ? number(word, arg.what, &id)
+                                                    : opcode(word, &id);
                     c.ids.push_back(id);
                     break;
             }
@@ -483,17 +484,6 @@ class Parser {
             return std::all_of(c.paths.begin(), c.paths.end(), [](auto& pv) { return pv.value; }) ||
                    fail("--map needs PATH=VALUE for every path");
         } else if (w == "listen") {
-            // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
-            for (const std::string& word : args_) {
-                int32_t id = 0;
-                if (!word.empty() && word[0] == '/') {
-                    c.paths.push_back({word, std::nullopt});
-                } else if (opcode(word, &id)) {
-                    c.ids.push_back(id);
-                } else {
-                    return false;
-                }
-            }
             return c.paths.empty() || c.ids.empty() ||
                    fail("listen takes opcodes or paths, not both");
         } else if (w == "history") {

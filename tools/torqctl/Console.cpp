@@ -30,14 +30,6 @@ constexpr char kActionPrefix[] = "VARDEX_";
 using torq_sim::hexId;
 using torq_sim::quoted;
 
-// "{a, b, c}", each item as `show` writes it.
-template <typename Items, typename Show>
-std::string listText(const Items& items, Show show) {
-    std::string out;
-    for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
-    return "{" + out + "}";
-}
-
 // How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
 enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
 
@@ -78,7 +70,9 @@ std::string argText(const T& arg) {
     } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
         return "callback";
     } else {
-        return listText(arg, [](const auto& item) { return argText(item); });
+        std::string out;
+        for (const auto& item : arg) out += (out.empty() ? "" : ", ") + argText(item);
+        return "{" + out + "}";
     }
 }
 

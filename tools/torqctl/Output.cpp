@@ -64,10 +64,9 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
 }
 
 // "V", "D", "I", "W", "E", "F" or "?".
-const char* priorityLetter(int priority) {
-    static const char* const kLetters[] = {"V", "D", "I", "W", "E", "F"};
+std::string priorityLetter(int priority) {
     const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
-    return known ? kLetters[priority - ANDROID_LOG_VERBOSE] : "?";
+    return std::string(1, known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
 }
 
 void add(Json::Value& object, JsonMembers members) {
@@ -249,27 +248,24 @@ bool Output::writeFailed() const {
 }
 
 void Output::report(const Report& r) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (json_) {
-        Json::Value j = r.extra;
-        add(j, {{"command", r.command},
-                {"call", r.call},
-                {"args", r.args},
-                {"result", toJson(r.result)},
-                {"ok", r.ok}});
-        if (r.halVisible) j["hal"] = halJson(r.hal);
-        emit(toJsonLine(j));
-        return;
-    }
-    const std::string result = r.result ? " = " + std::to_string(*r.result) : " done";
-    emit(r.call + "(" + r.args + ")" + result + (r.ok ? "" : "  [failed]"));
-    for (const std::string& d : r.details) emit("    " + d);
+    Json::Value j = r.extra;
+    add(j, {{"command", r.command},
+            {"call", r.call},
+            {"args", r.args},
+            {"result", toJson(r.result)},
+            {"ok", r.ok}});
+    std::string text = r.call + "(" + r.args + ")" +
+                       (r.result ? " = " + std::to_string(*r.result) : " done") +
+                       (r.ok ? "" : "  [failed]");
+    for (const std::string& d : r.details) text += "\n    " + d;
     if (r.halVisible) {
-        if (r.hal.empty()) emit("  HAL received: nothing");
+        j["hal"] = halJson(r.hal);
+        if (r.hal.empty()) text += "\n  HAL received: nothing";
         // In the order of JournalEntry::Type: a call, a callback, a note.
-        static const char* const kPrefix[] = {"  HAL received: ", "  HAL sent:     ", "  "};
-        for (const auto& e : r.hal) emit(kPrefix[static_cast<int>(e.type)] + e.toString());
+        static const char* const kPrefix[] = {"\n  HAL received: ", "\n  HAL sent:     ", "\n  "};
+        for (const auto& e : r.hal) text += kPrefix[static_cast<int>(e.type)] + e.toString();
     }
+    message(text, j);
 }
 
 void Output::callback(const CallbackEvent& event) {
