@@ -109,13 +109,6 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
     size_t received = 0;
 };
 
-Console::Console(Output& out, Backend& backend, bool shellMode)
-    : out_(out), backend_(backend), shellMode_(shellMode) {}
-
-Console::~Console() {
-    finish();
-}
-
 void Console::finish() {
     if (restartThread_.joinable()) restartThread_.join();
     if (!backend_.halUp()) return;

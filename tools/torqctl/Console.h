@@ -32,8 +32,9 @@ struct Call;
 
 class Console {
   public:
-    Console(Output& out, Backend& backend, bool shellMode);
-    ~Console();
+    Console(Output& out, Backend& backend, bool shellMode)
+        : out_(out), backend_(backend), shellMode_(shellMode) {}
+    ~Console() { finish(); }
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);

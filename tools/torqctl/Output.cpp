@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 #include "torq_sim/Render.h"
@@ -74,32 +75,23 @@ void add(Json::Value& object, JsonMembers members) {
 }
 
 // The journal's values as JSON: an absent optional is null, a list an array.
-Json::Value toJson(const Json::Value& value) {
-    return value;
-}
-
-Json::Value toJson(const torq_sim::TorqRequestData& d);
 template <typename T>
-Json::Value toJson(const std::vector<T>& items);
-
-template <typename T>
-Json::Value toJson(const std::optional<T>& value) {
-    return value ? toJson(*value) : Json::Value();
-}
-
-template <typename T>
-Json::Value toJson(const std::vector<T>& items) {
-    Json::Value out(Json::arrayValue);
-    for (const T& item : items) out.append(toJson(item));
-    return out;
-}
-
-Json::Value toJson(const torq_sim::TorqRequestData& d) {
-    return jsonObject({{"id", torq_sim::hexId(d.id)},
-                       {"subId", d.subId},
-                       {"value", toJson(d.value)},
-                       {"path", toJson(d.path)},
-                       {"extra", toJson(d.extra)}});
+Json::Value toJson(const T& value) {
+    if constexpr (std::is_same_v<T, torq_sim::TorqRequestData>) {
+        return jsonObject({{"id", torq_sim::hexId(value.id)},
+                           {"subId", value.subId},
+                           {"value", toJson(value.value)},
+                           {"path", toJson(value.path)},
+                           {"extra", toJson(value.extra)}});
+    } else if constexpr (std::is_constructible_v<Json::Value, const T&>) {
+        return Json::Value(value);
+    } else if constexpr (std::is_same_v<T, std::optional<typename T::value_type>>) {
+        return value ? toJson(*value) : Json::Value();
+    } else {
+        Json::Value out(Json::arrayValue);
+        for (const auto& item : value) out.append(toJson(item));
+        return out;
+    }
 }
 
 // The arguments of one received call, as fields of `item`: those of its method only.
@@ -235,8 +227,6 @@ std::string describeCallback(const CallbackEvent& event) {
     return text;
 }
 
-Output::Output(bool json) : json_(json) {}
-
 void Output::write(const std::string& text) {
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
         writeFailed_ = true;
@@ -288,9 +278,9 @@ void Output::log(const LogLine& line) {
 void Output::message(const std::string& text, const Json::Value& json) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!json_) {
-        emit(text);
+        write(text + "\n");
     } else if (json.isObject()) {
-        emit(toJsonLine(json));
+        write(toJsonLine(json) + "\n");
     }
 }
 
@@ -302,7 +292,7 @@ void Output::raw(const std::string& text) {
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
     // Standard output first, so that the error follows what came before it.
-    if (json_) emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
+    if (json_) write(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})) + "\n");
     fflush(stdout);
     fprintf(stderr, "torqctl: %s\n", text.c_str());
     fflush(stderr);

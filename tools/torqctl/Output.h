@@ -54,7 +54,7 @@ struct CallbackEvent {
 class Output {
   public:
     /** With `json`, one JSON object per line on standard output. */
-    explicit Output(bool json);
+    explicit Output(bool json) : json_(json) {}
 
     /** A library call: a head line, details and what the HAL received; or one object. */
     void report(const Report& report);
@@ -70,7 +70,6 @@ class Output {
 
   private:
     void write(const std::string& text);
-    void emit(const std::string& line) { write(line + "\n"); }
 
     const bool json_;
     mutable std::mutex mutex_;
