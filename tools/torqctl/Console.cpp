@@ -243,7 +243,6 @@ struct Call {
         r.extra["values"] = recordsJson(pairs, key);
     }
 
-    // Reports the call made so far and gets ready for the next one.
     void next() {
         finish();
         *this = Call(console, r.command, origin);
@@ -304,17 +303,6 @@ void acquire(Call& k, const Command& c) {
            static_cast<int>(c.duration));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
-}
-
-void resAcquire(Call& k, const Command& c) {
-    const auto duration = static_cast<int32_t>(c.duration);
-    if (c.platform) {
-        k.make(LIBRARY_FUNCTION(ZelPlatformResAcquire), kHandle, libraryResources(c.resources), 0,
-               c.identity, c.text, duration);
-    } else {
-        k.make(LIBRARY_FUNCTION(ZelResAcquire), kHandle, libraryResources(c.resources), 0,
-               c.identity, duration);
-    }
 }
 
 void pm(Call& k, const Command& c) {
@@ -401,12 +389,6 @@ void statePath(Call& k, const Command& c) {
     }
     k.returned(result, kNotNegative);
     k.values(values, "path");
-}
-
-void thermal(Call& k, const Command& c) {
-    k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
-    auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
 
 void history(Call& k, const Command& c) {
@@ -525,8 +507,6 @@ int Console::execute(const Command& c) {
         std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
-    // Every other command torqctl runs: its library calls, with what made a handle it obtains, or
-    // a way of its own.
     struct Row {
         const char* word;
         const char* origin;
@@ -541,7 +521,17 @@ int Console::execute(const Command& c) {
                  k.make(LIBRARY_FUNCTION(ZelEventAcquire), kHandle, c.number, c.text, c.identity,
                         static_cast<int32_t>(c.duration), libraryResources(c.resources));
              }},
-            {"res-acquire", "zel", resAcquire},
+            {"res-acquire", "zel",
+             [](Call& k, const Command& c) {
+                 const auto duration = static_cast<int32_t>(c.duration);
+                 if (c.platform) {
+                     k.make(LIBRARY_FUNCTION(ZelPlatformResAcquire), kHandle,
+                            libraryResources(c.resources), 0, c.identity, c.text, duration);
+                 } else {
+                     k.make(LIBRARY_FUNCTION(ZelResAcquire), kHandle, libraryResources(c.resources),
+                            0, c.identity, duration);
+                 }
+             }},
             {"release", nullptr, nullptr, &Console::release},
             {"resctl", "halclient",
              [](Call& k, const Command& c) {
@@ -561,7 +551,12 @@ int Console::execute(const Command& c) {
             {"state-path", nullptr, statePath},
             {"listen", nullptr, nullptr, &Console::listen},
             {"unlisten", nullptr, nullptr, &Console::release},
-            {"thermal", nullptr, thermal},
+            {"thermal", nullptr,
+             [](Call& k, const Command& c) {
+                 k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
+                 auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
+                 k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
+             }},
             {"thermal-listen", nullptr, nullptr, &Console::listen},
             {"thermal-unlisten", nullptr, nullptr, &Console::release},
             {"notify", nullptr,

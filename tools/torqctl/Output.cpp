@@ -64,7 +64,6 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
-// "V", "D", "I", "W", "E", "F" or "?".
 std::string priorityLetter(int priority) {
     const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
     return std::string(1, known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
