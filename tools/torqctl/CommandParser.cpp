@@ -8,10 +8,8 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdint>
 #include <iterator>
 #include <limits>
-#include <optional>
 #include <sstream>
 #include <type_traits>
 
@@ -209,10 +207,9 @@ std::optional<std::string> optionValue(const VerbInfo& entry, const std::string&
 }
 
 const VerbInfo* findVerb(const std::string& word) {
-    for (const VerbInfo& entry : kVerbs) {
-        if (word == wordOf(entry)) return &entry;
-    }
-    return nullptr;
+    const auto is = [&](const VerbInfo& entry) { return word == wordOf(entry); };
+    const VerbInfo* entry = std::find_if(std::begin(kVerbs), std::end(kVerbs), is);
+    return entry == std::end(kVerbs) ? nullptr : entry;
 }
 
 // The flag a global option sets; null for any other word.
