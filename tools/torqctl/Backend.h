@@ -36,10 +36,8 @@ class Backend {
     // it could not register the HAL, kSimulatorFailed); torqctl asks no other backend.
     virtual bool killHal() { return false; }
     virtual bool restartHal() { return false; }
-    // Runs `fn` on the simulator's model; false when there is none (or it is dead).
-    virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
-        return false;
-    }
+    // Runs `fn` on the simulator's model, if there is one (and it is alive).
+    virtual void inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {}
     // Tears the simulator down before exit (kills its process).
     virtual void shutdown() {}
 };

@@ -53,7 +53,6 @@ struct CallbackEvent {
 /** torqctl's output, text or JSON. Thread-safe; a failed write is remembered (writeFailed). */
 class Output {
   public:
-    /** With `json`, one JSON object per line on standard output. */
     explicit Output(bool json) : json_(json) {}
 
     /** A library call: a head line, details and what the HAL received; or one object. */
