@@ -24,7 +24,7 @@ class Backend {
 
     // Only the simulator's is shown (by the tour, which needs it).
     virtual std::string description() const { return "declared HAL"; }
-    // True when the HAL is the simulator (journal, dump output, kill/restart available).
+    // The journal, dump output and kill/restart need the simulator.
     virtual bool simulated() const { return false; }
     // False after kill-hal until the HAL is back.
     virtual bool halUp() const { return true; }
@@ -36,10 +36,8 @@ class Backend {
     // it could not register the HAL, kSimulatorFailed); torqctl asks no other backend.
     virtual bool killHal() { return false; }
     virtual bool restartHal() { return false; }
-    // Runs `fn` on the simulator's model; false when there is none (or it is dead).
-    virtual bool inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {
-        return false;
-    }
+    // Runs `fn` on the simulator's model, if there is one (and it is alive).
+    virtual void inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {}
     // Tears the simulator down before exit (kills its process).
     virtual void shutdown() {}
 };

@@ -8,10 +8,8 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdint>
 #include <iterator>
 #include <limits>
-#include <optional>
 #include <sstream>
 #include <type_traits>
 
@@ -30,30 +28,25 @@ enum class Take {
     kPaths,         // rest: PATH or PATH=VALUE
     kOpcodes,       // rest: opcodes, into ids
     kNumbers,       // rest: numbers, into ids
+    kListened,      // rest: opcodes into ids, or paths (words starting with '/')
 };
 
+// A string field takes the word as it is; a number field an int32 (`what` names it in errors).
 struct Arg {
+    Arg(std::string Command::*field) : take(Take::kText), text(field) {}
+    Arg(const char* name, int32_t Command::*field = &Command::number)
+        : take(Take::kNumber), what(name), number(field) {}
+    Arg(Take kind, const char* name = "") : take(kind), what(name) {}
+
     Take take;
     const char* what = "";  // what an error calls the word
     int32_t Command::*number = nullptr;
     std::string Command::*text = nullptr;
 };
 
-Arg arg(std::string Command::*field) {
-    return {Take::kText, "", nullptr, field};
-}
-
-Arg arg(const char* what, int32_t Command::*field = &Command::number) {
-    return {Take::kNumber, what, field, nullptr};
-}
-
-Arg arg(Take take, const char* what = "") {
-    return {take, what};
-}
-
 template <typename... Args>
 std::vector<Arg> takes(Args... args) {
-    return {args...};
+    return {Arg(args)...};
 }
 
 // One command of the language. Its synopsis is the whole description of its words: it starts
@@ -71,80 +64,80 @@ constexpr size_t kMany = std::numeric_limits<size_t>::max();
 
 // In the order of the usage text.
 const VerbInfo kVerbs[] = {
-        {0, 1, "help [COMMAND]", "show this text, or one command's usage",
-         takes(arg(&Command::topic))},
+        {0, 1, "help [COMMAND]", "show this text, or one command's usage", takes(&Command::topic)},
         {0, 1, "actions [PATTERN]",
          "list the action table (event id and name), optionally only names containing PATTERN",
-         takes(arg(&Command::name))},
+         takes(&Command::name)},
         {1, 1, "acquire ACTION [--scene TEXT] [--identity TEXT] [--timeout MS]",
          "acquire an action by name through ZelEventAcquireWrapper (\"VARDEX_\" is added when "
          "missing)",
-         takes(arg(&Command::name))},
+         takes(&Command::name)},
         {1, kMany,
          "acquire-id EVENT_ID [--pkg TEXT] [--identity TEXT] [--duration MS] [OPCODE=VALUE...]",
          "acquire an event by id through ZelEventAcquire, with optional resources",
-         takes(arg("event id"), arg(Take::kOpcodeValues))},
+         takes("event id", Take::kOpcodeValues)},
         {1, kMany,
          "res-acquire [--platform [--pkg TEXT]] [--identity TEXT] [--duration MS] OPCODE=VALUE...",
          "acquire resources through ZelResAcquire; with --platform through ZelPlatformResAcquire, "
          "which also takes a package",
-         takes(arg(Take::kOpcodeValues))},
+         takes(Take::kOpcodeValues)},
         {1, 1, "release HANDLE [--via wrapper|zel|halclient|sa]",
          "release a handle (default: the front end that made it in a shell, else zel)",
-         takes(arg("handle"))},
+         takes("handle")},
         {1, kMany,
          "resctl [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "OPCODE=VALUE...",
          "resource control by opcode through torqHalclient::torqResCtlRequest",
-         takes(arg(Take::kOpcodeValues))},
+         takes(Take::kOpcodeValues)},
         {1, kMany,
          "resctl-path [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback] "
          "PATH=VALUE...",
          "resource control by path through torq_resctl_request_by_path (or "
          "..._with_callback_by_path)",
-         takes(arg(Take::kPathValues))},
+         takes(Take::kPathValues)},
         {1, 1,
          "sactl ID [--duration MS] [--param N] [--option N] [--level N] [--tag N] [--callback]",
-         "SA control through torqHalclient::torqSACtlRequest", takes(arg("SA id"))},
+         "SA control through torqHalclient::torqSACtlRequest", takes("SA id")},
         {1, kMany, "state [--via halclient|zel|zel-one] [--tag N] OPCODE...",
          "current values through torqResStateRequest (halclient), ZelMutiResStateRequest (zel) or "
          "ZelResStateRequest (zel-one)",
-         takes(arg(Take::kOpcodes))},
+         takes(Take::kOpcodes)},
         {1, kMany, "state-path [--map] [--tag N] PATH[=VALUE]...",
          "current values by path through torq_res_state_request_by_path (or ..._map_...)",
-         takes(arg(Take::kPaths))},
+         takes(Take::kPaths)},
         {1, kMany, "listen [--for MS] [--tag N] OPCODE...|PATH...",
          "listen for changes (torqResListeningRegister, or the by-path form for paths) and print "
-         "callbacks as they arrive; outside a shell for --for MS (default 5000)"},
+         "callbacks as they arrive; outside a shell for --for MS (default 5000)",
+         takes(Take::kListened)},
         {1, 1, "unlisten HANDLE", "stop listening through torqResListeningUnRegister",
-         takes(arg("handle"))},
+         takes("handle")},
         {1, kMany, "thermal [--tag N] ID=LEVEL...", "pass thermal levels through torqThermalNotify",
-         takes(arg(Take::kIdValues))},
+         takes(Take::kIdValues)},
         {0, kMany, "thermal-listen [--for MS] [ID...]",
          "listen for thermal levels through torqThermalListeningRegister (no ID: all)",
-         takes(arg(Take::kNumbers, "thermal id"))},
+         takes(Arg(Take::kNumbers, "thermal id"))},
         {1, 1, "thermal-unlisten HANDLE",
-         "stop thermal listening through torqThermalListeningUnregister", takes(arg("handle"))},
+         "stop thermal listening through torqThermalListeningUnregister", takes("handle")},
         {2, 4, "notify SRC TYPE [PARAM [DATA]] [--name TEXT]",
          "a numbered notification through ZelNotifyWapper",
-         takes(arg("SRC"), arg("TYPE", &Command::number2), arg("PARAM", &Command::number3),
-               arg(&Command::text))},
+         takes("SRC", Arg("TYPE", &Command::number2), Arg("PARAM", &Command::number3),
+               &Command::text)},
         {2, kMany, "zel-notify FIRST SECOND [VALUE...]", "a notification through ZelNotify",
-         takes(arg("FIRST"), arg("SECOND", &Command::number2), arg(Take::kNumbers, "VALUE"))},
+         takes("FIRST", Arg("SECOND", &Command::number2), Arg(Take::kNumbers, "VALUE"))},
         {2, kMany, "rule RULE_ID STATUS [OPCODE=VALUE...]", "switch a rule through zelRuleCtl",
-         takes(arg("RULE_ID"), arg("STATUS", &Command::number2), arg(Take::kOpcodeValues))},
+         takes("RULE_ID", Arg("STATUS", &Command::number2), Take::kOpcodeValues)},
         {2, 2, "sysinfo TYPE VALUE", "pass system information through setRelatedSysInfo",
-         takes(arg("TYPE"), arg(Take::kWide))},
+         takes("TYPE", Take::kWide)},
         {1, 1, "history on|off|show",
          "switch history recording (torqHistoryRequestRecordOn/Off) or read it (ZelGetHistory)",
-         takes(arg(&Command::name))},
-        {1, 1, "pm MODE", "power-mode status through ZelGetPMStatus", takes(arg("MODE"))},
+         takes(&Command::name)},
+        {1, 1, "pm MODE", "power-mode status through ZelGetPMStatus", takes("MODE")},
         {1, 1, "dump CODE|NAME|all",
          "ask the HAL to dump a table (codes 0-8: ToDoQueue RunMap ActiveResMap ResRequest ResInfo "
          "SAInfo PidFdList PidfdMonitorMap ResRecordList) through torqDump*"},
         {2, 3, "prop get NAME | prop set NAME VALUE",
          "read or write a HAL property through torqPropertyGet/torqPropertySet",
-         takes(arg(&Command::name), arg(&Command::text), arg(&Command::value))},
+         takes(&Command::name, &Command::text, &Command::value)},
         {0, 0, "init", "connect both front ends: torq_init and zelInit"},
         {0, 0, "journal", "everything the simulated HAL received and sent so far"},
         {1, 1, "wait MS", "pause, letting callbacks arrive"},
@@ -153,7 +146,7 @@ const VerbInfo kVerbs[] = {
          "start the simulated HAL again (a fresh one), now or after MS in the background"},
         {0, 1, "shell [FILE]",
          "run commands line by line from FILE or standard input; handles and listeners persist",
-         takes(arg(&Command::name))},
+         takes(&Command::name)},
         {0, 0, "tour",
          "walk through every front end, a callback, a HAL death and the reconnection; exit code 0 "
          "only if every step worked"},
@@ -207,10 +200,9 @@ std::optional<std::string> optionValue(const VerbInfo& entry, const std::string&
 }
 
 const VerbInfo* findVerb(const std::string& word) {
-    for (const VerbInfo& entry : kVerbs) {
-        if (word == wordOf(entry)) return &entry;
-    }
-    return nullptr;
+    const auto is = [&](const VerbInfo& entry) { return word == wordOf(entry); };
+    const VerbInfo* entry = std::find_if(std::begin(kVerbs), std::end(kVerbs), is);
+    return entry == std::end(kVerbs) ? nullptr : entry;
 }
 
 // The flag a global option sets; null for any other word.
@@ -236,7 +228,10 @@ std::string shown(const std::string& word) {
     return "'" + out + "'";
 }
 
-bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out) {
+// `text` as a T within [min, max]. A value beyond T's positive range (an opcode written as an
+// unsigned number) keeps its bits.
+template <typename T>
+bool parseIn(const std::string& text, int64_t min, int64_t max, T* out) {
     const char* p = text.data();
     const char* const end = p + text.size();
     bool negative = false;
@@ -260,16 +255,6 @@ bool parseSigned(const std::string& text, int64_t min, int64_t max, int64_t* out
     const int64_t value =
             negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
     if (value < min || value > max) return false;
-    *out = value;
-    return true;
-}
-
-// `text` as a T within [min, max]. A value beyond T's positive range (an opcode written as an
-// unsigned number) keeps its bits.
-template <typename T>
-bool parseIn(const std::string& text, int64_t min, int64_t max, T* out) {
-    int64_t value = 0;
-    if (!parseSigned(text, min, max, &value)) return false;
     *out = static_cast<T>(static_cast<std::make_unsigned_t<T>>(value));
     return true;
 }
@@ -453,10 +438,16 @@ class Parser {
                 case Take::kPaths:
                     ok = pathWord(word, arg.take == Take::kPathValues);
                     break;
+                case Take::kListened:
+                    if (word.rfind('/', 0) == 0) {
+                        c.paths.push_back({word, std::nullopt});
+                        break;
+                    }
+                    [[fallthrough]];
                 case Take::kOpcodes:
                 case Take::kNumbers:
-                    ok = arg.take == Take::kOpcodes ? opcode(word, &id)
-                                                    : number(word, arg.what, &id);
+                    ok = arg.take == Take::kNumbers ? number(word, arg.what, &id)
+                                                    : opcode(word, &id);
                     c.ids.push_back(id);
                     break;
             }
@@ -483,17 +474,6 @@ class Parser {
             return std::all_of(c.paths.begin(), c.paths.end(), [](auto& pv) { return pv.value; }) ||
                    fail("--map needs PATH=VALUE for every path");
         } else if (w == "listen") {
-            // Opcodes, or paths (words starting with '/'); a malformed opcode is named first.
-            for (const std::string& word : args_) {
-                int32_t id = 0;
-                if (!word.empty() && word[0] == '/') {
-                    c.paths.push_back({word, std::nullopt});
-                } else if (opcode(word, &id)) {
-                    c.ids.push_back(id);
-                } else {
-                    return false;
-                }
-            }
             return c.paths.empty() || c.ids.empty() ||
                    fail("listen takes opcodes or paths, not both");
         } else if (w == "history") {

@@ -30,14 +30,6 @@ constexpr char kActionPrefix[] = "VARDEX_";
 using torq_sim::hexId;
 using torq_sim::quoted;
 
-// "{a, b, c}", each item as `show` writes it.
-template <typename Items, typename Show>
-std::string listText(const Items& items, Show show) {
-    std::string out;
-    for (const auto& item : items) out += (out.empty() ? "" : ", ") + show(item);
-    return "{" + out + "}";
-}
-
 // How a library function's result tells success; kHandle: it is a handle, or a failure (below 1).
 enum Success { kZero, kNotNegative, kNotMinusOne, kHandle };
 
@@ -78,7 +70,9 @@ std::string argText(const T& arg) {
     } else if constexpr (std::is_same_v<T, std::shared_ptr<CallbackSink>>) {
         return "callback";
     } else {
-        return listText(arg, [](const auto& item) { return argText(item); });
+        std::string out;
+        for (const auto& item : arg) out += (out.empty() ? "" : ", ") + argText(item);
+        return "{" + out + "}";
     }
 }
 
@@ -114,13 +108,6 @@ class CallbackSink : public IClientCallback, public IClientCallbackByPath {
     int32_t handle = 0;
     size_t received = 0;
 };
-
-Console::Console(Output& out, Backend& backend, bool shellMode)
-    : out_(out), backend_(backend), shellMode_(shellMode) {}
-
-Console::~Console() {
-    finish();
-}
 
 void Console::finish() {
     if (restartThread_.joinable()) restartThread_.join();
@@ -256,7 +243,6 @@ struct Call {
         r.extra["values"] = recordsJson(pairs, key);
     }
 
-    // Reports the call made so far and gets ready for the next one.
     void next() {
         finish();
         *this = Call(console, r.command, origin);
@@ -317,17 +303,6 @@ void acquire(Call& k, const Command& c) {
            static_cast<int>(c.duration));
     k.r.details.push_back("action " + action + " is event id " + std::to_string(index));
     k.r.extra["event_id"] = index;
-}
-
-void resAcquire(Call& k, const Command& c) {
-    const auto duration = static_cast<int32_t>(c.duration);
-    if (c.platform) {
-        k.make(LIBRARY_FUNCTION(ZelPlatformResAcquire), kHandle, libraryResources(c.resources), 0,
-               c.identity, c.text, duration);
-    } else {
-        k.make(LIBRARY_FUNCTION(ZelResAcquire), kHandle, libraryResources(c.resources), 0,
-               c.identity, duration);
-    }
 }
 
 void pm(Call& k, const Command& c) {
@@ -414,12 +389,6 @@ void statePath(Call& k, const Command& c) {
     }
     k.returned(result, kNotNegative);
     k.values(values, "path");
-}
-
-void thermal(Call& k, const Command& c) {
-    k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
-    auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
-    k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
 }
 
 void history(Call& k, const Command& c) {
@@ -538,8 +507,6 @@ int Console::execute(const Command& c) {
         std::this_thread::sleep_for(std::chrono::milliseconds(c.forMs.value_or(0)));
         return kExitOk;
     }
-    // Every other command torqctl runs: its library calls, with what made a handle it obtains, or
-    // a way of its own.
     struct Row {
         const char* word;
         const char* origin;
@@ -554,7 +521,17 @@ int Console::execute(const Command& c) {
                  k.make(LIBRARY_FUNCTION(ZelEventAcquire), kHandle, c.number, c.text, c.identity,
                         static_cast<int32_t>(c.duration), libraryResources(c.resources));
              }},
-            {"res-acquire", "zel", resAcquire},
+            {"res-acquire", "zel",
+             [](Call& k, const Command& c) {
+                 const auto duration = static_cast<int32_t>(c.duration);
+                 if (c.platform) {
+                     k.make(LIBRARY_FUNCTION(ZelPlatformResAcquire), kHandle,
+                            libraryResources(c.resources), 0, c.identity, c.text, duration);
+                 } else {
+                     k.make(LIBRARY_FUNCTION(ZelResAcquire), kHandle, libraryResources(c.resources),
+                            0, c.identity, duration);
+                 }
+             }},
             {"release", nullptr, nullptr, &Console::release},
             {"resctl", "halclient",
              [](Call& k, const Command& c) {
@@ -574,7 +551,12 @@ int Console::execute(const Command& c) {
             {"state-path", nullptr, statePath},
             {"listen", nullptr, nullptr, &Console::listen},
             {"unlisten", nullptr, nullptr, &Console::release},
-            {"thermal", nullptr, thermal},
+            {"thermal", nullptr,
+             [](Call& k, const Command& c) {
+                 k.calls("torqHalclient::torqThermalNotify", c.resources, c.tag);
+                 auto list = libraryResources<std::list<ZelClient::Resource>>(c.resources);
+                 k.returned(torqHalclient::torqThermalNotify(list, c.tag), kZero);
+             }},
             {"thermal-listen", nullptr, nullptr, &Console::listen},
             {"thermal-unlisten", nullptr, nullptr, &Console::release},
             {"notify", nullptr,

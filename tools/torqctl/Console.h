@@ -32,16 +32,16 @@ struct Call;
 
 class Console {
   public:
-    Console(Output& out, Backend& backend, bool shellMode);
-    ~Console();
+    Console(Output& out, Backend& backend, bool shellMode)
+        : out_(out), backend_(backend), shellMode_(shellMode) {}
+    ~Console() { finish(); }
 
     // Runs one parsed command; returns its exit status.
     int execute(const Command& command);
     // Runs the lines of `in`; the status of the last failing line, or 0 when all worked.
     int runShell(std::istream& in, bool interactive);
 
-    // Reports of the last execute().
-    const std::vector<Report>& reports() const { return reports_; }
+    const std::vector<Report>& reports() const { return reports_; }  // of the last execute()
     Output& output() { return out_; }
     Backend& backend() { return backend_; }
 
@@ -49,22 +49,20 @@ class Console {
     // the library's log lines received so far; whether it did. `done` runs under a lock.
     using Done = std::function<bool(const std::vector<CallbackEvent>&, const std::vector<LogLine>&)>;
     bool waitUntil(int64_t timeoutMs, const Done& done) const;
-    // A line the library logged (kept for waitUntil whether or not it is shown).
+    // Kept for waitUntil whether or not it is shown.
     void onLog(const LogLine& line, bool show);
 
     // Unregisters what is still registered and waits for a pending restart.
     void finish();
 
-    // Called by callback objects (binder threads).
+    // From callback objects (binder threads).
     void deliver(CallbackSink* from, CallbackEvent event);
 
   private:
     friend struct Call;
 
-    // The shape every library call shares: make the calls (`fill`), report each with what the
-    // HAL saw, keep a handle obtained as made by `origin`; or refuse the command.
+    // Makes a command's calls (`fill`) and reports them; a handle obtained is kept as `origin`'s.
     int call(const Command& c, const char* origin, const std::function<void(Call&)>& fill);
-    // Reports an error; returns `exit`.
     int fail(int exit, const std::string& message);
     // A command without a library call worked: `text`, or `json` with "command" and "ok" added.
     int done(const Command& c, const std::string& text,
@@ -73,7 +71,6 @@ class Console {
     // Ends a call: shows the callbacks held during it, those to `sink` with the `handle` it got.
     void releaseHeld(CallbackSink* sink = nullptr, int32_t handle = 0);
 
-    // The commands that check this run's handles, wait, or make no library call.
     int actions(const Command& c);
     int release(const Command& c);
     int listen(const Command& c);
@@ -97,7 +94,7 @@ class Console {
     std::vector<std::pair<const CallbackSink*, CallbackEvent>> held_;
     std::vector<LogLine> logLines_;
 
-    // restart-hal --after: the thread is only touched by the thread running commands.
+    // restart-hal --after; only the thread running commands touches the thread.
     std::thread restartThread_;
     std::atomic<bool> restartPending_{false};
 };

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 #include "torq_sim/Render.h"
@@ -63,11 +64,9 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
-// "V", "D", "I", "W", "E", "F" or "?".
-const char* priorityLetter(int priority) {
-    static const char* const kLetters[] = {"V", "D", "I", "W", "E", "F"};
+std::string priorityLetter(int priority) {
     const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
-    return known ? kLetters[priority - ANDROID_LOG_VERBOSE] : "?";
+    return std::string(1, known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
 }
 
 void add(Json::Value& object, JsonMembers members) {
@@ -75,32 +74,23 @@ void add(Json::Value& object, JsonMembers members) {
 }
 
 // The journal's values as JSON: an absent optional is null, a list an array.
-Json::Value toJson(const Json::Value& value) {
-    return value;
-}
-
-Json::Value toJson(const torq_sim::TorqRequestData& d);
 template <typename T>
-Json::Value toJson(const std::vector<T>& items);
-
-template <typename T>
-Json::Value toJson(const std::optional<T>& value) {
-    return value ? toJson(*value) : Json::Value();
-}
-
-template <typename T>
-Json::Value toJson(const std::vector<T>& items) {
-    Json::Value out(Json::arrayValue);
-    for (const T& item : items) out.append(toJson(item));
-    return out;
-}
-
-Json::Value toJson(const torq_sim::TorqRequestData& d) {
-    return jsonObject({{"id", torq_sim::hexId(d.id)},
-                       {"subId", d.subId},
-                       {"value", toJson(d.value)},
-                       {"path", toJson(d.path)},
-                       {"extra", toJson(d.extra)}});
+Json::Value toJson(const T& value) {
+    if constexpr (std::is_same_v<T, torq_sim::TorqRequestData>) {
+        return jsonObject({{"id", torq_sim::hexId(value.id)},
+                           {"subId", value.subId},
+                           {"value", toJson(value.value)},
+                           {"path", toJson(value.path)},
+                           {"extra", toJson(value.extra)}});
+    } else if constexpr (std::is_constructible_v<Json::Value, const T&>) {
+        return Json::Value(value);
+    } else if constexpr (std::is_same_v<T, std::optional<typename T::value_type>>) {
+        return value ? toJson(*value) : Json::Value();
+    } else {
+        Json::Value out(Json::arrayValue);
+        for (const auto& item : value) out.append(toJson(item));
+        return out;
+    }
 }
 
 // The arguments of one received call, as fields of `item`: those of its method only.
@@ -236,8 +226,6 @@ std::string describeCallback(const CallbackEvent& event) {
     return text;
 }
 
-Output::Output(bool json) : json_(json) {}
-
 void Output::write(const std::string& text) {
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
         writeFailed_ = true;
@@ -249,27 +237,24 @@ bool Output::writeFailed() const {
 }
 
 void Output::report(const Report& r) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (json_) {
-        Json::Value j = r.extra;
-        add(j, {{"command", r.command},
-                {"call", r.call},
-                {"args", r.args},
-                {"result", toJson(r.result)},
-                {"ok", r.ok}});
-        if (r.halVisible) j["hal"] = halJson(r.hal);
-        emit(toJsonLine(j));
-        return;
-    }
-    const std::string result = r.result ? " = " + std::to_string(*r.result) : " done";
-    emit(r.call + "(" + r.args + ")" + result + (r.ok ? "" : "  [failed]"));
-    for (const std::string& d : r.details) emit("    " + d);
+    Json::Value j = r.extra;
+    add(j, {{"command", r.command},
+            {"call", r.call},
+            {"args", r.args},
+            {"result", toJson(r.result)},
+            {"ok", r.ok}});
+    std::string text = r.call + "(" + r.args + ")" +
+                       (r.result ? " = " + std::to_string(*r.result) : " done") +
+                       (r.ok ? "" : "  [failed]");
+    for (const std::string& d : r.details) text += "\n    " + d;
     if (r.halVisible) {
-        if (r.hal.empty()) emit("  HAL received: nothing");
+        j["hal"] = halJson(r.hal);
+        if (r.hal.empty()) text += "\n  HAL received: nothing";
         // In the order of JournalEntry::Type: a call, a callback, a note.
-        static const char* const kPrefix[] = {"  HAL received: ", "  HAL sent:     ", "  "};
-        for (const auto& e : r.hal) emit(kPrefix[static_cast<int>(e.type)] + e.toString());
+        static const char* const kPrefix[] = {"\n  HAL received: ", "\n  HAL sent:     ", "\n  "};
+        for (const auto& e : r.hal) text += kPrefix[static_cast<int>(e.type)] + e.toString();
     }
+    message(text, j);
 }
 
 void Output::callback(const CallbackEvent& event) {
@@ -292,9 +277,9 @@ void Output::log(const LogLine& line) {
 void Output::message(const std::string& text, const Json::Value& json) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!json_) {
-        emit(text);
+        write(text + "\n");
     } else if (json.isObject()) {
-        emit(toJsonLine(json));
+        write(toJsonLine(json) + "\n");
     }
 }
 
@@ -306,7 +291,7 @@ void Output::raw(const std::string& text) {
 void Output::error(const std::string& text, int exit) {
     std::lock_guard<std::mutex> lock(mutex_);
     // Standard output first, so that the error follows what came before it.
-    if (json_) emit(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})));
+    if (json_) write(toJsonLine(jsonObject({{"error", text}, {"exit", exit}})) + "\n");
     fflush(stdout);
     fprintf(stderr, "torqctl: %s\n", text.c_str());
     fflush(stderr);

@@ -53,14 +53,11 @@ struct CallbackEvent {
 /** torqctl's output, text or JSON. Thread-safe; a failed write is remembered (writeFailed). */
 class Output {
   public:
-    /** With `json`, one JSON object per line on standard output. */
-    explicit Output(bool json);
+    explicit Output(bool json) : json_(json) {}
 
     /** A library call: a head line, details and what the HAL received; or one object. */
     void report(const Report& report);
-    /** A HAL callback that reached torqctl's callback object. */
     void callback(const CallbackEvent& event);
-    /** A line the library wrote to the log. */
     void log(const LogLine& line);
     /** A line of text for people; with --json the object instead (skipped when not an object). */
     void message(const std::string& text, const Json::Value& json = Json::Value());
@@ -68,12 +65,10 @@ class Output {
     void raw(const std::string& text);
     /** "torqctl: TEXT" on stderr; with --json also {"error": TEXT, "exit": EXIT} on stdout. */
     void error(const std::string& text, int exit);
-    /** True once a write to standard output failed. */
     bool writeFailed() const;
 
   private:
     void write(const std::string& text);
-    void emit(const std::string& line) { write(line + "\n"); }
 
     const bool json_;
     mutable std::mutex mutex_;

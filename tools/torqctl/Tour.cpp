@@ -128,14 +128,13 @@ class Tour {
     // a call the HAL received during each of them.
     bool reportsHave(const std::string& text, bool hal) const {
         const auto has = [&](const Report& r) {
-            std::vector<std::string> lines = hal ? std::vector<std::string>() : r.details;
+            std::string lines;  // one per line: TEXT never holds a line break
+            for (const std::string& d : r.details) lines += hal ? "" : d + "\n";
             for (const auto& e : r.hal) {
                 if (hal && e.type == torq_sim::JournalEntry::Type::kCall)
-                    lines.push_back(e.toString());
+                    lines += e.toString() + "\n";
             }
-            return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-                return line.find(text) != std::string::npos;
-            });
+            return lines.find(text) != std::string::npos;
         };
         const std::vector<Report>& all = s_.reports();
         return hal ? std::all_of(all.begin(), all.end(), has)

@@ -96,10 +96,9 @@ int main(int argc, char** argv) {
                     jsonObject({{"command", "version"}, {"version", TORQCTL_VERSION}}));
         return checkedExit(out, kExitOk);
     }
-    const bool showLog = parsed.global.log;
     // liblog prints to stderr by default on a host: keep the library's lines for --log (and for
     // the tour's checks) and out of the normal output.
-    installLogHook([showLog](const LogLine& line) {
+    installLogHook([showLog = parsed.global.log](const LogLine& line) {
         if (!gLogOpen) return;
         if (Console* console = gConsole.load()) {
             console->onLog(line, showLog);

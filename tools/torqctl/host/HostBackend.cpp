@@ -32,8 +32,8 @@ class SimBackend : public Backend {
         host_.kill();  // restart-hal also replaces a running HAL
         return host_.restart();
     }
-    bool inspect(const std::function<void(const torq_sim::SimModel&)>& fn) const override {
-        return host_.inspect(fn);
+    void inspect(const std::function<void(const torq_sim::SimModel&)>& fn) const override {
+        host_.inspect(fn);
     }
     void shutdown() override { host_.kill(); }
 
