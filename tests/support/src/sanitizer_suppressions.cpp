@@ -1,5 +1,6 @@
 // The sanitizer findings the library keeps on purpose, compiled into every executable that links
-// torq_test_support (an interface source), so that no binary differs. Anything else fails a run.
+// torq_test_support (an interface source), into every fuzz target and into torqctl, so that no
+// binary differs. Anything else fails a run.
 
 // ThreadSanitizer. deadlock: after a failed transaction the id and path listening registrations
 // and torqResListeningUnRegister take the HAL lock exclusively while holding
@@ -18,4 +19,9 @@ extern "C" const char* __tsan_default_suppressions() {
 extern "C" const char* __lsan_default_suppressions() {
     return "leak:get_torq_hal_and_link_to_death\n"
            "leak:zel_get_torq_hal_and_link_to_death\n";
+}
+
+// Keeps the list of used suppressions off standard error, which torqctl keeps for its own errors.
+extern "C" const char* __lsan_default_options() {
+    return "print_suppressions=0";
 }
