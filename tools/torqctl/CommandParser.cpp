@@ -568,25 +568,18 @@ bool tokenize(const std::string& line, std::vector<std::string>* words, std::str
         }
         if (c == '#' && !inWord) break;
         inWord = true;
-        if (c == '\'') {
-            const size_t end = line.find('\'', i + 1);
-            if (end == std::string::npos) {
-                *error = "unterminated ' quote";
-                return false;
-            }
-            word += line.substr(i + 1, end - i - 1);
-            i = end;
-        } else if (c == '"') {
+        if (c == '\'' || c == '"') {
             size_t j = i + 1;
-            for (; j < line.size() && line[j] != '"'; ++j) {
-                if (line[j] == '\\' && j + 1 < line.size() &&
+            for (; j < line.size() && line[j] != c; ++j) {
+                // Only "..." knows escapes, and only \" and \\.
+                if (c == '"' && line[j] == '\\' && j + 1 < line.size() &&
                     (line[j + 1] == '"' || line[j + 1] == '\\')) {
                     ++j;
                 }
                 word += line[j];
             }
             if (j >= line.size()) {
-                *error = "unterminated \" quote";
+                *error = std::string("unterminated ") + c + " quote";
                 return false;
             }
             i = j;
