@@ -250,10 +250,7 @@ struct Call {
 
     void finish() {
         Console& s = *console;
-        if (s.backend_.simulated()) {
-            r.halVisible = true;
-            r.hal = s.backend_.journalSince(mark);
-        }
+        if (s.backend_.simulated()) r.hal = s.backend_.journalSince(mark);
         s.out_.report(r);
         s.reports_.push_back(r);
         s.releaseHeld(sink.get(), handle.value_or(0));

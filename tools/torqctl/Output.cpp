@@ -64,11 +64,6 @@ std::string escapeInvalidUtf8(const std::string& text, const char* escape) {
     return out;
 }
 
-std::string priorityLetter(int priority) {
-    const bool known = priority >= ANDROID_LOG_VERBOSE && priority <= ANDROID_LOG_FATAL;
-    return std::string(1, known ? "VDIWEF"[priority - ANDROID_LOG_VERBOSE] : '?');
-}
-
 void add(Json::Value& object, JsonMembers members) {
     for (const auto& [name, value] : members) object[name] = value;
 }
@@ -247,12 +242,12 @@ void Output::report(const Report& r) {
                        (r.result ? " = " + std::to_string(*r.result) : " done") +
                        (r.ok ? "" : "  [failed]");
     for (const std::string& d : r.details) text += "\n    " + d;
-    if (r.halVisible) {
-        j["hal"] = halJson(r.hal);
-        if (r.hal.empty()) text += "\n  HAL received: nothing";
+    if (r.hal) {
+        j["hal"] = halJson(*r.hal);
+        if (r.hal->empty()) text += "\n  HAL received: nothing";
         // In the order of JournalEntry::Type: a call, a callback, a note.
         static const char* const kPrefix[] = {"\n  HAL received: ", "\n  HAL sent:     ", "\n  "};
-        for (const auto& e : r.hal) text += kPrefix[static_cast<int>(e.type)] + e.toString();
+        for (const auto& e : *r.hal) text += kPrefix[static_cast<int>(e.type)] + e.toString();
     }
     message(text, j);
 }
@@ -266,7 +261,9 @@ void Output::callback(const CallbackEvent& event) {
 }
 
 void Output::log(const LogLine& line) {
-    const std::string priority = priorityLetter(line.priority);
+    const int p = line.priority;
+    const bool known = p >= ANDROID_LOG_VERBOSE && p <= ANDROID_LOG_FATAL;
+    const std::string priority(1, known ? "VDIWEF"[p - ANDROID_LOG_VERBOSE] : '?');
     message("log: " + priority + "/" + line.tag + ": " + line.message,
             jsonObject({{"event", "log"},
                         {"priority", priority},

@@ -38,8 +38,8 @@ struct Report {
     bool ok = true;                    // the library reported success
     std::vector<std::string> details;  // further lines for people (values, dump output)
     Json::Value extra{Json::objectValue};  // the same for --json: members added to the object
-    bool halVisible = false;               // whether `hal` says what the HAL received
-    std::vector<torq_sim::JournalEntry> hal;
+    // What the HAL received during the call; absent when torqctl cannot see it (a declared HAL).
+    std::optional<std::vector<torq_sim::JournalEntry>> hal;
 };
 
 /** Records a HAL callback carried to the caller's callback object. */
