@@ -32,14 +32,12 @@ class Backend {
     virtual uint64_t journalMark() const { return 0; }
     virtual std::vector<torq_sim::JournalEntry> journalSince(uint64_t /*mark*/) const { return {}; }
     virtual std::vector<std::string> takeDumpOutput() { return {}; }
-    // Only the simulator can be killed (false when it is not running) and restarted (false when
-    // it could not register the HAL, kSimulatorFailed); torqctl asks no other backend.
+    // Only the simulator can be killed (false when it is not running; torqctl also kills it
+    // before exit) and restarted (false when it could not register the HAL, kSimulatorFailed).
     virtual bool killHal() { return false; }
     virtual bool restartHal() { return false; }
     // Runs `fn` on the simulator's model, if there is one (and it is alive).
     virtual void inspect(const std::function<void(const torq_sim::SimModel&)>& /*fn*/) const {}
-    // Tears the simulator down before exit (kills its process).
-    virtual void shutdown() {}
 };
 
 // A declared HAL, checked to be running, or null with `error` set.

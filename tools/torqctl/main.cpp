@@ -67,10 +67,10 @@ int runCommand(const ParseResult& parsed, Output& out) {
         }
         console.finish();
         gConsole = nullptr;
-        // The HAL goes before the console: callback objects the library still holds point to
-        // it, and a dead HAL calls nobody.
+        // An embedded HAL goes before the console: callback objects the library still holds
+        // point to it, and a dead HAL calls nobody.
         gLogOpen = false;
-        backend->shutdown();
+        backend->killHal();
     }
     return status;
 }

@@ -35,7 +35,6 @@ class SimBackend : public Backend {
     void inspect(const std::function<void(const torq_sim::SimModel&)>& fn) const override {
         host_.inspect(fn);
     }
-    void shutdown() override { host_.kill(); }
 
   private:
     torq_sim::SimHost host_;
