@@ -102,8 +102,8 @@ TEST(ParserShell, WordsQuotesCommentsAndNesting) {
     std::string error;
     ASSERT_TRUE(tokenize("a  'b c' \"d \\\"e\\\\\" f\\ g h#i # rest", &words, &error));
     EXPECT_EQ(words, (std::vector<std::string>{"a", "b c", "d \"e\\", "f g", "h#i"}));
-    ASSERT_TRUE(tokenize("x '' y", &words, &error));
-    EXPECT_EQ(words, (std::vector<std::string>{"x", "", "y"}));
+    ASSERT_TRUE(tokenize("x '' y '\\\\ \\\"'", &words, &error));  // no escapes inside '...'
+    EXPECT_EQ(words, (std::vector<std::string>{"x", "", "y", "\\\\ \\\""}));
     EXPECT_FALSE(tokenize("a \"b\\\"", &words, &error));
     EXPECT_EQ(error, "unterminated \" quote");
 
