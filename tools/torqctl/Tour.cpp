@@ -130,7 +130,8 @@ class Tour {
         const auto has = [&](const Report& r) {
             std::string lines;  // one per line: TEXT never holds a line break
             for (const std::string& d : r.details) lines += hal ? "" : d + "\n";
-            for (const auto& e : hal&& r.hal ? *r.hal : std::vector<torq_sim::JournalEntry>()) {
+            static const std::vector<torq_sim::JournalEntry> kNothing;
+            for (const auto& e : (hal && r.hal) ? *r.hal : kNothing) {
                 if (e.type == torq_sim::JournalEntry::Type::kCall) lines += e.toString() + "\n";
             }
             return lines.find(text) != std::string::npos;
