@@ -61,7 +61,8 @@ std::string quoted(const std::vector<std::string>& words) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string line(reinterpret_cast<const char*>(data), size);
-    checkResult(torqctl::parseShellLine(line));
+    const ParseResult shell = torqctl::parseShellLine(line);
+    checkResult(shell);
     std::vector<std::string> words;
     std::string error;
     if (!torqctl::tokenize(line, &words, &error)) {
@@ -75,5 +76,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const ParseResult result = torqctl::parseCommandLine(words);
     checkResult(result);
     checkEndMarker(words, result);
+    // A shell line refuses global options, but only those the command line would take.
+    const torqctl::GlobalOptions& global = result.global;
+    if (!global.json && !global.log && !global.noSim && !global.version) {
+        FUZZ_CHECK(shell.error.rfind("global option", 0) != 0, "a global option after -- refused");
+    }
     return 0;
 }
