@@ -1,7 +1,7 @@
-// The simulator's model, driven directly with a clock that stands still. Its rules are checked
-// once; what torqctl's tour shows of them is not checked again here: listeners hearing of an
-// expiry, a catalogued path and its opcode sharing a value, a request's callback hearing once what
-// it set, an event's catalog settings and their release, the power mode query.
+// The simulator's model, driven directly with a clock that stands still. What torqctl's tour and
+// runs show of its rules is not checked again here: expiry and its notices, thermal levels, an SA
+// control's answer, a request's callback, a catalogued path and its opcode sharing a value, an
+// event's catalog settings and their release, the power mode query.
 
 #include <aidl/vendor/quarn/hardware/torq/BnTorqCallback.h>
 #include <gtest/gtest.h>

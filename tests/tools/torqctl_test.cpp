@@ -127,10 +127,11 @@ TEST(TorqctlCli, EachRunShowsItsCallsWhatTheHalReceivedAndItsExitCode) {
               "\"method\":\"onCallback\",", "\"to\":\"request #1\",\"type\":\"callback\"}],",
               "{\"event\":\"callback\",\"handle\":1,\"records\":[{\"path\":\"" + path +
                       "\",\"value\":\"999\"}],\"to\":\"request\"}\n"}},
-            {{"sactl", "7"},
+            {{"sactl", "--callback", "7"},
              0,
-             {"torqHalclient::torqSACtlRequest(-1, 0, 0x00000007, -1, -1, 0) = 1\n",
-              "request(kind=2 data=[{id=0x00000007}] option=-1 param=-1) -> 1\n"}},
+             {"torqHalclient::torqSACtlRequest(-1, 0, 0x00000007, -1, -1, 0, callback) = 1\n",
+              "request(kind=2 data=[{id=0x00000007}] option=-1 param=-1 callback=yes) -> 1\n",
+              "callback to request #1: 0x00000007=\"1\"\n"}},
             {{"zel-notify", "3", "7", "10", "20"},
              0,
              {"ZelNotify(3, 7, {10, 20}) = 1\n",
@@ -173,8 +174,7 @@ TEST(TorqctlCli, EachRunShowsItsCallsWhatTheHalReceivedAndItsExitCode) {
               "torqHalclient::torqDumpToDoQueue() = 0\n    dump 0 ToDoQueue:\n      #1 expires in ",
               "dump 1 RunMap:\n      #1 resources {0x010108a0=50}, ",
               "dump 2 ActiveResMap:\n      0x010108a0 sched.cluster0.target_load = 50 by #1, "
-              "default 80\n",
-              "dump 7 PidfdMonitorMap:\n", "dump 8 ResRecordList:\n"},
+              "default 80\n"},
              {},
              "resctl --duration 60000 0x010108a0=50\ndump 8\ndump pidfdmonitormap\ndump all\n"},
             // Unknown handles and bad lines are refused but the shell goes on: the handles outlive
