@@ -71,10 +71,6 @@ int64_t heapBytes() {
 #endif
 }
 
-void onDied(void* cookie) {
-    static_cast<std::atomic<int>*>(cookie)->fetch_add(1);
-}
-
 // The service: echoes, and on kCallMeBack calls the client's binder from the request once.
 binder_status_t serve(AIBinder*, transaction_code_t code, const AParcel* in, AParcel* out) {
     if (code != kCallMeBack) return AParcel_writeInt32(out, 1);
@@ -115,7 +111,8 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
     std::atomic<int> deaths{0};
     std::atomic<int> callbacks{0};
     std::atomic<bool> stop{false};
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(
+            [](void* cookie) { static_cast<std::atomic<int>*>(cookie)->fetch_add(1); }));
 
     std::thread caller([&] {
         while (!stop.load()) {
