@@ -82,11 +82,11 @@ class TorqConformanceTest : public ::testing::Test {
             hal = ::ndk::SharedRefBase::make<Hal<Server>>();
             ASSERT_EQ(EX_NONE, AServiceManager_addService(hal->asBinder().get(), kInstance));
         });
-        ::ndk::SpAIBinder binder(AServiceManager_checkService(kInstance));
-        ASSERT_TRUE(AIBinder_isRemote(binder.get()));
-        std::shared_ptr<typename Client::ITorq> torq = Client::ITorq::fromBinder(binder);
+        std::shared_ptr<typename Client::ITorq> torq = Client::ITorq::fromBinder(
+                ::ndk::SpAIBinder(AServiceManager_checkService(kInstance)));
         ASSERT_NE(nullptr, torq);
         auto listener = ::ndk::SharedRefBase::make<Listener<Client>>();
+        EXPECT_EQ(listener->asBinder(), listener->asBinder());  // one binder per object
         const Hand::Parcel sent = parcelShapes()[2];
         int32_t r = 0;
         ASSERT_TRUE(torq->listeningRegister(convertParcel<Client>(sent), listener, &r).isOk());
