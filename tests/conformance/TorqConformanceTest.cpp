@@ -3,7 +3,6 @@
 // callbacks that cross the other way.
 
 #include <android/binder_manager.h>
-#include <android/binder_parcel_utils.h>
 #include <binder_host/process.h>
 #include <gtest/gtest.h>
 
