@@ -30,15 +30,9 @@ struct Service {
     std::atomic<int>* destroyed = nullptr;
 };
 
-inline binder_status_t noop(AIBinder*, transaction_code_t, const AParcel*, AParcel*) {
-    return STATUS_OK;
-}
-
-inline constexpr const char* kDescriptor = "test.binder.IService";
-
 inline AIBinder_Class* serviceClass() {
     static AIBinder_Class* clazz = AIBinder_Class_define(
-            kDescriptor, [](void* args) { return args; },
+            "test.binder.IService", [](void* args) { return args; },
             [](void* userData) {
                 auto* service = static_cast<Service*>(userData);
                 if (service->destroyed != nullptr) service->destroyed->fetch_add(1);
@@ -89,21 +83,6 @@ inline binder_status_t call(const ndk::SpAIBinder& binder, transaction_code_t co
     status = AIBinder_transact(binder.get(), code, in.getR(), out.getR(), flags);
     if (status == STATUS_OK && read) read(out.get());
     return status;
-}
-
-// A call whose request and reply are one int32 each (the reply is 0 when the call failed).
-inline int32_t callForInt(const ndk::SpAIBinder& binder, transaction_code_t code, int32_t arg = 0) {
-    int32_t value = 0;
-    call(
-            binder, code, [arg](AParcel* in) { AParcel_writeInt32(in, arg); },
-            [&](const AParcel* out) { AParcel_readInt32(out, &value); });
-    return value;
-}
-
-inline binder_status_t callOneway(const ndk::SpAIBinder& binder, transaction_code_t code,
-                                  int32_t arg) {
-    return call(
-            binder, code, [arg](AParcel* in) { AParcel_writeInt32(in, arg); }, nullptr, FLAG_ONEWAY);
 }
 
 // A one-shot event a test thread can wait on.

@@ -1,7 +1,7 @@
 // A program using the runtime may end at any moment, also while the runtime is busy, and must then
 // exit cleanly: no abort, no crash, no sanitizer report, no hang. Each death test below is such a
-// program: a service in another emulated process is killed and started again, death notices are
-// being delivered, synchronous and oneway calls are in flight, and then it ends.
+// program: a service in another process restarts, death notices and calls are in flight, and then
+// it ends.
 
 #include <unistd.h>
 
@@ -23,7 +23,7 @@ constexpr transaction_code_t kEcho = FIRST_CALL_TRANSACTION;
 constexpr const char* kInstance = "exit.svc";
 
 // What the callbacks record, in static objects as a program's own state usually is: the static
-// destructors tear them down while binder threads may still want to use them.
+// destructors tear them down while binder threads may still use them.
 std::mutex gSeenMutex;
 std::map<int, int> gSeen;
 
@@ -39,12 +39,7 @@ binder_status_t echo(AIBinder*, transaction_code_t, const AParcel* in, AParcel* 
     return AParcel_writeInt32(out, value + 1);
 }
 
-void onDied(void*) {
-    record(-1);
-}
-
-// A binder held by a static object, set before the other threads start: its last reference goes
-// in the static destructors, while the runtime may still be delivering work to its process.
+// Its last reference goes in the static destructors, while the runtime may still deliver work.
 ndk::SpAIBinder gFirstService;
 // Used by the restart thread until the very end, so never deleted.
 AIBinder_DeathRecipient* gRecipient = nullptr;
@@ -82,12 +77,11 @@ void restartForever(binder_host::ProcessId pid) {
     }
 }
 
-// Starts the work and ends the program after `delay`: by exit(0) from the main thread (the static
-// destructors run while the runtime's threads still work) or from another thread in the middle
-// of the work.
+// Starts the work and ends the program after `delay` by exit(0), from the main thread or from
+// another one.
 [[noreturn]] void endWhileBusy(bool fromOtherThread, std::chrono::microseconds delay) {
     alarm(30);  // a program stuck in its exit is no cleaner than one that aborts
-    gRecipient = AIBinder_DeathRecipient_new(onDied);
+    gRecipient = AIBinder_DeathRecipient_new([](void*) { record(-1); });
     const binder_host::ProcessId first = startService();
     gFirstService.set(AServiceManager_checkService(kInstance));
     std::thread(callForever, 0).detach();
@@ -107,8 +101,7 @@ void restartForever(binder_host::ProcessId pid) {
 TEST(ExitDeathTest, EndingWhileCallsAndDeathNoticesAreInFlightExitsCleanly) {
     // Each program starts afresh (re-executed), with nothing of the runtime in use yet.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    // Delays from 0 (the threads have barely started) to a few milliseconds (hundreds of
-    // restarts, calls and notices under way), each with both ways out.
+    // From threads barely started to hundreds of restarts, calls and notices under way.
     for (int round = 0; round < 40; ++round) {
         const auto delay = std::chrono::microseconds((round * 7919) % 5000);
         for (bool fromOtherThread : {false, true}) {

@@ -1,4 +1,4 @@
-// Parcel layout, round trips of every type, and rejection of malformed data.
+// Parcel layout, rejection of malformed data, and binders held by parcels.
 
 #include <android/binder_parcel_utils.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 using binder_test::BinderTest;
 
-// A parcelable, to exercise the presence marker and arrays around it.
+// A parcelable, to show the presence marker.
 struct Record {
     int32_t id = 0;
     std::optional<std::string> value;
@@ -26,7 +26,6 @@ struct Record {
         binder_status_t status = AParcel_readInt32(parcel, &id);
         return status != STATUS_OK ? status : ndk::AParcel_readNullableData(parcel, &value);
     }
-    bool operator==(const Record& other) const { return id == other.id && value == other.value; }
 };
 
 class ParcelTest : public BinderTest {
@@ -45,25 +44,9 @@ class ParcelTest : public BinderTest {
     const AParcel* withWords(const std::vector<int32_t>& raw) {
         AParcel_reset(parcel.get());
         for (int32_t word : raw) AParcel_writeInt32(parcel.get(), word);
-        rewind();
+        AParcel_setDataPosition(parcel.get(), 0);
         return parcel.get();
     }
-    void rewind() { AParcel_setDataPosition(parcel.get(), 0); }
-    // Writes `value` and reads it back through the generated-code helpers (the nullable ones
-    // fall back to the plain ones for plain types); the read must consume exactly what was
-    // written.
-    template <typename T>
-    void expectRoundTrip(const T& value) {
-        AParcel_reset(parcel.get());
-        EXPECT_EQ(STATUS_OK, ndk::AParcel_writeNullableData(parcel.get(), value));
-        EXPECT_EQ(0, AParcel_getDataSize(parcel.get()) % 4);
-        rewind();
-        T result{};
-        EXPECT_EQ(STATUS_OK, ndk::AParcel_readNullableData(parcel.get(), &result));
-        EXPECT_EQ(AParcel_getDataSize(parcel.get()), AParcel_getDataPosition(parcel.get()));
-        EXPECT_EQ(value, result);
-    }
-
     ndk::ScopedAParcel parcel;
 };
 
@@ -93,23 +76,6 @@ TEST_F(ParcelTest, EveryTypeHasItsWireLayout) {
     EXPECT_EQ(STATUS_UNEXPECTED_NULL, ndk::AParcel_readData(withWords({0}), &record));
 }
 
-// The types no interface of the conformance tests (tests/conformance) carries; strings of every
-// width are the parcelables fuzz corpus's.
-TEST_F(ParcelTest, EveryOtherTypeRoundTrips) {
-    expectRoundTrip(uint32_t{0xfffffff0u});
-    expectRoundTrip(UINT64_MAX - 1);
-    expectRoundTrip(1.5f);
-    expectRoundTrip(-2.25);
-    expectRoundTrip(u'\u20ac');
-    expectRoundTrip(int8_t{-2});
-    expectRoundTrip(std::vector<double>{0.5, -1});
-    expectRoundTrip(std::vector<bool>{true, false, true});
-    expectRoundTrip(std::vector<char16_t>{u'x', u'\u4e2d'});
-    expectRoundTrip(std::vector<uint8_t>{1, 2, 3, 4, 5});
-    using Records = std::optional<std::vector<std::optional<Record>>>;
-    expectRoundTrip(Records(std::vector<std::optional<Record>>{Record{4, "four"}, std::nullopt}));
-}
-
 // Malformed text is refused both ways. Bad lengths and unpaired surrogates are the parcelables
 // fuzz corpus's (a reader that took them would crash or hand out text it cannot write again),
 // truncated arrays the conformance tests', which cut parcels anywhere.
@@ -120,8 +86,6 @@ TEST_F(ParcelTest, MalformedTextAndMissingValuesAreRefused) {
         AParcel_reset(parcel.get());
         EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_writeData(parcel.get(), bad)) << bad.size();
     }
-    EXPECT_EQ(STATUS_UNEXPECTED_NULL, AParcel_writeString(parcel.get(), nullptr, 3));
-    EXPECT_EQ(STATUS_BAD_VALUE, AParcel_writeString(parcel.get(), "x", -2));
 
     std::string text;
     const std::vector<int32_t> unterminated = {1, 'a' | ('b' << 16)};
@@ -134,50 +98,24 @@ TEST_F(ParcelTest, MalformedTextAndMissingValuesAreRefused) {
     EXPECT_EQ(STATUS_BAD_VALUE, ndk::AParcel_readNullableData(withWords({-2}), &maybeInts));
 }
 
-// Binders in parcels cross between processes in the conformance tests; what those cannot show:
-TEST_F(ParcelTest, BindersCannotBeForgedAndGoWithTheirBytes) {
+// A binder in a parcel is a reference: overwriting its bytes or deleting the parcel drops it, for
+// good (a weak reference cannot bring the object back).
+TEST_F(ParcelTest, BindersInParcelsAreReferences) {
     std::atomic<int> destroyed{0};
     ndk::SpAIBinder binder = binder_test::makeBinder(nullptr, &destroyed);
     ndk::ScopedAIBinder_Weak weak(AIBinder_Weak_new(binder.get()));
-    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(parcel.get(), binder));
-
-    // Plain data is never taken for a binder, even when it copies a binder's bytes.
     ndk::ScopedAParcel copy(AParcel_create());
-    AParcel_writeInt32(copy.get(), 0);
-    AParcel_appendFrom(parcel.get(), copy.get(), 0, 8);  // carries the binder along
-    AParcel_writeInt32(copy.get(), 0x424e4452);          // forged tag
-    AParcel_writeInt32(copy.get(), 0);
-    AParcel_setDataPosition(copy.get(), 4);
-    ndk::SpAIBinder read;
-    EXPECT_EQ(STATUS_OK, ndk::AParcel_readData(copy.get(), &read));
-    EXPECT_EQ(binder.get(), read.get());
-    EXPECT_EQ(STATUS_BAD_TYPE, ndk::AParcel_readData(copy.get(), &read));
-    uint8_t bytes[4];
-    EXPECT_EQ(STATUS_INVALID_OPERATION,
-              AParcel_marshal(copy.get(), bytes, 0, 4));  // binders cannot be flattened
-
-    // Overwriting a binder's bytes drops it; deleting parcels drops the rest, for good.
-    read.set(nullptr);
-    rewind();
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(parcel.get(), binder));
+    ASSERT_EQ(STATUS_OK, ndk::AParcel_writeData(copy.get(), binder));
+    EXPECT_EQ(3, AIBinder_debugGetRefCount(binder.get()));
+    AParcel_setDataPosition(parcel.get(), 0);
     AParcel_writeInt64(parcel.get(), 0);
-    EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));  // ours + the copy's
+    EXPECT_EQ(2, AIBinder_debugGetRefCount(binder.get()));
     copy.set(nullptr);
     EXPECT_EQ(1, AIBinder_debugGetRefCount(binder.get()));
     binder.set(nullptr);
     EXPECT_EQ(1, destroyed.load());
-    EXPECT_EQ(nullptr, weak.promote().get());  // not resurrected
-}
-
-// Statuses of every kind cross in headers in the stub tests (tests/aidl); what they cannot show:
-TEST_F(ParcelTest, FailedTransactionsAndTruncatedHeadersAreNoStatus) {
-    // A failed transaction is not written: its status becomes the transaction's result.
-    ndk::ScopedAStatus failed = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
-    EXPECT_EQ(STATUS_DEAD_OBJECT, AParcel_writeStatusHeader(parcel.get(), failed.get()));
-    EXPECT_EQ(0, AParcel_getDataSize(parcel.get()));
-
-    ndk::ScopedAStatus read;
-    EXPECT_NE(STATUS_OK, AParcel_readStatusHeader(withWords({EX_SERVICE_SPECIFIC}), read.getR()));
-    EXPECT_EQ(nullptr, read.get());
+    EXPECT_EQ(nullptr, weak.promote().get());
 }
 
 }  // namespace

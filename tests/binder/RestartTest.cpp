@@ -37,46 +37,38 @@ constexpr transaction_code_t kEcho = FIRST_CALL_TRANSACTION;
 constexpr transaction_code_t kCallMeBack = FIRST_CALL_TRANSACTION + 1;
 constexpr const char* kInstance = "restart.svc";
 
+// The sanitizers make every call several times slower; the growth limit below is per cycle
+// sensitive enough with fewer of them.
 #ifdef RESTART_SANITIZED
-// The sanitizers make every call several times slower; the growth check needs the same per-cycle
-// sensitivity, not the same count (see kMaxGrowthBytes).
 constexpr int kCycles = 2000;
 #else
 constexpr int kCycles = 10000;
 #endif
 constexpr int kWarmupCycles = 200;
-// What the heap may differ by between the end and the warmed-up start: allocator and container
-// capacities settle during the warm-up, but a few free lists and caches still breathe. A leak of
-// 8 bytes a cycle (a 32-byte chunk with glibc) over the measured cycles is above it.
-constexpr size_t kMaxGrowthBytes = 48 * 1024;
+// Allocator and container capacities settle during the warm-up, but a few free lists and caches
+// still breathe. A leak of 8 bytes a cycle (a 32-byte chunk with glibc) is above it.
+constexpr int64_t kMaxGrowthBytes = 48 * 1024;
 
-size_t threadCount() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
-// A joined thread may stay listed for a moment while the kernel reaps it.
-size_t settledThreadCount(size_t expected) {
-    size_t count = threadCount();
-    for (int i = 0; i < 200 && count > expected; ++i) {
+// The number of this program's threads, once those that were joined have been reaped: a joined
+// thread may stay listed for a moment.
+size_t threadCount(size_t expected) {
+    size_t count = 0;
+    for (int i = 0; i < 200; ++i) {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        count = static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+        if (count <= expected) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        count = threadCount();
     }
     return count;
 }
 
-// Bytes in use on the heap.
-size_t heapBytes() {
+int64_t heapBytes() {
 #ifdef RESTART_SANITIZED
-    return __sanitizer_get_current_allocated_bytes();
+    return static_cast<int64_t>(__sanitizer_get_current_allocated_bytes());
 #else
     const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+    return static_cast<int64_t>(info.uordblks + info.hblkhd);
 #endif
-}
-
-void onDied(void* cookie) {
-    static_cast<std::atomic<int>*>(cookie)->fetch_add(1);
 }
 
 // The service: echoes, and on kCallMeBack calls the client's binder from the request once.
@@ -103,26 +95,24 @@ binder_status_t callWithSelfReleasingCallback(const ndk::SpAIBinder& svc,
     return call(svc, kCallMeBack, [holder](AParcel* in) { ndk::AParcel_writeData(in, *holder); });
 }
 
+// One cycle: a new service process, calls of every kind (with a callback that lets go of itself
+// while it runs), a death link, then the kill, while a second thread keeps calling whatever
+// service is up. A service that lives through all cycles gets such a callback each cycle too:
+// what one leaves behind there is not cleaned up by a kill.
 class RestartTest : public BinderTest {};
 
-// One cycle: a new service process, calls of every kind (with a callback that lets go of itself
-// while it runs), a death link, then the kill. A second thread keeps calling whatever service is
-// up, so kills land on calls in flight. A service that lives through all cycles gets such a
-// callback each cycle too: what one leaves behind there (in the service's proxy table, its queues
-// or the callback's process) is not cleaned up by a kill.
 TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
-    // One binder thread, started by the first call: a second one could start whenever calls
-    // happen to overlap, and the thread count would depend on timing.
+    // One binder thread each for the living service and for this process (death notices), so
+    // that the thread count does not depend on how calls happen to overlap.
     const binder_host::ProcessId living = binder_host::createProcess("living", 1);
     startService(living, "living.svc", serve);
     ndk::SpAIBinder livingSvc = getService("living.svc");
-    // One binder thread in this process, started by the first death notice, so that its thread
-    // count does not depend on how notices happen to overlap.
     ASSERT_TRUE(ABinderProcess_setThreadPoolMaxThreadCount(1));
     std::atomic<int> deaths{0};
     std::atomic<int> callbacks{0};
     std::atomic<bool> stop{false};
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(onDied));
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(
+            [](void* cookie) { static_cast<std::atomic<int>*>(cookie)->fetch_add(1); }));
 
     std::thread caller([&] {
         while (!stop.load()) {
@@ -131,8 +121,8 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
                 std::this_thread::yield();
                 continue;
             }
-            for (int i = 0; i < 4; ++i) {
-                const binder_flags_t flags = i % 2 == 0 ? 0 : FLAG_ONEWAY;
+            for (int i = 0; i < 2; ++i) {
+                const binder_flags_t flags = i == 0 ? 0 : FLAG_ONEWAY;
                 const binder_status_t status = call(svc, kEcho, nullptr, nullptr, flags);
                 if (status != STATUS_OK && status != STATUS_DEAD_OBJECT) {
                     ADD_FAILURE() << "call failed with " << status;
@@ -142,30 +132,29 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
         }
     });
 
-    size_t threadsAtStart = 0, heapAtStart = 0;
+    size_t threadsAtStart = 0;
+    int64_t heapAtStart = 0;
     for (int cycle = 0; cycle < kCycles; ++cycle) {
         if (cycle == kWarmupCycles) {
             ASSERT_TRUE(binder_host::drain());
-            threadsAtStart = settledThreadCount(0);
+            threadsAtStart = threadCount(0);
             heapAtStart = heapBytes();
         }
         const binder_host::ProcessId pid = binder_host::createProcess("hal", 2);
         startService(pid, kInstance, serve);
-        {
-            ndk::SpAIBinder svc = getService(kInstance);
-            ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(svc.get(), recipient.get(), &deaths));
-            ASSERT_EQ(STATUS_OK, call(svc, kEcho));
-            ASSERT_EQ(STATUS_OK, call(svc, kEcho, nullptr, nullptr, FLAG_ONEWAY));
-            ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(svc, &callbacks));
-            ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(livingSvc, &callbacks));
-            binder_host::killProcess(pid);
-            // A link goes with the proxy it was made through: keep it until the notice came.
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-            while (deaths.load() <= cycle && std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::yield();
-            }
-            ASSERT_EQ(cycle + 1, deaths.load());
+        // A link goes with the proxy it was made through: keep it until the notice came.
+        ndk::SpAIBinder svc = getService(kInstance);
+        ASSERT_EQ(STATUS_OK, AIBinder_linkToDeath(svc.get(), recipient.get(), &deaths));
+        ASSERT_EQ(STATUS_OK, call(svc, kEcho));
+        ASSERT_EQ(STATUS_OK, call(svc, kEcho, nullptr, nullptr, FLAG_ONEWAY));
+        ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(svc, &callbacks));
+        ASSERT_EQ(STATUS_OK, callWithSelfReleasingCallback(livingSvc, &callbacks));
+        binder_host::killProcess(pid);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (deaths.load() <= cycle && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
         }
+        ASSERT_EQ(cycle + 1, deaths.load());
     }
     stop = true;
     caller.join();
@@ -174,10 +163,10 @@ TEST_F(RestartTest, KilledProcessesGiveBackTheirThreadsAndMemory) {
 
     EXPECT_EQ(2 * kCycles, callbacks.load());
     EXPECT_EQ(mBaseline, binder_host::liveBinderCount(binder_host::kDefaultProcess));
-    EXPECT_EQ(threadsExpected, settledThreadCount(threadsExpected))
+    EXPECT_EQ(threadsExpected, threadCount(threadsExpected))
             << "threads of killed processes are still there";
-    const auto growth = static_cast<int64_t>(heapBytes()) - static_cast<int64_t>(heapAtStart);
-    EXPECT_LT(growth, static_cast<int64_t>(kMaxGrowthBytes))
+    const int64_t growth = heapBytes() - heapAtStart;
+    EXPECT_LT(growth, kMaxGrowthBytes)
             << "heap grew by " << growth << " bytes over " << kCycles - kWarmupCycles << " cycles";
 }
 
