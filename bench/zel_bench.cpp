@@ -56,13 +56,9 @@
 #include "torqHalclient.h"
 #include "zel.h"
 
-namespace {
-
 // Heap allocations on this thread. The library has no threads of its own, so everything it
 // allocates for a call is counted here; a call's count minus its floor's is the library's own.
-thread_local uint64_t t_allocations = 0;
-
-}  // namespace
+static thread_local uint64_t t_allocations = 0;
 
 // Replacing these is enough: the array and nothrow forms call them, and the shared libraries
 // bind to them too. Not inlined: this file's own containers would be seen freeing with free()
@@ -182,6 +178,18 @@ TorqRequestParcel eventParcel(int32_t eventId) {
     return p;
 }
 
+// A request of ids only: each value travels present and empty.
+TorqRequestParcel idsParcel(const std::list<Resource>& ids) {
+    TorqRequestParcel p;
+    for (const Resource& r : ids) {
+        TorqRequestData& d = p.data.emplace_back();
+        d.id = r.id;
+        d.value = "";
+    }
+    p.tag = kTag;
+    return p;
+}
+
 class Callback : public IClientCallback {
   public:
     void onCallback(std::list<Resource>) override {}
@@ -204,12 +212,11 @@ struct Inputs {
     std::vector<std::string> pathValues{std::begin(kPathValues), std::end(kPathValues)};
     // What their floors send.
     TorqRequestParcel resCtl, state, byPath, event, firstAction, lastAction;
-    std::vector<TorqRequestData> rule, targetLoad, gameAdp;
+    std::vector<TorqRequestData> targetLoad, gameAdp;
     // Scaling, by list size or value bytes.
     std::map<size_t, std::list<Resource>> lists;
     std::map<size_t, std::vector<Resource>> vectors;
     std::map<size_t, TorqRequestParcel> parcels;
-    std::map<size_t, std::vector<TorqRequestData>> ruleRecords;
     // Listening: the list each measured call registers (and the same request for its floor), the
     // handle it got, and the registrations held meanwhile.
     std::shared_ptr<IClientCallback> callback = std::make_shared<Callback>();
@@ -223,14 +230,8 @@ void build(Inputs& in) {
     in.resources = resources<std::list<Resource>>(records(kResources));
     in.ruleResources = resources<std::vector<Resource>>(records(kResources));
     in.resCtl = resCtlParcel(records(kResources));
-    in.state.tag = kTag;
-    for (const Res& r : kResources) {
-        in.stateIds.push_back(Resource{r.id, std::nullopt});
-        // Ids only: the value travels present and empty.
-        TorqRequestData& d = in.state.data.emplace_back();
-        d.id = r.id;
-        d.value = "";
-    }
+    for (const Res& r : kResources) in.stateIds.push_back(Resource{r.id, std::nullopt});
+    in.state = idsParcel(in.stateIds);
     in.byPath = resCtlParcel({});
     in.byPath.extras = std::vector<std::optional<std::string>>{"zdbdebug"};
     for (size_t i = 0; i < std::size(kPaths); ++i) {
@@ -241,7 +242,6 @@ void build(Inputs& in) {
     in.event = eventParcel(kEventId);
     in.firstAction = eventParcel(kFirstActionId);
     in.lastAction = eventParcel(kLastActionId);
-    in.rule = records(kResources);
     in.targetLoad = records(kTargetLoadEntries);
     in.gameAdp = records(kGameAdpEntries);
 
@@ -251,11 +251,8 @@ void build(Inputs& in) {
         in.lists[n] = resources<std::list<Resource>>(data);
         in.vectors[n] = resources<std::vector<Resource>>(data);
         in.parcels[n] = resCtlParcel(data);
-        in.ruleRecords[n] = data;
     }
-    in.listenParcel.data.emplace_back().id = in.listenIds.front().id;
-    in.listenParcel.data.back().value = "";
-    in.listenParcel.tag = kTag;
+    in.listenParcel = idsParcel(in.listenIds);
 }
 
 // Holds exactly `n` listening registrations of one id each, none of them the measured one.
@@ -276,25 +273,18 @@ void hold(Inputs& in, size_t n) {
 using Work = std::function<bool()>;
 
 struct Row {
-    Row(std::string label, size_t size, Work call, Work floor, Work log = nullptr,
-        std::function<void()> between = nullptr)
-        : label(std::move(label)),
-          size(size),
-          call(std::move(call)),
-          floor(std::move(floor)),
-          log(std::move(log)),
-          between(std::move(between)) {}
-
     std::string label;  // the budget's key for a front-end row, the plot's series for the others
     size_t size;        // list size, registrations held or value bytes; 0: a front-end row
     Work call;
     Work floor;
-    Work log;  // front-end rows: the log lines the call must write, formatted alone
+    Work log = nullptr;  // front-end rows: the log lines the call must write, formatted alone
     // Undoes what the calls did (an output list, a registration); never measured: it runs after
     // each timed call and after each counted batch.
-    std::function<void()> between;
-    std::function<void()> setup;  // before the call is measured: the registrations to hold
-    int calls = 40;               // per counted batch; the cheapest of the batches counts
+    std::function<void()> between = nullptr;
+    // Before the call is measured: the registrations to hold.
+    std::function<void()> setup = nullptr;
+    // Calls per counted batch, and batches; the cheapest batch counts.
+    int calls = 40;
     int batches = 5;
 };
 
@@ -336,6 +326,13 @@ const char* const kTorqTag = "TORQFramework-lib-vendor";
 const char* const kZelTag = "[ZEL_CLIENT]";
 const char* const kWrapperTag = "[ZEL_CLIENT_WRAPPER]";
 
+// One log line as the library writes it, formatted alone.
+#define LOG_LINE(tag, ...)                                       \
+    [] {                                                         \
+        __android_log_print(ANDROID_LOG_INFO, tag, __VA_ARGS__); \
+        return true;                                             \
+    }
+
 Work wrapperLog(const std::string& action, int32_t id) {
     return [action, id] {
         __android_log_print(ANDROID_LOG_INFO, kWrapperTag,
@@ -358,18 +355,14 @@ Work notifyLog(int src) {
     };
 }
 
-std::vector<Row> frontEndRows(Inputs& in) {
+std::vector<Row> allRows(Inputs& in) {
     const std::shared_ptr<ITorq> hal = in.hal;
     std::vector<Row> rows = {
             {"torqResCtlRequest, 3 resources", 0,
              [&in] {
                  return torqHalclient::torqResCtlRequest(kDuration, in.resources, kTag) == kHandle;
              },
-             requestFloor(hal, in.resCtl),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kTorqTag, "torq client torqResCtlRequest");
-                 return true;
-             }},
+             requestFloor(hal, in.resCtl), LOG_LINE(kTorqTag, "torq client torqResCtlRequest")},
             {"torqResStateRequest, 3 ids", 0,
              [&in] {
                  // Returns the size of the output list, which a counted batch leaves to grow.
@@ -396,45 +389,25 @@ std::vector<Row> frontEndRows(Inputs& in) {
                  return torqHalclient::torq_resctl_request_by_path(
                                 -1, kDuration, in.paths, in.pathValues, -1, 0, kTag) == kHandle;
              },
-             requestFloor(hal, in.byPath),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kTorqTag, "torq client torq_resctl_request");
-                 return true;
-             }},
+             requestFloor(hal, in.byPath), LOG_LINE(kTorqTag, "torq client torq_resctl_request")},
             {"torqResCtlRelease", 0,
              [] { return torqHalclient::torqResCtlRelease(kHandle) == kResult; }, releaseFloor(hal),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kTorqTag, "%s",
-                                     "torq client torqResCtlRelease");
-                 return true;
-             }},
+             LOG_LINE(kTorqTag, "%s", "torq client torqResCtlRelease")},
             {"ZelEventAcquire", 0,
              [] { return ZelEventAcquire(kEventId, kPackage, kIdentity, kDuration, {}) == kHandle; },
              requestFloor(hal, in.event),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kZelTag,
-                                     "ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", kEventId,
-                                     kPackage.c_str(), kIdentity.c_str());
-                 return true;
-             }},
+             LOG_LINE(kZelTag, "ZelEventAcquire, cmdid:%d, pkg:%s, identity:%s", kEventId,
+                      kPackage.c_str(), kIdentity.c_str())},
             {"zelRuleCtl, 3 resources", 0,
              [&in] { return zelRuleCtl(130, 1, in.ruleResources) == kResult; },
-             ruleCtlFloor(hal, 130, in.rule),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kZelTag, "zelRuleCtl, ruleId:%d, status:%d",
-                                     130, 1);
-                 return true;
-             }},
+             ruleCtlFloor(hal, 130, in.resCtl.data),
+             LOG_LINE(kZelTag, "zelRuleCtl, ruleId:%d, status:%d", 130, 1)},
             {"ZelRelease", 0,
              [] {
                  ZelRelease(kHandle);
                  return true;  // nothing comes back; the HAL's note shows that it arrived
              },
-             releaseFloor(hal),
-             [] {
-                 __android_log_print(ANDROID_LOG_INFO, kZelTag, "ZelRelease, handle:%d", kHandle);
-                 return true;
-             }},
+             releaseFloor(hal), LOG_LINE(kZelTag, "ZelRelease, handle:%d", kHandle)},
             {"ZelEventAcquireWrapper, first action", 0,
              [] {
                  return ZelEventAcquireWrapper(kFirstAction, kPackage, kIdentity, kDuration) ==
@@ -454,13 +427,8 @@ std::vector<Row> frontEndRows(Inputs& in) {
              [] { return ZelNotifyWapper(notifierName(), 9000, 1, 0, 0, 0, kGameAdpData) == 0; },
              ruleCtlFloor(hal, 9000, in.gameAdp), notifyLog(9000)},
     };
-    return rows;
-}
 
-std::vector<Row> scalingRows(Inputs& in) {
-    const std::shared_ptr<ITorq> hal = in.hal;
-    std::vector<Row> rows;
-    // Enough calls that a count per call is exact, few enough for callgrind on 2 cores.
+    // Scaling. Enough calls that a count per call is exact, few enough for callgrind on 2 cores.
     auto add = [&rows](Row r) {
         r.calls = r.size < 100 ? 40 : r.size <= 1000 ? 10 : 2;
         r.batches = r.size < 1000 ? 5 : 1;
@@ -480,7 +448,7 @@ std::vector<Row> scalingRows(Inputs& in) {
     for (size_t n : kSizes) {
         add(Row{series("zelRuleCtl", n), n,
                 [&in, n] { return zelRuleCtl(130, 1, in.vectors.at(n)) == kResult; },
-                ruleCtlFloor(hal, 130, in.ruleRecords.at(n))});
+                ruleCtlFloor(hal, 130, in.parcels.at(n).data)});
     }
 
     // The library refuses a list of ids already registered, so each registration is compared
@@ -504,12 +472,6 @@ std::vector<Row> scalingRows(Inputs& in) {
         r.calls = 1;
         rows.push_back(r);
     }
-    return rows;
-}
-
-std::vector<Row> allRows(Inputs& in) {
-    std::vector<Row> rows = frontEndRows(in);
-    for (Row& r : scalingRows(in)) rows.push_back(std::move(r));
     return rows;
 }
 
@@ -637,6 +599,12 @@ std::string number(double v) {
     return text;
 }
 
+std::string fixed(double value, int decimals) {
+    std::ostringstream s;
+    s << std::fixed << std::setprecision(decimals) << value;
+    return s.str();
+}
+
 int report(const std::vector<Row>& rows, const std::string& dir, const std::string& budgetPath) {
     std::map<std::string, Count> c;
     const std::string dumps = dir + "/callgrind";
@@ -648,16 +616,6 @@ int report(const std::vector<Row>& rows, const std::string& dir, const std::stri
         }
         closedir(d);
     }
-    for (const Row& r : rows) {
-        std::vector<const char*> parts = {"call", "floor"};
-        if (r.log) parts.push_back("log");
-        for (const char* part : parts) {
-            if (c.count(key(r, part)) == 0) {
-                std::cerr << "zel_bench: no count for " << key(r, part) << " in " << dumps << "\n";
-                return 2;
-            }
-        }
-    }
     std::map<std::string, double> budget;
     std::ifstream budgetFile(budgetPath);
     for (std::string line; std::getline(budgetFile, line);) {
@@ -667,15 +625,27 @@ int report(const std::vector<Row>& rows, const std::string& dir, const std::stri
     }
 
     int over = 0;
+    std::ostringstream scaling;
+    std::ofstream data(dir + "/scaling-instructions.dat");
+    data << "# series\tsize\tcall\tfloor\town\n";
     std::cout << "Instructions per call on the caller's thread, outside the binder hand-over "
                  "(callgrind)\n\n"
               << "| Call | Call | Floor | Own | Log lines | Own - log | Budget | Allocs own |\n"
               << "|---|---:|---:|---:|---:|---:|---:|---:|\n";
     for (const Row& r : rows) {
-        if (r.size != 0) continue;
         const Count& call = c.at(key(r, "call"));
         const Count& floor = c.at(key(r, "floor"));
         const double own = call.instructions - floor.instructions;
+        const std::string allocations = number(call.allocations - floor.allocations);
+        if (r.size != 0) {
+            scaling << "| " << r.label << " | " << r.size << " | " << number(call.instructions)
+                    << " | " << number(floor.instructions) << " | " << number(own) << " | "
+                    << fixed(own / static_cast<double>(r.size), 1) << " | " << allocations
+                    << " |\n";
+            data << r.label << '\t' << r.size << '\t' << number(call.instructions) << '\t'
+                 << number(floor.instructions) << '\t' << number(own) << '\n';
+            continue;
+        }
         const double rest = own - c.at(key(r, "log")).instructions;
         auto b = budget.find(r.label);
         // Every row needs a budget.
@@ -685,29 +655,13 @@ int report(const std::vector<Row>& rows, const std::string& dir, const std::stri
                   << number(floor.instructions) << " | " << number(own) << " | "
                   << number(own - rest) << " | " << number(rest) << " | "
                   << (b == budget.end() ? "none" : number(b->second)) << (within ? "" : " **over**")
-                  << " | " << number(call.allocations - floor.allocations) << " |\n";
+                  << " | " << allocations << " |\n";
     }
-
     std::cout << "\nScaling: instructions per call against list size (registrations held, value "
                  "bytes)\n\n"
               << "| Call | Size | Call | Floor | Own | Own per item | Allocs own |\n"
-              << "|---|---:|---:|---:|---:|---:|---:|\n";
-    std::ofstream data(dir + "/scaling-instructions.dat");
-    data << "# series\tsize\tcall\tfloor\town\n";
-    for (const Row& r : rows) {
-        if (r.size == 0) continue;
-        const Count& call = c.at(key(r, "call"));
-        const Count& floor = c.at(key(r, "floor"));
-        const double own = call.instructions - floor.instructions;
-        char perItem[32];
-        std::snprintf(perItem, sizeof(perItem), "%.1f", own / static_cast<double>(r.size));
-        std::cout << "| " << r.label << " | " << r.size << " | " << number(call.instructions)
-                  << " | " << number(floor.instructions) << " | " << number(own) << " | " << perItem
-                  << " | " << number(call.allocations - floor.allocations) << " |\n";
-        data << r.label << '\t' << r.size << '\t' << number(call.instructions) << '\t'
-             << number(floor.instructions) << '\t' << number(own) << '\n';
-    }
-    std::cout << "\n"
+              << "|---|---:|---:|---:|---:|---:|---:|\n"
+              << scaling.str() << "\n"
               << (over == 0 ? "every row within its budget"
                             : std::to_string(over) + " row(s) over budget (or without one)")
               << " (" << budgetPath << ")\n";
@@ -758,11 +712,8 @@ void timeHandoff(benchmark::State& state) {
     std::thread partner([&] {
         while (!stop.load(std::memory_order_relaxed)) {
             const uint64_t now = turn.load(std::memory_order_acquire);
-            if (now % 2 == 1) {
-                turn.store(now + 1, std::memory_order_release);
-            } else {
-                cpuRelax();
-            }
+            if (now % 2 == 1) turn.store(now + 1, std::memory_order_release);
+            cpuRelax();
         }
     });
     uint64_t next = 1;
@@ -784,16 +735,12 @@ void countCalls(benchmark::State& state, const Work& work) {
     state.SetItemsProcessed(state.iterations());
 }
 
-// Keeps each benchmark's median (over its repetitions; the single run's with one) by name and
-// callers, and passes everything on to the console.
+// Keeps each benchmark's median (over its repetitions; the single run's with one) by name, and
+// passes everything on to the console.
 class Collector : public benchmark::ConsoleReporter {
   public:
     std::map<std::string, double> values;
     bool broken = false;
-
-    static std::string name(const std::string& function, int64_t threads) {
-        return function + "@" + std::to_string(threads);
-    }
 
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
@@ -802,7 +749,7 @@ class Collector : public benchmark::ConsoleReporter {
             for (const char* counter : {"median_ns", "items_per_second"}) {
                 auto it = run.counters.find(counter);
                 if (it == run.counters.end()) continue;
-                values[name(run.run_name.function_name, run.threads)] = it->second.value;
+                values[run.run_name.str()] = it->second.value;
             }
         }
         ConsoleReporter::ReportRuns(runs);
@@ -814,12 +761,6 @@ std::string loadAverage() {
     std::string one, five, fifteen;
     in >> one >> five >> fifteen;
     return one + " " + five + " " + fifteen;
-}
-
-std::string fixed(double value, int decimals) {
-    std::ostringstream s;
-    s << std::fixed << std::setprecision(decimals) << value;
-    return s.str();
 }
 
 int timeAll(std::vector<Row>& rows, const std::string& dir) {
@@ -849,48 +790,43 @@ int timeAll(std::vector<Row>& rows, const std::string& dir) {
             {"ITorq::request (floor)", row("ZelEventAcquire").floor},
             {"ZelEventAcquire (flat API)", row("ZelEventAcquire").call},
             {"torqResCtlRequest (torqHalclient)", row("torqResCtlRequest, 3 resources").call}};
-    const int threadCounts[] = {1, 2, 4, 8};
     for (const auto& [name, work] : series) {
         benchmark::RegisterBenchmark(("throughput/" + name).c_str(), countCalls, work)
-                ->Threads(1)
-                ->Threads(2)
-                ->Threads(4)
-                ->Threads(8)
+                ->ThreadRange(1, 8)  // 1, 2, 4, 8
                 ->UseRealTime();
     }
     Collector collector;
     collector.SetOutputStream(&std::cerr);
     collector.SetErrorStream(&std::cerr);
     benchmark::RunSpecifiedBenchmarks(&collector);
-    auto us = [&collector](const std::string& name) { return collector.values[name + "@1"] / 1e3; };
+    auto us = [&collector](const std::string& name) { return collector.values[name] / 1e3; };
 
+    std::ostringstream scaling;
+    std::ofstream times(dir.empty() ? "/dev/null" : dir + "/scaling-times.dat");
+    times << "# series\tsize\tcall_us\tfloor_us\n";
     std::cout << "Median call in microseconds, next to its floor in the same run\n\n"
               << "| Call | Call us | Floor us | Ratio |\n|---|---:|---:|---:|\n";
     for (const Row& r : rows) {
-        if (r.size != 0) continue;
         const double call = us(key(r, "call")), floor = us(key(r, "floor"));
-        std::cout << "| " << r.label << " | " << fixed(call, 3) << " | " << fixed(floor, 3) << " | "
-                  << fixed(call / floor, 3) << " |\n";
+        if (r.size == 0) {
+            std::cout << "| " << r.label << " | " << fixed(call, 3) << " | " << fixed(floor, 3)
+                      << " | " << fixed(call / floor, 3) << " |\n";
+            continue;
+        }
+        scaling << "| " << r.label << " | " << r.size << " | " << fixed(call, 2) << " | "
+                << fixed(floor, 2) << " | " << fixed(call - floor, 2) << " | "
+                << fixed(call / floor, 3) << " |\n";
+        times << r.label << '\t' << r.size << '\t' << call << '\t' << floor << '\n';
     }
     const double release = us(key(row("torqResCtlRelease"), "floor"));
     std::cout << "\nThe bare transaction (ITorq::release, " << fixed(release, 3) << " us) is "
               << fixed(release / us("handoff"), 2) << " thread handoffs ("
               << fixed(us("handoff"), 3)
-              << " us: two threads passing a turn through one atomic word, both spinning)\n";
-
-    std::ofstream times(dir.empty() ? "/dev/null" : dir + "/scaling-times.dat");
-    times << "# series\tsize\tcall_us\tfloor_us\n";
-    std::cout << "\nScaling: median call in microseconds\n\n"
+              << " us: two threads passing a turn through one atomic word, both spinning)\n"
+              << "\nScaling: median call in microseconds\n\n"
               << "| Call | Size | Call us | Floor us | Call - floor us | Ratio |\n"
-              << "|---|---:|---:|---:|---:|---:|\n";
-    for (const Row& r : rows) {
-        if (r.size == 0) continue;
-        const double call = us(key(r, "call")), floor = us(key(r, "floor"));
-        std::cout << "| " << r.label << " | " << r.size << " | " << fixed(call, 2) << " | "
-                  << fixed(floor, 2) << " | " << fixed(call - floor, 2) << " | "
-                  << fixed(call / floor, 3) << " |\n";
-        times << r.label << '\t' << r.size << '\t' << call << '\t' << floor << '\n';
-    }
+              << "|---|---:|---:|---:|---:|---:|\n"
+              << scaling.str();
 
     std::ofstream throughput(dir.empty() ? "/dev/null" : dir + "/throughput.dat");
     throughput << "threads";
@@ -901,14 +837,17 @@ int timeAll(std::vector<Row>& rows, const std::string& dir) {
     }
     throughput << '\n';
     std::cout << "\n|---:|---:|---:|---:|\n";
-    for (int threads : threadCounts) {
+    for (int threads = 1; threads <= 8; threads *= 2) {
         throughput << threads;
         std::cout << "| " << threads << " |";
         for (const auto& s : series) {
-            const double rate = collector.values[Collector::name("throughput/" + s.first, threads)];
-            const double one = collector.values[Collector::name("throughput/" + s.first, 1)];
-            throughput << '\t' << number(rate);
-            std::cout << " " << number(rate) << " (" << fixed(rate / one, 2) << "x) |";
+            auto rate = [&](int n) {
+                return collector
+                        .values["throughput/" + s.first + "/real_time/threads:" + std::to_string(n)];
+            };
+            throughput << '\t' << number(rate(threads));
+            std::cout << " " << number(rate(threads)) << " (" << fixed(rate(threads) / rate(1), 2)
+                      << "x) |";
         }
         throughput << '\n';
         std::cout << "\n";
@@ -947,7 +886,12 @@ int main(int argc, char** argv) {
     Inputs inputs;
     if (!reportDir.empty()) {
         build(inputs);
-        return report(allRows(inputs), reportDir, budget);
+        try {
+            return report(allRows(inputs), reportDir, budget);
+        } catch (const std::out_of_range&) {
+            std::cerr << "zel_bench: counts missing in " << reportDir << "/callgrind\n";
+            return 2;
+        }
     }
     // Repetitions in random order spread the machine's slow spells over all cases alike; the
     // median of their medians then compares like with like. Flags given on the command line win.
@@ -966,7 +910,7 @@ int main(int argc, char** argv) {
     int status = 2;
     {
         BenchHal hal(records(kResources));
-        inputs.hal = connectProxy();
+        inputs.hal = BenchHal::connectProxy();
         if (inputs.hal == nullptr) {
             std::cerr << "zel_bench: no HAL proxy\n";
             return 2;
