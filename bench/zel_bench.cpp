@@ -280,9 +280,9 @@ struct Row {
     int batches = 5;
 };
 
-// The name of a row's part in the timings and the callgrind dumps.
-std::string key(const Row& r, const char* part) {
-    return r.label + (r.size == 0 ? "" : "/" + std::to_string(r.size)) + "/" + part;
+// The name of a row's piece in the timings and the callgrind dumps.
+std::string key(const Row& r, const char* piece) {
+    return r.label + (r.size == 0 ? "" : "/" + std::to_string(r.size)) + "/" + piece;
 }
 
 Work requestFloor(const std::shared_ptr<ITorq>& hal, const TorqRequestParcel& parcel) {
@@ -491,7 +491,7 @@ bool sendWhatTheirFloorsSend(BenchHal& hal, const std::vector<Row>& rows) {
 
 #if ZEL_HAVE_CALLGRIND_H
 // Counts `work` in batches of r.calls calls, each batch dumped as "KEY|calls|allocations".
-bool count(const Row& r, const char* part, const Work& work, const std::function<void()>& between) {
+bool count(const Row& r, const char* piece, const Work& work, const std::function<void()>& between) {
     bool answered = true;
     // Warm up: connect, fill caches and free lists, so that every counted call takes the path it
     // takes in steady use.
@@ -507,11 +507,11 @@ bool count(const Row& r, const char* part, const Work& work, const std::function
         CALLGRIND_TOGGLE_COLLECT;
         const uint64_t allocations = t_allocations - before;
         const std::string name =
-                key(r, part) + "|" + std::to_string(r.calls) + "|" + std::to_string(allocations);
+                key(r, piece) + "|" + std::to_string(r.calls) + "|" + std::to_string(allocations);
         CALLGRIND_DUMP_STATS_AT(name.c_str());
         if (between) between();
     }
-    if (!answered) std::cerr << "zel_bench: " << key(r, part) << " did not get the HAL's answer\n";
+    if (!answered) std::cerr << "zel_bench: " << key(r, piece) << " did not get the HAL's answer\n";
     return answered;
 }
 
@@ -542,8 +542,8 @@ struct Count {
     double allocations = 0;   // per call
 };
 
-// Adds the dump at `path` to `counts`, by part, keeping each part's cheapest batch. A free now and
-// then takes a slower path when memory the HAL's thread allocated goes back to its arena while
+// Adds the dump at `path` to `counts`, by piece, keeping each piece's cheapest batch. A free now
+// and then takes a slower path when memory the HAL's thread allocated goes back to its arena while
 // that thread holds it; the cheapest batch is the one without such a detour. The allocator's own
 // instructions are left out for the same reason; the number of allocations is exact and reported
 // beside. The dump is written uncompressed (--compress-strings=no --compress-pos=no).
@@ -573,15 +573,15 @@ void readDump(const std::string& path, std::map<std::string, Count>* counts) {
         }
     }
     std::istringstream fields(name);
-    std::string part, calls, allocations;
-    if (!std::getline(fields, part, '|') || !std::getline(fields, calls, '|') ||
+    std::string piece, calls, allocations;
+    if (!std::getline(fields, piece, '|') || !std::getline(fields, calls, '|') ||
         !std::getline(fields, allocations)) {
         return;  // the dump at exit
     }
     const double n = std::stod(calls);
-    auto it = counts->find(part);
+    auto it = counts->find(piece);
     if (it == counts->end() || sum / n < it->second.instructions) {
-        (*counts)[part] = Count{sum / n, std::stod(allocations) / n};
+        (*counts)[piece] = Count{sum / n, std::stod(allocations) / n};
     }
 }
 
