@@ -100,22 +100,24 @@ test-libcxx: deps
 	@cmake --build $(BUILD)-libcxx -j $(JOBS)
 	@cd $(BUILD)-libcxx && ctest $(CTEST_FLAGS) -j $(JOBS)
 
-# Timings (ratios to the bare transaction, informative), the instruction table, the scaling
-# tables and docs-ready plot $(BUILD)/bench-results/scaling.svg.
-bench: deps-bench build
-	@if [ -x $(BUILD)/bench/zel_bench ]; then $(BUILD)/bench/zel_bench; else echo "no benchmarks built"; fi
+# Timings (ratios to the bare transaction, informative), the instruction tables and the
+# docs-ready plot $(BUILD)/bench-results/scaling.svg; the tables go to $(BUILD)/bench-results too.
+bench: deps-bench
+	@$(call configure,$(BUILD),-DZEL_BUILD_TESTS=ON -DZEL_BUILD_BENCHMARKS=ON)
+	@cmake --build $(BUILD) -j $(JOBS) --target zel_bench
+	@mkdir -p $(BUILD)/bench-results
+	@$(BUILD)/bench/zel_bench $(BUILD)/bench-results > $(BUILD)/bench-results/timings.md; \
+	    status=$$?; cat $(BUILD)/bench-results/timings.md; exit $$status
 	@bash bench/instructions.sh $(BUILD) || [ $$? -eq 1 ]
-	@$(BUILD)/bench/zel_instructions --time $(BUILD)/bench-results > $(BUILD)/bench-results/scaling-times.md; \
-	    status=$$?; cat $(BUILD)/bench-results/scaling-times.md; exit $$status
 	@gnuplot -e "dir='$(BUILD)/bench-results'; out='$(BUILD)/bench-results/scaling.svg'" bench/scaling.gp
 	@echo "plot: $(BUILD)/bench-results/scaling.svg"
 
-# The library's own instructions per call, counted under callgrind (about a minute on 2 cores);
-# fails when a row is over its budget in bench/instruction-budget.txt. Writes the tables to
-# $(BUILD)/bench-results.
+# The library's own instructions per call, counted under callgrind (about two minutes on 2
+# cores); fails when a row is over its budget in bench/instruction-budget.txt. Writes the tables
+# to $(BUILD)/bench-results.
 bench-instructions: deps-bench
 	@$(call configure,$(BUILD),-DZEL_BUILD_TESTS=ON -DZEL_BUILD_BENCHMARKS=ON)
-	@cmake --build $(BUILD) -j $(JOBS) --target zel_instructions
+	@cmake --build $(BUILD) -j $(JOBS) --target zel_bench
 	@bash bench/instructions.sh $(BUILD)
 
 format:

@@ -16,9 +16,9 @@ mkdir -p "$dumps"
 valgrind --tool=callgrind --collect-atstart=no --toggle-collect=AIBinder_transact \
     --compress-strings=no --compress-pos=no \
     --callgrind-out-file="$dumps/callgrind.out" --log-file="$dumps/valgrind.log" \
-    "$build/bench/zel_instructions" --measure "$dumps" \
+    "$build/bench/zel_bench" --measure \
     || { tail -n 30 "$dumps/valgrind.log"; exit 2; }
 
-"$build/bench/zel_instructions" --report "$dumps" --budget "$here/instruction-budget.txt" \
-    --scaling-data "$out/scaling-instructions.dat" | tee "$out/instructions.md"
+"$build/bench/zel_bench" --report "$out" --budget "$here/instruction-budget.txt" \
+    | tee "$out/instructions.md"
 exit "${PIPESTATUS[0]}"

@@ -1,5 +1,5 @@
 # The scaling plots: gnuplot -e "dir='RESULTS_DIR'; out='FILE.svg'" bench/scaling.gp
-# Reads scaling-times.dat and throughput.dat (zel_instructions --time) and
+# Reads scaling-times.dat and throughput.dat (zel_bench DIR) and
 # scaling-instructions.dat (bench/instructions.sh) from `dir`: tab-separated, one row per call
 # and size, the series name first.
 set terminal svg size 1100,820 dynamic font "sans,11"
