@@ -1,31 +1,33 @@
 // Trace capture on the host, whose libcutils has tracing compiled out. The executable's own
 // atrace_get_enabled_tags/atrace_begin_body/atrace_end_body interpose libcutils' for every shared
-// library (called through the PLT; the host header, built with ATRACE_SHMEM, reads the tags only
-// through the function). While no capture is alive they report no tags and record nothing.
-// They live in the object of TraceCapture's constructor, so that a test creating a capture pulls
-// them out of the static library; torq_test_support makes the executable export them.
+// library (torq_test_support makes the executable export them). They live in the object of
+// TraceCapture's constructor, so that only a test creating a capture pulls them in; while no
+// capture is alive they report no tags and record nothing.
 
 #include <cutils/trace.h>
-#include <gtest/gtest.h>
 #include <torq_test/Capture.h>
 
 #include <atomic>
 #include <mutex>
 
-namespace torq_test {
-
 namespace {
 
 std::mutex g_mutex;
-std::atomic<bool> g_active{false};
 std::atomic<uint64_t> g_tags{0};
+bool g_active = false;
 std::vector<std::string> g_events;
+
+void record(std::string event) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_active) g_events.push_back(std::move(event));
+}
 
 }  // namespace
 
+namespace torq_test {
+
 TraceCapture::TraceCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_active) ADD_FAILURE() << "only one TraceCapture may be alive at a time";
     g_events.clear();
     g_tags = ATRACE_TAG_ALWAYS;
     g_active = true;
@@ -39,7 +41,6 @@ TraceCapture::~TraceCapture() {
 }
 
 void TraceCapture::setEnabledTags(uint64_t tags) {
-    std::lock_guard<std::mutex> lock(g_mutex);
     g_tags = tags;
 }
 
@@ -55,25 +56,18 @@ void TraceCapture::clear() {
 
 }  // namespace torq_test
 
-using torq_test::g_active;
-using torq_test::g_events;
-using torq_test::g_mutex;
-using torq_test::g_tags;
-
 extern "C" {
 
 uint64_t atrace_get_enabled_tags() {
-    return g_tags;  // 0 while no capture is alive
+    return g_tags;
 }
 
 void atrace_begin_body(const char* name) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_active) g_events.push_back(name != nullptr ? name : "");
+    record(name != nullptr ? name : "");
 }
 
 void atrace_end_body() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_active) g_events.push_back("end");
+    record("end");
 }
 
 }  // extern "C"
