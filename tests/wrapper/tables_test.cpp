@@ -73,33 +73,19 @@ TEST(Builders, TurnTextsIntoResourceLists) {
     const Builder load = getTargetLoadList, coloc = getColocationList, adp = getGameAdpList;
     const std::vector<BuilderRow> rows = {
             // Target load. One '-' anywhere switches the whole text to "name-value" items; an
-            // item without a value still takes its position. Pieces past the second are ignored.
-            {load, "a-10,b-20,c-30", {{0x010108A0, "10"}, {0x010108B0, "20"}, {0x010108C0, "30"}}},
-            {load, "a-10-99", {{0x010108A0, "10"}}},
+            // item without a value still takes its position. Plain empty items take none.
             {load, "1-100,x,3-300", {{0x010108A0, "100"}, {0x010108C0, "300"}}},
             {load, "a,b,c-3,d-4,e-5", {{0x010108C0, "3"}}},
-            // Plain items: empty ones vanish and take no position; values are not trimmed.
             {load, ",,5,,7", {{0x010108A0, "5"}, {0x010108B0, "7"}}},
-            {load, " 5", {{0x010108A0, " 5"}}},
-            {load, "", {}},
-            // Colocation: exact keys, the first piece after the key is the value.
-            {coloc, "colocation:1:2", {{0x01011040, "1"}}},
-            {coloc, "colocation=1", {}},
-            {coloc, "Colocation:1", {}},
-            {coloc, "colocation:", {}},
-            // groupmigrate needs a descending pair; numbers are rewritten in decimal, an
-            // unreadable one counts as 0 and '-' is a separator ("5--1" is 5 and 1).
-            {coloc, "groupmigrate:07-2x", {{0x01010FB0, "7"}, {0x01010FC0, "2"}}},
-            {coloc, "groupmigrate:3-x", {{0x01010FB0, "3"}, {0x01010FC0, "0"}}},
-            {coloc, "groupmigrate:5--1", {{0x01010FB0, "5"}, {0x01010FC0, "1"}}},
-            {coloc, "groupmigrate:5", {}},
-            {coloc, "groupmigrate:-5", {}},
+            // Colocation: exact keys. groupmigrate needs a descending pair; numbers are rewritten
+            // in decimal and an unreadable one counts as 0.
             {coloc,
-             "foo:1,groupmigrate:9-2,,bad,colocation:0",
-             {{0x01010FB0, "9"}, {0x01010FC0, "2"}, {0x01011040, "0"}}},
+             "foo:1,groupmigrate:07-2x,,Colocation:1,colocation:0",
+             {{0x01010FB0, "7"}, {0x01010FC0, "2"}, {0x01011040, "0"}}},
+            {coloc, "groupmigrate:3-x", {{0x01010FB0, "3"}, {0x01010FC0, "0"}}},
+            {coloc, "groupmigrate:-5", {}},
             // Game adaptation (see below): a group without ',' is skipped but counts; values
             // are trimmed of blanks (of " \n\r\t", not of '\v').
-            {adp, "3;1,2", {{0x01010B90, "1"}, {0x01010BA0, "2"}}},
             {adp, "x;x;x;1,;2,", {{0x010100A0, "1"}}},
             {adp,
              " 1 , ,3\v;;\t9\r\n,",
