@@ -425,6 +425,7 @@ TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
 
 constexpr char kRegistered[] = "I A callback has been registered to Torq HAL ";
 constexpr char kDuplicate[] = "E Same callback interface registered already";
+constexpr char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
 constexpr char kEntry[] = "I torq client torqResListeningUnRegister";
 
 std::string unregistered(int32_t handle) {
@@ -433,93 +434,67 @@ std::string unregistered(int32_t handle) {
 
 // Registrations outlive a test in the library; each test removes its own, and uses handles of
 // its own so that nothing left behind by a failed test can match.
-class ListeningTest : public HalclientTest {
-  protected:
-    int32_t registerIds(Resources r, int32_t handle) {
-        hal().setAnswer("listeningRegister", result(handle));
-        return torqResListeningRegister(r, 0, cb_);
-    }
-};
+using ListeningTest = HalclientTest;
 
-TEST_F(ListeningTest, IdRegistrationSendsItsParcelAndRefusesTheSameIdList) {
-    Resources r{{0x10, std::nullopt}, {0x20, "2"}};
-    EXPECT_EQ(registerIds(r, 501), 501);
-    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+// One registry holds the id, path and thermal registrations. A list registered already (its ids
+// in their order, thermal ones too, or its paths) is refused without asking the HAL; thermal
+// groups are added without that check. Only torqResListeningUnRegister removes a registration,
+// whatever the HAL answers.
+TEST_F(ListeningTest, OneRegistryRefusesAListTakenAlready) {
+    Resources ids{{0x10, std::nullopt}, {0x20, "2"}}, sameIds{{0x10, "9"}, {0x20, {}}};
+    hal().setAnswer("listeningRegister", result(501));
+    EXPECT_EQ(torqResListeningRegister(ids, 0, cb_), 501);
     EXPECT_EQ(hal().last("listeningRegister").parcel,
               parcel(0, {idRecord(0x10, ""), idRecord(0x20, "2")}));
-
-    // Only the ids count, in their order.
-    EXPECT_EQ(registerIds(Resources{{0x10, "9"}, {0x20, std::nullopt}}, 502), -1);
-    EXPECT_EQ(registerIds(Resources{{0x20, "2"}, {0x10, ""}}, 503), 503);
-    EXPECT_EQ(hal().count("listeningRegister"), 2u);
-
-    hal().setAnswer("listeningUnregister", result(0));
-    EXPECT_EQ(torqResListeningUnRegister(501), 0);
-    EXPECT_EQ(hal().last("listeningUnregister").handle, 501);
-    EXPECT_EQ(torqResListeningUnRegister(503), 0);
-    EXPECT_EQ(torqResListeningUnRegister(501), 0);  // the HAL is asked even so
-    EXPECT_EQ(hal().count("listeningUnregister"), 3u);
-    EXPECT_THAT(lines(),
-                ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
-                            kDuplicate, "I torqResListeningRegister", kRegistered, kEntry,
-                            unregistered(501), kEntry, unregistered(503), kEntry,
-                            "E The callback was not registered before"));
-    // Gone from the registry, even when the HAL refused to let go of it: the list registers again.
-    hal().setAnswer("listeningUnregister", refused());
-    EXPECT_EQ(registerIds(r, 504), 504);
-    EXPECT_EQ(torqResListeningUnRegister(504), -1);
-    EXPECT_EQ(registerIds(r, 505), 505);
-    hal().setAnswer("listeningUnregister", result(1));
-    EXPECT_EQ(torqResListeningUnRegister(505), 1);
-}
-
-TEST_F(ListeningTest, ThermalGroupsAppendWithoutCheckAndLeaveOnlyThroughResUnregister) {
-    hal().setAnswer("thermalListeningRegister", result(701));
-    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);
-    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);  // no duplicate check
-    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
-    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
-
-    hal().setAnswer("thermalListeningUnregister", result(4));
-    EXPECT_EQ(torqThermalListeningUnregister(701), 4);
-    EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 701);
-    // Still registered: an id list equal to the thermal ids counts as a duplicate.
-    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 702), -1);
-    const char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
-    EXPECT_THAT(lines(), ElementsAre("I torqThermalListeningRegister", kSubsys,
-                                     "I torqThermalListeningRegister", kSubsys,
-                                     "I torq client torqThermalListeningUnregister",
-                                     "I subsys's callback has been unRegistered to Torq HAL",
-                                     "I torqResListeningRegister", kDuplicate));
-
-    log_.clear();
-    EXPECT_EQ(torqResListeningUnRegister(701), 1);
-    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(701), unregistered(701)));
-    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 703), 703);
-    EXPECT_EQ(torqResListeningUnRegister(703), 1);
-}
-
-TEST_F(ListeningTest, PathRegistrationsSendMarkedPathEntries) {
-    hal().setAnswer("listeningRegister", result(901));
-    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, cb_), 901);
+    EXPECT_EQ(torqResListeningRegister(sameIds, 0, cb_), -1);
+    // The map form registers its keys in key order.
+    hal().setAnswer("listeningRegister", result(502));
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 502);
+    EXPECT_EQ(hal().last("listeningRegister").parcel,
+              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}, 5, true));
+    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 4, cb_), -1);
+    hal().setAnswer("listeningRegister", result(503));
+    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, cb_), 503);
     EXPECT_EQ(hal().last("listeningRegister").parcel,
               parcel(0, {pathRecord("/b", std::nullopt), pathRecord("/a", std::nullopt)}, 4, true));
     EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+    EXPECT_EQ(hal().count("listeningRegister"), 3u);
 
-    // The map form registers its keys in key order: {"/a", "/b"} is a different list ...
-    hal().setAnswer("listeningRegister", result(902));
-    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 902);
-    EXPECT_EQ(hal().last("listeningRegister").parcel,
-              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}, 5, true));
-    // ... which is now taken, by either form.
-    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 0, cb_), -1);
-    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", ""}, {"/a", ""}}, 0, cb_), -1);
-    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_listening_register", kRegistered,
-                                     "I torq client torq_res_listening_register_map", kRegistered,
-                                     "I torq client torq_res_listening_register", kDuplicate,
-                                     "I torq client torq_res_listening_register_map", kDuplicate));
-    EXPECT_EQ(torqResListeningUnRegister(901), 1);
-    EXPECT_EQ(torqResListeningUnRegister(902), 1);
+    hal().setAnswer("thermalListeningRegister", result(504));
+    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 504);
+    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 504);
+    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
+    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
+    hal().setAnswer("thermalListeningUnregister", result(4));
+    EXPECT_EQ(torqThermalListeningUnregister(504), 4);
+    EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 504);
+    Resources thermalIds{{3, "a"}, {1, "b"}};
+    EXPECT_EQ(torqResListeningRegister(thermalIds, 0, cb_), -1);
+    EXPECT_THAT(
+            lines(),
+            ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
+                        kDuplicate, "I torq client torq_res_listening_register_map", kRegistered,
+                        "I torq client torq_res_listening_register", kDuplicate,
+                        "I torq client torq_res_listening_register", kRegistered,
+                        "I torqThermalListeningRegister", kSubsys, "I torqThermalListeningRegister",
+                        kSubsys, "I torq client torqThermalListeningUnregister",
+                        "I subsys's callback has been unRegistered to Torq HAL",
+                        "I torqResListeningRegister", kDuplicate));
+
+    log_.clear();
+    hal().answerOnce("listeningUnregister", refused());
+    EXPECT_EQ(torqResListeningUnRegister(501), -1);
+    EXPECT_EQ(hal().last("listeningUnregister").handle, 501);
+    EXPECT_EQ(torqResListeningUnRegister(501), 1);  // the HAL is asked even so
+    EXPECT_EQ(torqResListeningUnRegister(504), 1);
+    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(501),
+                                     "E torqResListeningUnRegister() failed: torq HAL service not "
+                                     "available",
+                                     kEntry, "E The callback was not registered before", kEntry,
+                                     unregistered(504), unregistered(504)));
+    hal().setAnswer("listeningRegister", result(505));
+    EXPECT_EQ(torqResListeningRegister(ids, 0, cb_), 505);
+    for (int32_t handle : {502, 503, 505}) EXPECT_EQ(torqResListeningUnRegister(handle), 1);
 }
 
 constexpr char kDestroyed[] = "I ndk backend ~TorqCallbackClient";
