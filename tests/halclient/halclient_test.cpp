@@ -508,26 +508,27 @@ std::string retired(size_t before, size_t after) {
            std::to_string(before) + " after " + std::to_string(after);
 }
 
-// Each request client (resource, SA, path; with or without a caller callback) reaches its own
-// caller and leaves the registry with its first answer, also an empty one.
-TEST_F(ListeningTest, RequestClientsAnswerTheirOwnCallerAndLeaveTheRegistryOnce) {
-    auto other = std::make_shared<Recorder>();
-    size_t n = requestCallbacks();
+// A request client (resource, SA, path; with or without a caller callback) leaves the registry
+// with its first answer, also an empty one; a later answer still reaches its caller. A listening
+// client is answered any number of times, never touches the request registry and lives until it
+// is unregistered.
+TEST_F(ListeningTest, CallbackClientsReachTheirCallerAndLeaveTheirRegistry) {
+    auto listener = std::make_shared<Recorder>();
+    const size_t n = requestCallbacks();
     Resources r{{0x1, "1"}};
-    ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, other), 1);
     ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, cb_), 1);
     ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, cb_), 1);
     ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, std::shared_ptr<IClientCallback>()), 1);
     ASSERT_GE(torq_resctl_request_with_callback_by_path(0, 0, {"/a"}, {"1"}, 0, 0, 0, cb_), 1);
+    const int32_t handle = torqResListeningRegister(r, 0, listener);
     log_.clear();
 
-    answer(1, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
-    answer(2, {});
-    answer(3, {idRecord(0x4, "4")});
+    answer(0, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
+    answer(1, {});
+    answer(2, {idRecord(0x4, "4")});
     // Path answers arrive as values, then paths; an absent field as an empty text.
-    answer(4,
+    answer(3,
            {pathRecord("/a", "1"), pathRecord("/b", std::nullopt), pathRecord(std::nullopt, "3")});
-    EXPECT_TRUE(other->deliveries().empty());
     std::vector<Delivery> got = cb_->deliveries();
     ASSERT_EQ(got.size(), 2u);
     EXPECT_EQ(got[0].resources, (Pairs{{0x010108a0, "1200"}, {0x2, ""}}));
@@ -537,55 +538,39 @@ TEST_F(ListeningTest, RequestClientsAnswerTheirOwnCallerAndLeaveTheRegistryOnce)
                 ElementsAre("I TorqCallbackClient::onCallback res_Id 0x10108a0 res_Value 1200 "
                             "is_register 0",
                             "I TorqCallbackClient::onCallback res_Id 0x2 is_register 0", kCalled0,
-                            kFound, retired(n + 5, n + 4), kFound, retired(n + 4, n + 3),
+                            kFound, retired(n + 4, n + 3), kFound, retired(n + 3, n + 2),
                             "I TorqCallbackClient::onCallback res_Id 0x4 res_Value 4 is_register 0",
-                            kFound, retired(n + 3, n + 2),
+                            kFound, retired(n + 2, n + 1),
                             "I TorqCallbackClient::onCallback res_Id /a res_Value 1 is_register 0",
-                            kCalled0, kFound, retired(n + 2, n + 1)));
+                            kCalled0, kFound, retired(n + 1, n)));
     // The transaction log goes out untagged.
     EXPECT_THAT(HalTest::lines(""), Contains("I BnTorqCallback::logFunc NDK BACKEND method_name "
                                              "onCallback exception_code 0 exception_message  "
                                              "transaction_error 0 service_specific_error_code 0")
                                             .Times(4));
 
-    // A second answer still reaches the caller, but the client is no longer registered.
     log_.clear();
-    answer(1, {idRecord(0x3, "x")});
+    answer(0, {idRecord(0x3, "x")});
     EXPECT_EQ(cb_->deliveries().size(), 3u);
     EXPECT_THAT(callbackLines(),
                 ElementsAre("I TorqCallbackClient::onCallback res_Id 0x3 res_Value x is_register 0",
-                            kCalled0, "E callback not found in request_callbacks",
-                            retired(n + 1, n + 1)));
-    answer(0, {idRecord(0x3, "y")});
-    EXPECT_EQ(other->deliveries().size(), 1u);
-}
+                            kCalled0, "E callback not found in request_callbacks", retired(n, n)));
 
-// Listening clients are answered any number of times and never touch the request registry; the
-// listening registry owns them until they are unregistered.
-TEST_F(ListeningTest, ListeningClientsStayUntilUnregisteredThenGoWithTheHalsReference) {
-    Resources r{{0x41, "1"}};
-    const int32_t byId = torqResListeningRegister(r, 0, cb_);
-    const int32_t byPath = torq_res_listening_register_by_path({"/l"}, 0, cb_);
     log_.clear();
-    for (int i = 0; i < 2; ++i) {
-        answer(0, {idRecord(0x41, std::to_string(i))});
-        answer(1, {pathRecord("/l", std::to_string(i))});
-    }
-    std::vector<Delivery> got = cb_->deliveries();
-    ASSERT_EQ(got.size(), 4u);
-    EXPECT_EQ(got[2].resources, (Pairs{{0x41, "1"}}));
-    EXPECT_EQ(got[3].values, (Strings{"1"}));
+    answer(4, {idRecord(0x41, "1")});
+    answer(4, {idRecord(0x41, "2")});
+    ASSERT_EQ(listener->deliveries().size(), 2u);
+    EXPECT_EQ(listener->deliveries()[1].resources, (Pairs{{0x41, "2"}}));
     EXPECT_THAT(callbackLines(),
-                Contains("I TorqCallbackClient::onCallback res_Id /l res_Value 1 is_register 1"));
+                Contains("I TorqCallbackClient::onCallback res_Id 0x41 res_Value 2 is_register 1"));
     EXPECT_THAT(callbackLines(), Not(Contains(::testing::HasSubstr("request_callbacks"))));
-
+    // Only the HAL holds the answered request clients; the registry keeps the listening one.
     hal().dropCallbacks();
     drain();
-    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
-    EXPECT_EQ(torqResListeningUnRegister(byId), 1);
-    EXPECT_EQ(torqResListeningUnRegister(byPath), 1);
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(4));
+    EXPECT_EQ(torqResListeningUnRegister(handle), 1);
     drain();
-    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(2));
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(5));
 }
 
 }  // namespace
