@@ -20,7 +20,6 @@ using namespace torq_test;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 using Resources = std::vector<ZelClient::Resource>;
 using Strings = std::vector<std::string>;
 
@@ -233,42 +232,6 @@ TEST_F(ZelTest, ALongListArrivesWholeAndInOrder) {
     hal().setAnswer("request", result(7));
     EXPECT_EQ(7, ZelResAcquire(resources, 0, "svc", 10));
     EXPECT_EQ(acquisition(1, records, "", "svc", 10), hal().last("request").parcel);
-}
-
-// A mark records the request itself, so it is made whether or not a HAL is reached, and only
-// while the always-on trace tag is enabled. Its name holds at most 1022 characters and ends at an
-// embedded NUL; the parcel keeps the whole text.
-TEST_F(ZelTest, TraceMarksFollowTheAlwaysTagAndTheirNamesAreCut) {
-    hal().undeclare();
-    EXPECT_EQ(-1, ZelEventAcquire(2, "p", "i", 3, {}));
-    hal().declare();
-    ZelRelease(-17);
-    EXPECT_EQ(-17, hal().last("release").handle);
-    EXPECT_THAT(trace_.events(),
-                ElementsAre("ZelEventAcquire  cmd_id:2 pkg:p identity:i duration:3", "end",
-                            "ZelRelease: -17", "end"));
-
-    const std::string prefix = "ZelEventAcquire  cmd_id:1 pkg:";
-    const std::string suffix = " identity:i duration:2";  // 30 + 22 characters around the package
-    for (const std::string& pkg :
-         {std::string(970, 'p'), std::string(971, 'p'), std::string("ab") + '\0' + "cd"}) {
-        SCOPED_TRACE("package of " + std::to_string(pkg.size()));
-        trace_.clear();
-        ZelEventAcquire(1, pkg, "i", 2, {});
-        const std::string name = pkg.size() == 5 ? prefix + "ab" : prefix + pkg + suffix;
-        EXPECT_THAT(trace_.events(), ElementsAre(name.substr(0, 1022), "end"));
-        EXPECT_EQ(pkg, hal().last("request").parcel.pkg);
-    }
-
-    trace_.clear();
-    for (uint64_t tags : {uint64_t{0}, ~uint64_t{1}}) {
-        trace_.setEnabledTags(tags);
-        ZelEventAcquire(1, "p", "i", 2, {});
-        ZelRelease(4);
-    }
-    EXPECT_THAT(trace_.events(), IsEmpty());
-    EXPECT_EQ(5u, hal().count("request"));
-    EXPECT_EQ(3u, hal().count("release"));
 }
 
 // HALs in the field read one identical notify entry per value (at least one) and expect no

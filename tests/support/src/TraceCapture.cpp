@@ -8,6 +8,7 @@
 #include <torq_test/Capture.h>
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 
 namespace {
@@ -38,10 +39,6 @@ TraceCapture::~TraceCapture() {
     g_active = false;
     g_tags = 0;
     g_events.clear();
-}
-
-void TraceCapture::setEnabledTags(uint64_t tags) {
-    g_tags = tags;
 }
 
 std::vector<std::string> TraceCapture::events() const {

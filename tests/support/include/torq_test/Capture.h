@@ -2,7 +2,6 @@
 
 // Captures what the library writes to the Android log and to the trace.
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,12 +24,11 @@ class LogCapture {
 };
 
 // While alive, atrace_begin_body/atrace_end_body calls are recorded, as the section's name and as
-// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone until setEnabledTags.
+// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone.
 class TraceCapture {
   public:
     TraceCapture();
     ~TraceCapture();
-    void setEnabledTags(uint64_t tags);
     std::vector<std::string> events() const;
     void clear();
 };
