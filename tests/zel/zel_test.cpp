@@ -31,8 +31,6 @@ Strings operator+(Strings a, const Strings& b) {
 class ZelTest : public HalTest {
   protected:
     Strings zelLog() const { return lines("[ZEL_CLIENT]"); }
-
-    TraceCapture trace_;
 };
 
 // Results of the entry points that return nothing, or that wrote their output although they
@@ -212,12 +210,12 @@ TEST_F(ZelTest, EachAcquisitionSendsItsKindAndReturnsTheHandle) {
         SCOPED_TRACE(row.mark);
         hal().setAnswer("request", result(row.handle));
         log_.clear();
-        trace_.clear();
+        TraceCapture trace;
         EXPECT_EQ(row.handle, row.call());
         EXPECT_EQ(row.parcel, hal().last("request").parcel);
         EXPECT_FALSE(hal().last("request").hasCallback);
         EXPECT_THAT(zelLog(), ElementsAreArray(row.log));
-        EXPECT_THAT(trace_.events(), ElementsAre(row.mark, "end"));
+        EXPECT_THAT(trace.events(), ElementsAre(row.mark, "end"));
     }
 }
 

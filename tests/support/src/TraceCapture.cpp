@@ -7,14 +7,12 @@
 #include <cutils/trace.h>
 #include <torq_test/Capture.h>
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
 
 namespace {
 
 std::mutex g_mutex;
-std::atomic<uint64_t> g_tags{0};
 bool g_active = false;
 std::vector<std::string> g_events;
 
@@ -23,22 +21,22 @@ void record(std::string event) {
     if (g_active) g_events.push_back(std::move(event));
 }
 
+void reset(bool active) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_active = active;
+    g_events.clear();
+}
+
 }  // namespace
 
 namespace torq_test {
 
 TraceCapture::TraceCapture() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_events.clear();
-    g_tags = ATRACE_TAG_ALWAYS;
-    g_active = true;
+    reset(true);
 }
 
 TraceCapture::~TraceCapture() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_active = false;
-    g_tags = 0;
-    g_events.clear();
+    reset(false);
 }
 
 std::vector<std::string> TraceCapture::events() const {
@@ -46,17 +44,13 @@ std::vector<std::string> TraceCapture::events() const {
     return g_events;
 }
 
-void TraceCapture::clear() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_events.clear();
-}
-
 }  // namespace torq_test
 
 extern "C" {
 
 uint64_t atrace_get_enabled_tags() {
-    return g_tags;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_active ? ATRACE_TAG_ALWAYS : 0;
 }
 
 void atrace_begin_body(const char* name) {

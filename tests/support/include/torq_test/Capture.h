@@ -30,7 +30,6 @@ class TraceCapture {
     TraceCapture();
     ~TraceCapture();
     std::vector<std::string> events() const;
-    void clear();
 };
 
 }  // namespace torq_test
