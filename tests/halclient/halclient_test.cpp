@@ -1,11 +1,15 @@
 // torqHalclient: every entry point (what the HAL receives, what the caller gets back and logs, the
 // failure rule of the shared connection), the listening registrations and the callback client:
-// how the HAL's answers reach the caller, and the request and listening registries.
+// how the HAL's answers reach the caller, and the request and listening registries. The table of
+// entry points also holds the flat API's, so that the call frame's failures are checked once for
+// every entry point of both front ends.
 
 #include <gmock/gmock.h>
 #include <torqHalclient.h>
 #include <torq_test/HalTest.h>
+#include <zel.h>
 
+#include <climits>
 #include <functional>
 #include <list>
 #include <map>
@@ -26,6 +30,11 @@ using ::testing::Not;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
+
+Strings operator+(Strings a, const Strings& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 
 Pairs pairs(const Resources& resources) {
     Pairs out;
@@ -209,19 +218,25 @@ TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
     EXPECT_DEATH(delete[] torqPropertyGet("p"), "");
 }
 
+// One row per entry point of both front ends.
+enum class Front { kHalclient, kZel };
+
 struct Call {
-    std::string entry;   // the INFO line each call starts with
+    Strings entry;       // the lines each call starts with
     std::string method;  // the ITorq method it makes
     std::string step;    // the name its failure line reports
     std::function<int32_t()> run;
-    std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a request sends
+    std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a torqHalclient request sends
     Strings callbackLog = {};  // the lines a callback form logs before sending
     bool acceptance = false;   // 0 for a handle, -1 for none, instead of the handle
+    Front front = Front::kHalclient;
+    int32_t refusal = -1;       // the result when the HAL call fails (-1 without a HAL)
+    Strings refusalLines = {};  // the flat API: every line after the entry when the call fails
 };
 
-// Most calls start with "torq client <name>" and report failures under <name>.
+// Most torqHalclient calls start with "torq client <name>" and report failures under <name>.
 Call named(const std::string& name, const char* method, std::function<int32_t()> run) {
-    return {"torq client " + name, method, name, std::move(run)};
+    return {{"I torq client " + name}, method, name, std::move(run)};
 }
 Call sends(Call call, TorqRequestParcel parcel, Strings callbackLog = {}, bool acceptance = false) {
     call.parcel = std::move(parcel);
@@ -229,9 +244,19 @@ Call sends(Call call, TorqRequestParcel parcel, Strings callbackLog = {}, bool a
     call.acceptance = acceptance;
     return call;
 }
-Strings addsClient(const std::string& entry, const std::string& added) {
-    return {"I " + entry, "I new std::shared_ptr TorqCallbackClient callback",
+Strings addsClient(const std::string& name, const std::string& added) {
+    return {"I torq client " + name, "I new std::shared_ptr TorqCallbackClient callback",
             "I torq client " + added + " add to request_callbacks"};
+}
+// The flat API's queries log their HAL step before the failure line and their own error after it.
+Call zel(const std::string& step, const char* method, std::function<int32_t()> run, Strings entry,
+         Strings before = {}, Strings after = {}, int32_t refusal = -1) {
+    Call call{std::move(entry), method, step, std::move(run)};
+    call.front = Front::kZel;
+    call.refusal = refusal;
+    call.refusalLines =
+            before + Strings{"E " + step + "() failed : torq HAL service not available"} + after;
+    return call;
 }
 
 // The arguments of the calls below (at namespace scope: the rows' lambdas capture nothing).
@@ -244,6 +269,24 @@ std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
 const auto cb = std::make_shared<Recorder>();
 const int64_t kLong = INT64_C(1) << 40;
 
+// The flat API's queries leave their output as it was when they fail.
+constexpr int32_t kOutputWritten = INT32_MIN + 9;
+int32_t multiState() {
+    std::vector<ZelClient::Resource> resources = {{0x10, "old"}};
+    const int32_t n = ZelMutiResStateRequest(resources);
+    return resources[0].value == "old" ? n : kOutputWritten;
+}
+int32_t singleState() {
+    std::string value = "old";
+    ZelResStateRequest(0x10, value);
+    return value == "old" ? -1 : kOutputWritten;
+}
+int32_t history() {
+    std::string history = "old";
+    const int32_t n = ZelGetHistory(history);
+    return history == "old" ? n : kOutputWritten;
+}
+
 Call resCtl(std::function<int32_t()> run, TorqRequestParcel p) {
     return sends(named("torqResCtlRequest", "request", std::move(run)), std::move(p));
 }
@@ -251,7 +294,9 @@ Call saCtl(std::function<int32_t()> run, TorqRequestParcel p) {
     return sends(named("torqSACtlRequest", "request", std::move(run)), std::move(p));
 }
 Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
-    return sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
+    return sends({{"I torq client torq_resctl_request"},
+                  "request",
+                  "torq_resctl_request_by_path",
                   std::move(run)},
                  std::move(p));
 }
@@ -260,36 +305,44 @@ Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
 // resource goes out with its value, empty when the caller gave none; by path, a -> param,
 // b -> duration, c -> option, d >= 1 -> flag, e -> tag.
 std::vector<Call> everyCall() {
+    const std::string multiEntry = "I ZelMutiResStateRequest enter";
     std::vector<Call> v = {
-            named("torq_init", "init", [] { return torq_init(), 0; }),
+            named("torq_init", "init", [] { return torq_init(), -1; }),
             resCtl([] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); },
                    ctl(1, 7, -1, 3, true, 9,
                        {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
                         idRecord(0, "")})),
             resCtl([] { return torqResCtlRequest(10, r, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
-            resCtl([] { return torqResCtlRequest(10, r, 1, 11); }, ctl(1, -1, 10, -1, true, 11, one)),
-            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); }, ctl(1, -1, 10, 5, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 1, 11); },
+                   ctl(1, -1, 10, -1, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); },
+                   ctl(1, -1, 10, 5, true, 11, one)),
             resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
                    ctl(1, 3, INT32_MIN, -1, false, 11, one)),
-            resCtl([] { return torqResCtlRequest(3, 10, r, 7, 11); }, ctl(1, 3, 10, -1, true, 11, one)),
-            sends({"torq client torqResCtlRequest with callback", "request",
+            resCtl([] { return torqResCtlRequest(3, 10, r, 7, 11); },
+                   ctl(1, 3, 10, -1, true, 11, one)),
+            sends({{"I torq client torqResCtlRequest with callback"},
+                   "request",
                    "torq client TorqCallbackClient with callback",
                    [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }},
                   ctl(1, 1, 2, 3, false, 5, one),
-                  addsClient("torq client torqResCtlRequest with callback", "torqResCtlRequest")),
+                  addsClient("torqResCtlRequest with callback", "torqResCtlRequest")),
             // SA control: one id, no value.
             saCtl([] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); },
                   ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
             saCtl([] { return torqSACtlRequest(-5, 0x34, 8); },
                   ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
-            sends({"torq client torqSACtlRequest with callback", "request",
+            sends({{"I torq client torqSACtlRequest with callback"},
+                   "request",
                    "torqSACtlRequest with callback",
                    [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }},
                   ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
-                  addsClient("torq client torqSACtlRequest with callback", "torqSACtlRequest")),
+                  addsClient("torqSACtlRequest with callback", "torqSACtlRequest")),
             named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
             named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
-            {"torqResListeningRegister", "listeningRegister", "torq_res_listening_register_map",
+            {{"I torqResListeningRegister"},
+             "listeningRegister",
+             "torq_res_listening_register_map",
              [] { return torqResListeningRegister(r, 0, cb); }},
             named("torqResListeningUnRegister", "listeningUnregister",
                   [] { return torqResListeningUnRegister(-77); }),
@@ -297,20 +350,23 @@ std::vector<Call> everyCall() {
                   [] { return torqResStateRequest(r, 0, out); }),
             sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
                   parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
-            {"torqThermalListeningRegister", "thermalListeningRegister",
-             "torqThermalListeningRegister", [] { return torqThermalListeningRegister({1}, cb); }},
+            {{"I torqThermalListeningRegister"},
+             "thermalListeningRegister",
+             "torqThermalListeningRegister",
+             [] { return torqThermalListeningRegister({1}, cb); }},
             named("torqThermalListeningUnregister", "thermalListeningUnregister",
                   [] { return torqThermalListeningUnregister(9); }),
             pathCtl([] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); },
                     ctl(1, 4, kLong, 6, true, 7, byPath, true)),
-            sends({"torq client torq_resctl_request_with_callback", "request",
+            sends({{"I torq client torq_resctl_request_with_callback"},
+                   "request",
                    "torq client torq_resctl_request_with_callback",
                    [] {
                        return torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3,
                                                                         7, cb);
                    }},
                   ctl(1, 4, 5, 6, false, 7, byPath, true),
-                  addsClient("torq client torq_resctl_request_with_callback",
+                  addsClient("torq_resctl_request_with_callback",
                              "torq_resctl_request_with_callback")),
             named("torq_res_state_request", "stateRequest",
                   [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
@@ -320,8 +376,30 @@ std::vector<Call> everyCall() {
                   [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
             named("torq_res_listening_register_map", "listeningRegister",
                   [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
-            named("torqPropertyGet", "propertyGet", [] { return delete[] torqPropertyGet("p"), -1; }),
+            named("torqPropertyGet", "propertyGet",
+                  [] { return delete[] torqPropertyGet("p"), -1; }),
             named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
+            // The flat API; the entry points that return nothing report another step's name.
+            zel("torq_init", "init", zelInit, {"E zelInit enter"}, {}, {}, -2),
+            zel("ZelEventAcquire", "request", [] { return ZelEventAcquire(1, "p", "i", 5, {}); },
+                {"I ZelEventAcquire, cmdid:1, pkg:p, identity:i"}, {},
+                {"E torqResCtlRequest error:-1"}),
+            zel("torqResCtlRelease", "release", [] { return ZelRelease(3), -1; },
+                {"I ZelRelease, handle:3"}),
+            zel("ZelNotify", "request", [] { return ZelNotify(1, 2, {3}); }, {"I ZelNotify enter"}),
+            zel("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); },
+                {}),
+            zel("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
+                {"I zelRuleCtl, ruleId:200, status:3"}),
+            zel("ZelMutiResStateRequest", "stateRequest", multiState, {multiEntry}),
+            zel("ZelMutiResStateRequest", "stateRequest", singleState,
+                {"I ZelResStateRequest enter", multiEntry}),
+            zel("ZelGetHistory", "stateRequest", history, {"I zel client ZelGetHistory"},
+                {"I zel client hal ZelGetHistory"},
+                {"E failed to get history or return vector empty, data vector size 0"}),
+            zel("ZelGetPMStatus", "stateRequest", [] { return ZelGetPMStatus(4); },
+                {"I zel client ZelGetPMStatus"}, {"I zel client hal ZelGetPMStatus"},
+                {"E failed to get power mode status, mode 4, data vector size 0"}),
     };
     // Commands: a kind-5 request whose one entry is the command's code (9 is none); they answer 0
     // when the HAL gave a handle, else -1.
@@ -354,7 +432,7 @@ TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
     size_t registered = requestCallbacks();
     for (const Call& call : everyCall()) {
         if (!call.parcel) continue;
-        SCOPED_TRACE(call.entry);
+        SCOPED_TRACE(call.entry[0]);
         hal().setAnswer("request", result(42));
         log_.clear();
         EXPECT_EQ(call.run(), call.acceptance ? 0 : 42);
@@ -370,31 +448,41 @@ TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
     EXPECT_EQ(requestCallbacks(), registered + 6);
 }
 
-// Each call twice: without a declared HAL it fails after one "not declared" line; with one that
-// refuses (or breaks the transaction) it reports its step and drops the cached interface, which
-// the next round proves by looking the service up again.
+// The call frame as each entry point of each front end meets it. Each call twice: without a
+// declared HAL it fails after its front end's connect lines, having sent nothing; with one that
+// refuses (or breaks the transaction) it reports its step and drops its front end's cached
+// interface, which the front end's next row proves by looking the service up again.
 TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
     bool useBroken = false;
-    for (const Call& call : everyCall()) {
-        SCOPED_TRACE(call.entry);
-        binder_host::undeclareInstance(torq_sim::kTorqInstance);
-        log_.clear();
-        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
-        Strings got = lines();
-        // Only the property read logs its (unwritten) buffer afterwards.
-        ASSERT_EQ(got.size(), call.method == "propertyGet" ? 3u : 2u);
-        EXPECT_EQ(got[0], "I " + call.entry);
-        EXPECT_EQ(got[1], "E Torq is not declared, AServiceManager_isDeclared:0");
-
-        binder_host::declareInstance(torq_sim::kTorqInstance);
-        hal().clearAnswers();
-        hal().setAnswer(call.method, (useBroken = !useBroken) ? broken() : refused());
+    const std::vector<Call> calls = everyCall();
+    for (size_t i = 0; i < calls.size(); ++i) {
+        const Call& call = calls[i];
+        SCOPED_TRACE(::testing::Message() << "row " << i << ", step " << call.step);
+        const bool zel = call.front == Front::kZel;
+        const std::string tag = zel ? "[ZEL_CLIENT]" : "TORQFramework-lib-vendor";
+        hal().undeclare();
         hal().clearCalls();
         log_.clear();
-        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
+        EXPECT_EQ(call.run(), -1);
+        Strings connect{"E Torq is not declared, AServiceManager_isDeclared:0"};
+        if (zel) connect.push_back("E zel_get_torq_hal_and_link_to_death error:-1");
+        Strings got = HalTest::lines(tag);
+        // Only the property read logs its (unwritten) buffer afterwards.
+        if (call.method == "propertyGet" && !got.empty()) got.pop_back();
+        EXPECT_EQ(got, call.entry + connect);
+        EXPECT_TRUE(hal().calls().empty());
+
+        hal().declare();
+        hal().answerOnce(call.method, (useBroken = !useBroken) ? broken() : refused());
+        log_.clear();
+        EXPECT_EQ(call.run(), call.refusal);
         EXPECT_EQ(hal().count(call.method), 1u);
-        EXPECT_THAT(lines(),
-                    Contains("E " + call.step + "() failed: torq HAL service not available"));
+        if (zel) {
+            EXPECT_EQ(HalTest::lines(tag), call.entry + call.refusalLines);
+        } else {
+            EXPECT_THAT(lines(),
+                        Contains("E " + call.step + "() failed: torq HAL service not available"));
+        }
     }
 }
 

@@ -1,6 +1,7 @@
-// The flat API: its own connection to the HAL (no HAL, a HAL that refuses, a HAL that dies), what
-// the HAL receives from each call, what the caller gets back, and the log and trace lines around
-// them.
+// The flat API: its own connection to the HAL and the HAL's death, what the HAL receives from
+// each call, what the caller gets back, and the log and trace lines around them. How each entry
+// point fails (no HAL, a HAL that refuses) is checked in the entry-point table of
+// tests/halclient, with torqHalclient's.
 
 #include <gmock/gmock.h>
 #include <torq_test/HalTest.h>
@@ -23,117 +24,12 @@ using ::testing::ElementsAreArray;
 using Resources = std::vector<ZelClient::Resource>;
 using Strings = std::vector<std::string>;
 
-Strings operator+(Strings a, const Strings& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 class ZelTest : public HalTest {
   protected:
     Strings zelLog() const { return lines("[ZEL_CLIENT]"); }
 };
 
-// Results of the entry points that return nothing, or that wrote their output although they
-// failed: the output must stay as it was then.
-constexpr int32_t kNoResult = INT32_MIN + 7;
-constexpr int32_t kOutputWritten = INT32_MIN + 9;
-
-int32_t multiState() {
-    Resources r = {{0x10, "old"}};
-    const int32_t n = ZelMutiResStateRequest(r);
-    return r[0].value == "old" ? n : kOutputWritten;
-}
-int32_t singleState() {
-    std::string value = "old";
-    ZelResStateRequest(0x10, value);
-    return value == "old" ? kNoResult : kOutputWritten;
-}
-int32_t history() {
-    std::string history = "old";
-    const int32_t r = ZelGetHistory(history);
-    return history == "old" ? r : kOutputWritten;
-}
-
-struct EntryPoint {
-    const char* name;
-    const char* method;  // the ITorq method it calls
-    int32_t failure;     // its result when the HAL is missing
-    int32_t refusal;     // its result when the HAL call fails
-    std::function<int32_t()> call;
-    Strings entryLines;    // what it logs before connecting
-    Strings refusalLines;  // what follows when the HAL call fails
-};
-
-std::string failedStep(const std::string& step) {
-    return "E " + step + "() failed : torq HAL service not available";
-}
-
-// Most entry points fail with -1 either way and report their own name as the step; the queries
-// log their HAL step first and their own error last.
-EntryPoint plain(const char* name, const char* method, std::function<int32_t()> call,
-                 Strings entryLines, Strings lastLines = {}, Strings firstLines = {}) {
-    Strings refusal = firstLines + Strings{failedStep(name)} + lastLines;
-    return {name, method, -1, -1, std::move(call), std::move(entryLines), std::move(refusal)};
-}
-
-// The entry points that return nothing report another step's name.
-EntryPoint returnsNothing(const char* name, const char* method, std::function<int32_t()> call,
-                          Strings entryLines, const char* step) {
-    Strings refusal{failedStep(step)};
-    return {name, method, kNoResult, kNoResult, std::move(call), std::move(entryLines), refusal};
-}
-
-const std::string kMultiEnter = "I ZelMutiResStateRequest enter";
-const std::vector<EntryPoint> kEntryPoints = {
-        {"zelInit", "init", -1, -2, zelInit, {"E zelInit enter"}, {failedStep("torq_init")}},
-        plain("ZelEventAcquire", "request", [] { return ZelEventAcquire(1, "p", "i", 5, {}); },
-              {"I ZelEventAcquire, cmdid:1, pkg:p, identity:i"}, {"E torqResCtlRequest error:-1"}),
-        returnsNothing(
-                "ZelRelease", "release", [] { return ZelRelease(3), kNoResult; },
-                {"I ZelRelease, handle:3"}, "torqResCtlRelease"),
-        plain("ZelNotify", "request", [] { return ZelNotify(1, 2, {3}); }, {"I ZelNotify enter"}),
-        plain("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); }, {}),
-        plain("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
-              {"I zelRuleCtl, ruleId:200, status:3"}),
-        plain("ZelMutiResStateRequest", "stateRequest", multiState, {kMultiEnter}),
-        returnsNothing("ZelResStateRequest", "stateRequest", singleState,
-                       {"I ZelResStateRequest enter", kMultiEnter}, "ZelMutiResStateRequest"),
-        plain("ZelGetHistory", "stateRequest", history, {"I zel client ZelGetHistory"},
-              {"E failed to get history or return vector empty, data vector size 0"},
-              {"I zel client hal ZelGetHistory"}),
-        plain("ZelGetPMStatus", "stateRequest", [] { return ZelGetPMStatus(4); },
-              {"I zel client ZelGetPMStatus"},
-              {"E failed to get power mode status, mode 4, data vector size 0"},
-              {"I zel client hal ZelGetPMStatus"}),
-};
-
-const std::string kNotDeclared = "E Torq is not declared, AServiceManager_isDeclared:0";
 const std::string kConnectError = "E zel_get_torq_hal_and_link_to_death error:-1";
-
-// Each entry point's own lines and results (the order, locking and failure rule of the frame
-// around them are the call frame test's): without a declared HAL it fails at the connect step
-// having sent nothing; when its HAL call fails (refused, or the transaction broke) it reports
-// its step and drops the connection, which the next row's "not declared" line proves.
-TEST_F(ZelTest, EachEntryPointFailsWithItsOwnLinesAndDropsTheConnection) {
-    for (size_t i = 0; i < kEntryPoints.size(); ++i) {
-        const EntryPoint& ep = kEntryPoints[i];
-        SCOPED_TRACE(ep.name);
-        hal().undeclare();
-        hal().clearCalls();
-        log_.clear();
-        EXPECT_EQ(ep.failure, ep.call());
-        EXPECT_THAT(zelLog(),
-                    ElementsAreArray(ep.entryLines + Strings{kNotDeclared, kConnectError}));
-        EXPECT_TRUE(hal().calls().empty());
-
-        hal().declare();
-        hal().answerOnce(ep.method, i % 2 == 0 ? refused() : broken());
-        log_.clear();
-        EXPECT_EQ(ep.refusal, ep.call());
-        EXPECT_EQ(1u, hal().count(ep.method));
-        EXPECT_THAT(zelLog(), ElementsAreArray(ep.entryLines + ep.refusalLines));
-    }
-}
 
 // The connection is watched for the HAL's death: its notice, one per connection, drops the
 // interface; calls fail until a HAL is registered again, then the first one connects, and that
