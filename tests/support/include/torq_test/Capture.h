@@ -24,7 +24,8 @@ class LogCapture {
 };
 
 // While alive, atrace_begin_body/atrace_end_body calls are recorded, as the section's name and as
-// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone.
+// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone. Not locked: for calls made on the
+// test's own thread.
 class TraceCapture {
   public:
     TraceCapture();
