@@ -8,7 +8,6 @@
 #include <zel.h>
 
 #include <climits>
-#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,7 +19,6 @@ namespace {
 using namespace torq_test;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using Resources = std::vector<ZelClient::Resource>;
 using Strings = std::vector<std::string>;
 
@@ -64,58 +62,30 @@ TEST_F(ZelTest, HalDeathDropsTheConnectionUntilARestart) {
 // entry first, values travel present (empty when the caller gave none), empty texts show as
 // "none", and the HAL's handle comes back unchecked.
 TEST_F(ZelTest, EachAcquisitionSendsItsKindAndReturnsTheHandle) {
-    struct Row {
-        std::function<int32_t()> call;
-        int32_t handle;
-        TorqRequestParcel parcel;
-        Strings log;
-        std::string mark;
-    };
-    const std::vector<Row> rows = {
-            {[] {
-                 return ZelEventAcquire(11, "com.example.cam", "cameraserver", 3000,
-                                        {{0x010108a0, "1500"}, {0x02, std::nullopt}, {0, ""}});
-             },
-             42,
-             acquisition(8,
-                         {idRecord(11), idRecord(0x010108a0, "1500"), idRecord(0x02, ""),
-                          idRecord(0, "")},
-                         "com.example.cam", "cameraserver", 3000),
-             {"I ZelEventAcquire, cmdid:11, pkg:com.example.cam, identity:cameraserver"},
-             "ZelEventAcquire  cmd_id:11 pkg:com.example.cam identity:cameraserver duration:3000"},
-            // The duration is sign-extended, not 4294967295.
-            {[] {
-                 return ZelResAcquire({{0x00404000, "1"}, {0x00408000, {}}}, 99, "launcher", -1);
-             },
-             -5,
-             acquisition(1, {idRecord(0x00404000, "1"), idRecord(0x00408000, "")}, "", "launcher",
-                         -1),
-             {"I ZelResAcquire", "I ZelEventAcquire, cmdid:-2, pkg:none, identity:launcher"},
-             "ZelEventAcquire  cmd_id:-2 pkg:none identity:launcher duration:-1"},
-            {[] {
-                 return ZelPlatformResAcquire({{0x00404000, "2"}}, 0, "", "com.vendor.game",
-                                              INT32_MIN);
-             },
-             INT32_MAX,
-             acquisition(12, {idRecord(0x00404000, "2")}, "com.vendor.game", "", INT32_MIN),
-             {"I ZelPlatformResAcquire",
-              "I ZelEventAcquire, cmdid:-3, pkg:com.vendor.game, identity:none"},
-             "ZelEventAcquire  cmd_id:-3 pkg:com.vendor.game identity:none duration:-2147483648"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.mark);
-        hal().setAnswer("request", result(row.handle));
-        log_.clear();
-        TraceCapture trace;
-        EXPECT_EQ(row.handle, row.call());
-        EXPECT_EQ(row.parcel, hal().last("request").parcel);
-        EXPECT_FALSE(hal().last("request").hasCallback);
-        EXPECT_THAT(zelLog(), ElementsAreArray(row.log));
-        EXPECT_THAT(trace.events(), ElementsAre(row.mark, "end"));
-    }
+    hal().setAnswer("request", result(42));
+    EXPECT_EQ(42, ZelEventAcquire(11, "com.example.cam", "cameraserver", 3000,
+                                  {{0x010108a0, "1500"}, {0x02, std::nullopt}, {0, ""}}));
+    EXPECT_EQ(acquisition(8,
+                          {idRecord(11), idRecord(0x010108a0, "1500"), idRecord(0x02, ""),
+                           idRecord(0, "")},
+                          "com.example.cam", "cameraserver", 3000),
+              hal().last("request").parcel);
+    EXPECT_FALSE(hal().last("request").hasCallback);
+
+    hal().setAnswer("request", result(INT32_MAX));
+    EXPECT_EQ(INT32_MAX,
+              ZelPlatformResAcquire({{0x00404000, "2"}}, 0, "", "com.vendor.game", INT32_MIN));
+    EXPECT_EQ(acquisition(12, {idRecord(0x00404000, "2")}, "com.vendor.game", "", INT32_MIN),
+              hal().last("request").parcel);
+    EXPECT_THAT(
+            zelLog(),
+            ElementsAre("I ZelEventAcquire, cmdid:11, pkg:com.example.cam, identity:cameraserver",
+                        "I ZelPlatformResAcquire",
+                        "I ZelEventAcquire, cmdid:-3, pkg:com.vendor.game, identity:none"));
 }
 
-// Lists are converted entry by entry: a long one arrives whole and in order.
+// Lists are converted entry by entry: a long one arrives whole and in order. The duration is
+// sign-extended, not 4294967295.
 TEST_F(ZelTest, ALongListArrivesWholeAndInOrder) {
     Resources resources;
     std::vector<TorqRequestData> records;
@@ -123,9 +93,13 @@ TEST_F(ZelTest, ALongListArrivesWholeAndInOrder) {
         resources.push_back({id, std::to_string(id)});
         records.push_back(idRecord(id, std::to_string(id)));
     }
-    hal().setAnswer("request", result(7));
-    EXPECT_EQ(7, ZelResAcquire(resources, 0, "svc", 10));
-    EXPECT_EQ(acquisition(1, records, "", "svc", 10), hal().last("request").parcel);
+    resources.push_back({1, std::nullopt});
+    records.push_back(idRecord(1, ""));
+    hal().setAnswer("request", result(-5));
+    EXPECT_EQ(-5, ZelResAcquire(resources, 0, "svc", -1));
+    EXPECT_EQ(acquisition(1, records, "", "svc", -1), hal().last("request").parcel);
+    EXPECT_THAT(zelLog(), ElementsAre("I ZelResAcquire",
+                                      "I ZelEventAcquire, cmdid:-2, pkg:none, identity:svc"));
 }
 
 // HALs in the field read one identical notify entry per value (at least one) and expect no

@@ -1,6 +1,6 @@
 #pragma once
 
-// Captures what the library writes to the Android log and to the trace.
+// Captures what the library writes to the Android log.
 
 #include <string>
 #include <vector>
@@ -21,16 +21,6 @@ class LogCapture {
     ~LogCapture();
     std::vector<LogLine> linesWithTag(const std::string& tag) const;
     void clear();
-};
-
-// While alive, atrace_begin_body/atrace_end_body calls are recorded, as the section's name and as
-// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone. Not locked: for calls made on the
-// test's own thread.
-class TraceCapture {
-  public:
-    TraceCapture();
-    ~TraceCapture();
-    std::vector<std::string> events() const;
 };
 
 }  // namespace torq_test
