@@ -35,36 +35,31 @@ namespace torq_test {
 using torq_sim::SentAnswer;
 using torq_sim::TorqRequestParcel;
 
-/** An OK answer whose int out value is `value`. */
+// Answers: OK with this int out value; a service-specific error; a failed transaction; OK with
+// these records.
 inline SentAnswer result(int32_t value) {
     SentAnswer a;
     a.result = value;
     return a;
 }
-
-/** The transaction works, the status is a service-specific error. */
 inline SentAnswer refused() {
     SentAnswer a;
     a.exception = EX_SERVICE_SPECIFIC;
     a.serviceSpecificError = 3;
     return a;
 }
-
-/** The transaction itself fails. */
 inline SentAnswer broken() {
     SentAnswer a;
     a.transactionError = STATUS_FAILED_TRANSACTION;
     return a;
 }
-
-/** An OK state answer carrying these records. */
 inline SentAnswer records(std::vector<TorqRequestData> recs) {
     SentAnswer a;
     a.records = std::move(recs);
     return a;
 }
 
-/** A parcel with every field at its default but these; `marked` adds the debug marker extra. */
+// A parcel with every field at its default but these; `marked` adds the debug marker extra.
 inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data, int32_t tag = 0,
                                 bool marked = false) {
     TorqRequestParcel p;
@@ -75,7 +70,7 @@ inline TorqRequestParcel parcel(int32_t kind, std::vector<TorqRequestData> data,
     return p;
 }
 
-/** The parcel of an acquisition: `parcel(kind, data)` with the caller's texts and duration. */
+// The parcel of an acquisition: `parcel(kind, data)` with the caller's texts and duration.
 inline TorqRequestParcel acquisition(int32_t kind, std::vector<TorqRequestData> data,
                                      std::string pkg, std::string identity, int64_t duration) {
     TorqRequestParcel p = parcel(kind, std::move(data));
