@@ -15,20 +15,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
-
-namespace aidl::vendor::quarn::hardware::torq {
-// Whole parcels and records in failed comparisons.
-inline void PrintTo(const TorqRequestParcel& p, std::ostream* os) {
-    *os << p.toString();
-}
-inline void PrintTo(const TorqRequestData& d, std::ostream* os) {
-    *os << d.toString();
-}
-}  // namespace aidl::vendor::quarn::hardware::torq
 
 namespace torq_test {
 
