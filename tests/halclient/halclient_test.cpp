@@ -248,6 +248,13 @@ Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
 const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
 std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
 std::vector<ZelClient::Resource> zelQuery{{0x10, "old"}};
+const std::vector<ZelClient::Resource> zelResources{
+        {0x010108a0, "1500"}, {0x02, std::nullopt}, {0, ""}};
+const TorqRequestData notified = [] {
+    TorqRequestData d = idRecord(3);
+    d.subId = 7;
+    return d;
+}();
 std::string zelText;
 const auto cb = std::make_shared<Recorder>();
 const int64_t kLong = INT64_C(1) << 40;
@@ -329,12 +336,29 @@ std::vector<Call> everyCall() {
             named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
             // The flat API; the entry points that return nothing report another step's name.
             zel("torq_init", "init", zelInit, {"E zelInit enter"}, {}, {}, -2),
-            zel("ZelEventAcquire", "request", [] { return ZelEventAcquire(1, "p", "i", 5, {}); },
-                {"I ZelEventAcquire, cmdid:1, pkg:p, identity:i"}, {},
-                {"E torqResCtlRequest error:-1"}),
+            // An event gets its command entry first; empty texts show as "none".
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelEventAcquire(11, "com.cam", "camera", 3000, zelResources); },
+                      {"I ZelEventAcquire, cmdid:11, pkg:com.cam, identity:camera"}, {},
+                      {"E torqResCtlRequest error:-1"}),
+                  acquisition(8,
+                              {idRecord(11), idRecord(0x010108a0, "1500"), idRecord(0x02, ""),
+                               idRecord(0, "")},
+                              "com.cam", "camera", 3000)),
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelPlatformResAcquire(zelResources, 0, "", "com.game", -7); },
+                      {"I ZelPlatformResAcquire",
+                       "I ZelEventAcquire, cmdid:-3, pkg:com.game, identity:none"},
+                      {}, {"E torqResCtlRequest error:-1"}),
+                  acquisition(12,
+                              {idRecord(0x010108a0, "1500"), idRecord(0x02, ""), idRecord(0, "")},
+                              "com.game", "", -7)),
             zel("torqResCtlRelease", "release", [] { return ZelRelease(3), -1; },
                 {"I ZelRelease, handle:3"}),
-            zel("ZelNotify", "request", [] { return ZelNotify(1, 2, {3}); }, {"I ZelNotify enter"}),
+            // HALs in the field read one identical notify entry per value and expect no extras.
+            sends(zel("ZelNotify", "request", [] { return ZelNotify(3, 7, {10, 20, 30}); },
+                      {"I ZelNotify enter"}),
+                  parcel(10, {notified, notified, notified})),
             zel("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); },
                 {}),
             zel("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
