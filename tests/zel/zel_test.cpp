@@ -16,7 +16,6 @@ namespace zel_test {
 namespace {
 
 using namespace torq_test;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using Resources = std::vector<ZelClient::Resource>;
 using Strings = std::vector<std::string>;
@@ -28,9 +27,9 @@ class ZelTest : public HalTest {
 
 const std::string kConnectError = "E zel_get_torq_hal_and_link_to_death error:-1";
 
-// The connection is watched for the HAL's death: its notice, one per connection, drops the
-// interface; calls fail until a HAL is registered again, then the first one connects, and that
-// connection is watched too. A call racing the notice fails, whichever comes first.
+// The connection is watched for the HAL's death: its notice drops the interface; calls fail until
+// a HAL is registered again, then the first one connects (the stress test checks that this
+// connection is watched too).
 TEST_F(ZelTest, HalDeathDropsTheConnectionUntilARestart) {
     const std::string acquire = "I ZelEventAcquire, cmdid:1, pkg:p, identity:i";
     ASSERT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
@@ -50,11 +49,6 @@ TEST_F(ZelTest, HalDeathDropsTheConnectionUntilARestart) {
     EXPECT_GT(ZelEventAcquire(1, "p", "i", 5, {}), 0);
     EXPECT_EQ(1u, hal().count("request"));
     EXPECT_THAT(zelLog(), ElementsAre(acquire));
-
-    hal().kill();
-    EXPECT_EQ(-1, ZelEventAcquire(1, "p", "i", 5, {}));
-    ASSERT_TRUE(binder_host::drain());
-    EXPECT_THAT(zelLog(), Contains("E Torq HAL Service died"));
 }
 
 // Lists are converted entry by entry: a long one arrives whole and in order. The duration is
