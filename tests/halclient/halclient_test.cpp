@@ -196,8 +196,6 @@ TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
 }
 
 // One row per entry point of both front ends.
-enum class Front { kHalclient, kZel };
-
 struct Call {
     Strings entry;       // the lines each call starts with
     std::string method;  // the ITorq method it makes
@@ -206,9 +204,9 @@ struct Call {
     std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a torqHalclient request sends
     Strings callbackLog = {};  // the lines a callback form logs before sending
     bool acceptance = false;   // 0 for a handle, -1 for none, instead of the handle
-    Front front = Front::kHalclient;
-    int32_t refusal = -1;       // the result when the HAL call fails (-1 without a HAL)
-    Strings refusalLines = {};  // the flat API: every line after the entry when the call fails
+    int32_t refusal = -1;      // the result when the HAL call fails (-1 without a HAL)
+    // The flat API's rows only: every line after the entry when the call fails.
+    Strings refusalLines = {};
 };
 
 // Most torqHalclient calls start with "torq client <name>" and report failures under <name>.
@@ -233,7 +231,6 @@ Strings addsClient(const std::string& name, const std::string& added) {
 Call zel(const std::string& step, const char* method, std::function<int32_t()> run, Strings entry,
          Strings before = {}, Strings after = {}, int32_t refusal = -1) {
     Call call{std::move(entry), method, step, std::move(run)};
-    call.front = Front::kZel;
     call.refusal = refusal;
     call.refusalLines =
             before + Strings{"E " + step + "() failed : torq HAL service not available"} + after;
@@ -413,7 +410,7 @@ TEST_F(CallsTest, EveryCallSendsItsParcelAndFailsCleanly) {
     for (size_t i = 0; i < calls.size(); ++i) {
         const Call& call = calls[i];
         SCOPED_TRACE(::testing::Message() << "row " << i << ", step " << call.step);
-        const bool zel = call.front == Front::kZel;
+        const bool zel = !call.refusalLines.empty();
         const std::string tag = zel ? "[ZEL_CLIENT]" : "TORQFramework-lib-vendor";
         hal().undeclare();
         hal().clearCalls();
