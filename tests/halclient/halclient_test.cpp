@@ -273,170 +273,115 @@ Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
 // b -> duration, c -> option, d >= 1 -> flag, e -> tag.
 std::vector<Call> everyCall() {
     const std::string multiEntry = "I ZelMutiResStateRequest enter";
-    std::
-            vector<Call>
-                    v =
-                            {
-                                    named("torq_init", "init", [] { return torq_init(), -1; }),
-                                    resCtl([] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); },
-                                           ctl(1, 7, -1, 3, true, 9,
-                                               {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"),
-                                                idRecord(0, ""), idRecord(0, "")})),
-                                    resCtl([] { return torqResCtlRequest(10, r, 11); },
-                                           ctl(1, -1, 10, -1, false, 11, one)),
-                                    resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); },
-                                           ctl(1, -1, 10, 5, true, 11, one)),
-                                    resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
-                                           ctl(1, 3, INT32_MIN, -1, false, 11, one)),
-                                    sends(other("I torq client torqResCtlRequest with callback",
-                                                "request",
-                                                "torq client TorqCallbackClient with callback",
-                                                [] {
-                                                    return torqResCtlRequest(1, 2, r, 3, 0, 5, cb);
-                                                }),
-                                          ctl(1, 1, 2, 3, false, 5, one),
-                                          addsClient("torqResCtlRequest with callback",
-                                                     "torqResCtlRequest")),
-                                    // SA control: one id, no value.
-                                    saCtl([] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); },
-                                          ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
-                                    saCtl([] { return torqSACtlRequest(-5, 0x34, 8); },
-                                          ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
-                                    sends(other("I torq client torqSACtlRequest with callback",
-                                                "request", "torqSACtlRequest with callback",
-                                                [] {
-                                                    return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb);
-                                                }),
-                                          ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
-                                          addsClient("torqSACtlRequest with callback",
-                                                     "torqSACtlRequest")),
-                                    named("torqResCtlRelease", "release",
-                                          [] { return torqResCtlRelease(9); }),
-                                    named("torqSACtlRelease", "release",
-                                          [] { return torqSACtlRelease(9); }),
-                                    other("I torqResListeningRegister", "listeningRegister",
-                                          "torq_res_listening_register_map",
-                                          [] { return torqResListeningRegister(r, 0, cb); }),
-                                    named("torqResListeningUnRegister", "listeningUnregister",
-                                          [] { return torqResListeningUnRegister(-77); }),
-                                    named("torqResStateRequest", "stateRequest",
-                                          [] { return torqResStateRequest(r, 0, out); }),
-                                    sends(named("torqThermalNotify", "request",
-                                                [] { return torqThermalNotify(levels, 8); }),
-                                          parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {},
-                                          true),
-                                    other("I torqThermalListeningRegister",
-                                          "thermalListeningRegister", "torqThermalListeningRegister",
-                                          [] { return torqThermalListeningRegister({1}, cb); }),
-                                    named("torqThermalListeningUnregister",
-                                          "thermalListeningUnregister",
-                                          [] { return torqThermalListeningUnregister(9); }),
-                                    pathCtl(
-                                            [] {
-                                                return torq_resctl_request_by_path(4, kLong, paths,
-                                                                                   values, 6, 1, 7);
-                                            },
-                                            ctl(1, 4, kLong, 6, true, 7, byPath, true)),
-                                    sends(
-                                            other("I torq client torq_resctl_request_with_callback",
-                                                  "request",
-                                                  "torq client torq_resctl_request_with_callback",
-                                                  [] {
-                                                      return torq_resctl_request_with_callback_by_path(
-                                                              4, 5, paths, values, 6, -3, 7, cb);
-                                                  }),
-                                            ctl(1, 4, 5, 6, false, 7, byPath, true),
-                                            addsClient("torq_resctl_request_with_callback",
-                                                       "torq_resctl_request_with_callback")),
-                                    named("torq_res_state_request", "stateRequest",
-                                          [] {
-                                              return torq_res_state_request_by_path(paths, values,
-                                                                                    0, pathOut);
-                                          }),
-                                    named("torq_res_state_request_map", "stateRequest",
-                                          [] {
-                                              return torq_res_state_request_map_by_path(pathMap, 0,
-                                                                                        mapOut);
-                                          }),
-                                    named("torq_res_listening_register", "listeningRegister",
-                                          [] {
-                                              return torq_res_listening_register_by_path(paths, 0,
-                                                                                         cb);
-                                          }),
-                                    named("torq_res_listening_register_map", "listeningRegister",
-                                          [] {
-                                              return torq_res_listening_register_map_by_path(
-                                                      pathMap, 0, cb);
-                                          }),
-                                    named("torqPropertyGet", "propertyGet",
-                                          [] { return delete[] torqPropertyGet("p"), -1; }),
-                                    named("torqPropertySet", "propertySet",
-                                          [] { return torqPropertySet("p", "v"); }),
-                                    // The flat API; the entry points that return nothing report
-                                    // another step's name.
-                                    zel("torq_init", "init", zelInit, {"E zelInit enter"}, {}, {},
-                                        -2),
-                                    // An event gets its command entry first; empty texts show as "none".
-                                    sends(zel("ZelEventAcquire", "request",
-                                              [] {
-                                                  return ZelEventAcquire(11, "com.cam", "camera",
-                                                                         3000, zelResources);
-                                              },
-                                              {"I ZelEventAcquire, cmdid:11, pkg:com.cam, "
-                                               "identity:camera"},
-                                              {}, {"E torqResCtlRequest error:-1"}),
-                                          acquisition(8,
-                                                      {idRecord(11), idRecord(0x010108a0, "1500"),
-                                                       idRecord(0x02, ""), idRecord(0, "")},
-                                                      "com.cam", "camera", 3000)),
-                                    sends(zel("ZelEventAcquire", "request",
-                                              [] {
-                                                  return ZelPlatformResAcquire(zelResources, 0, "",
-                                                                               "com.game", -7);
-                                              },
-                                              {"I ZelPlatformResAcquire",
-                                               "I ZelEventAcquire, cmdid:-3, pkg:com.game, "
-                                               "identity:none"},
-                                              {}, {"E torqResCtlRequest error:-1"}),
-                                          acquisition(12,
-                                                      {idRecord(0x010108a0, "1500"),
-                                                       idRecord(0x02, ""), idRecord(0, "")},
-                                                      "com.game", "", -7)),
-                                    zel("torqResCtlRelease", "release",
-                                        [] { return ZelRelease(3), -1; },
-                                        {"I ZelRelease, handle:3"}),
-                                    // HALs in the field read one identical notify entry per value
-                                    // and expect no extras.
-                                    sends(zel("ZelNotify", "request",
-                                              [] {
-                                                  return ZelNotify(3, 7, {10, 20, 30});
-                                              },
-                                              {"I ZelNotify enter"}),
-                                          parcel(10, {notified, notified, notified})),
-                                    zel("setRelatedSysInfo", "setRelatedSysInfo",
-                                        [] { return setRelatedSysInfo(1, 2); }, {}),
-                                    zel("zelRuleCtl", "ruleCtl",
-                                        [] { return zelRuleCtl(200, 3, {}); },
-                                        {"I zelRuleCtl, ruleId:200, status:3"}),
-                                    zel("ZelMutiResStateRequest", "stateRequest",
-                                        [] { return ZelMutiResStateRequest(zelQuery); },
-                                        {multiEntry}),
-                                    zel("ZelMutiResStateRequest", "stateRequest",
-                                        [] { return ZelResStateRequest(0x10, zelText), -1; },
-                                        {"I ZelResStateRequest enter", multiEntry}),
-                                    zel("ZelGetHistory", "stateRequest",
-                                        [] { return ZelGetHistory(zelText); },
-                                        {"I zel client ZelGetHistory"},
-                                        {"I zel client hal ZelGetHistory"},
-                                        {"E failed to get history or return vector empty, data "
-                                         "vector size 0"}),
-                                    zel("ZelGetPMStatus", "stateRequest",
-                                        [] { return ZelGetPMStatus(4); },
-                                        {"I zel client ZelGetPMStatus"},
-                                        {"I zel client hal ZelGetPMStatus"},
-                                        {"E failed to get power mode status, mode 4, data vector "
-                                         "size 0"}),
-                            };
+    std::vector<Call> v = {
+            named("torq_init", "init", [] { return torq_init(), -1; }),
+            resCtl([] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); },
+                   ctl(1, 7, -1, 3, true, 9,
+                       {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
+                        idRecord(0, "")})),
+            resCtl([] { return torqResCtlRequest(10, r, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); },
+                   ctl(1, -1, 10, 5, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
+                   ctl(1, 3, INT32_MIN, -1, false, 11, one)),
+            // SA control: one id, no value.
+            saCtl([] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); },
+                  ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
+            saCtl([] { return torqSACtlRequest(-5, 0x34, 8); },
+                  ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
+            named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
+            named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
+            named("torqResListeningUnRegister", "listeningUnregister",
+                  [] { return torqResListeningUnRegister(-77); }),
+            named("torqResStateRequest", "stateRequest",
+                  [] { return torqResStateRequest(r, 0, out); }),
+            sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
+                  parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
+            named("torqThermalListeningUnregister", "thermalListeningUnregister",
+                  [] { return torqThermalListeningUnregister(9); }),
+            pathCtl([] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); },
+                    ctl(1, 4, kLong, 6, true, 7, byPath, true)),
+            named("torq_res_state_request", "stateRequest",
+                  [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
+            named("torq_res_state_request_map", "stateRequest",
+                  [] { return torq_res_state_request_map_by_path(pathMap, 0, mapOut); }),
+            named("torq_res_listening_register", "listeningRegister",
+                  [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
+            named("torq_res_listening_register_map", "listeningRegister",
+                  [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
+            named("torqPropertyGet", "propertyGet",
+                  [] { return delete[] torqPropertyGet("p"), -1; }),
+            named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
+            // The flat API; the entry points that return nothing report another step's name.
+            zel("torq_init", "init", zelInit, {"E zelInit enter"}, {}, {}, -2),
+            // An event gets its command entry first; empty texts show as "none".
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelEventAcquire(11, "com.cam", "camera", 3000, zelResources); },
+                      {"I ZelEventAcquire, cmdid:11, pkg:com.cam, identity:camera"}, {},
+                      {"E torqResCtlRequest error:-1"}),
+                  acquisition(8,
+                              {idRecord(11), idRecord(0x010108a0, "1500"), idRecord(0x02, ""),
+                               idRecord(0, "")},
+                              "com.cam", "camera", 3000)),
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelPlatformResAcquire(zelResources, 0, "", "com.game", -7); },
+                      {"I ZelPlatformResAcquire",
+                       "I ZelEventAcquire, cmdid:-3, pkg:com.game, identity:none"},
+                      {}, {"E torqResCtlRequest error:-1"}),
+                  acquisition(12,
+                              {idRecord(0x010108a0, "1500"), idRecord(0x02, ""), idRecord(0, "")},
+                              "com.game", "", -7)),
+            zel("torqResCtlRelease", "release", [] { return ZelRelease(3), -1; },
+                {"I ZelRelease, handle:3"}),
+            // HALs in the field read one identical notify entry per value and expect no extras.
+            sends(zel("ZelNotify", "request",
+                      [] {
+                          return ZelNotify(3, 7, {10, 20, 30});
+                      },
+                      {"I ZelNotify enter"}),
+                  parcel(10, {notified, notified, notified})),
+            zel("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); },
+                {}),
+            zel("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
+                {"I zelRuleCtl, ruleId:200, status:3"}),
+            zel("ZelMutiResStateRequest", "stateRequest",
+                [] { return ZelMutiResStateRequest(zelQuery); }, {multiEntry}),
+            zel("ZelMutiResStateRequest", "stateRequest",
+                [] { return ZelResStateRequest(0x10, zelText), -1; },
+                {"I ZelResStateRequest enter", multiEntry}),
+            zel("ZelGetHistory", "stateRequest", [] { return ZelGetHistory(zelText); },
+                {"I zel client ZelGetHistory"}, {"I zel client hal ZelGetHistory"},
+                {"E failed to get history or return vector empty, data vector size 0"}),
+            zel("ZelGetPMStatus", "stateRequest", [] { return ZelGetPMStatus(4); },
+                {"I zel client ZelGetPMStatus"}, {"I zel client hal ZelGetPMStatus"},
+                {"E failed to get power mode status, mode 4, data vector size 0"}),
+    };
+    // The calls whose entry line or step name is not the usual one.
+    v.push_back(sends(other("I torq client torqResCtlRequest with callback", "request",
+                            "torq client TorqCallbackClient with callback",
+                            [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }),
+                      ctl(1, 1, 2, 3, false, 5, one),
+                      addsClient("torqResCtlRequest with callback", "torqResCtlRequest")));
+    v.push_back(sends(other("I torq client torqSACtlRequest with callback", "request",
+                            "torqSACtlRequest with callback",
+                            [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }),
+                      ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
+                      addsClient("torqSACtlRequest with callback", "torqSACtlRequest")));
+    v.push_back(sends(
+            other("I torq client torq_resctl_request_with_callback", "request",
+                  "torq client torq_resctl_request_with_callback",
+                  [] {
+                      return torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3,
+                                                                       7, cb);
+                  }),
+            ctl(1, 4, 5, 6, false, 7, byPath, true),
+            addsClient("torq_resctl_request_with_callback", "torq_resctl_request_with_callback")));
+    v.push_back(other("I torqResListeningRegister", "listeningRegister",
+                      "torq_res_listening_register_map",
+                      [] { return torqResListeningRegister(r, 0, cb); }));
+    v.push_back(other("I torqThermalListeningRegister", "thermalListeningRegister",
+                      "torqThermalListeningRegister",
+                      [] { return torqThermalListeningRegister({1}, cb); }));
     // Commands: a kind-5 request whose one entry is the command's code (9 is none); they answer 0
     // when the HAL gave a handle, else -1.
     const std::pair<const char*, int32_t (*)()> commands[] = {
