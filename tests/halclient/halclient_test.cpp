@@ -1,8 +1,6 @@
-// torqHalclient: every entry point (what the HAL receives, what the caller gets back and logs, the
-// failure rule of the shared connection), the listening registrations and the callback client:
-// how the HAL's answers reach the caller, and the request and listening registries. The table of
-// entry points also holds the flat API's, so that the call frame's failures are checked once for
-// every entry point of both front ends.
+// torqHalclient's calls, listening registrations and callback client. The table of entry points
+// also holds the flat API's, so that the call frame's failures are checked once for every entry
+// point of both front ends.
 
 #include <gmock/gmock.h>
 #include <torqHalclient.h>
@@ -383,13 +381,10 @@ std::vector<Call> everyCall() {
     return v;
 }
 
-// The call frame as each entry point of each front end meets it, and what each request sends.
-// Without a declared HAL a call fails after its front end's connect lines, having sent nothing.
-// A request then sends its parcel and returns its result: a callback form registers its client
-// before sending, and keeps it registered when the HAL answers no handle (no answer will ever
-// remove it); commands and thermal levels answer 0 when the HAL gave a handle, else -1. Last, a
-// HAL that refuses (or breaks the transaction) makes the call report its step and drop its front
-// end's cached interface, which the front end's next row proves by looking the service up again.
+// Without a declared HAL a call fails after its front end's connect lines, having sent nothing. A
+// request then sends its parcel and returns its result (a callback form keeps its client
+// registered when the HAL answers no handle: no answer will ever remove it). Last, a failing HAL
+// call reports its step and drops the cached interface, which the front end's next row proves.
 TEST_F(CallsTest, EveryCallSendsItsParcelAndFailsCleanly) {
     const size_t registered = requestCallbacks();
     bool useBroken = false;
@@ -436,8 +431,7 @@ TEST_F(CallsTest, EveryCallSendsItsParcelAndFailsCleanly) {
                         Contains("E " + call.step + "() failed: torq HAL service not available"));
         }
     }
-    // Three runs of each callback form reached the HAL. The queries left their outputs as they
-    // were.
+    // Three runs of each callback form reached the HAL; the failed queries left their outputs.
     EXPECT_EQ(requestCallbacks(), registered + 9);
     EXPECT_TRUE(out.empty() && pathOut.empty() && mapOut.empty() && zelText.empty());
     EXPECT_EQ(zelQuery[0].value, "old");
