@@ -1,5 +1,4 @@
 #include <android/log.h>
-#include <errno.h>
 #include <torq_test/Capture.h>
 
 #include <mutex>
@@ -21,18 +20,15 @@ void captureLogger(const __android_logger_data* data, const char* message) {
 
 LogCapture::LogCapture() {
     clear();
-    // liblog gives a line with a null tag the default tag before any logger sees it.
-    __android_log_set_default_tag("");
     // On the host liblog drops everything below INFO unless a minimum is set.
     g_previousMinimum = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(captureLogger);
 }
 
 LogCapture::~LogCapture() {
-    // The host default: lines go to stderr, the minimum and the default tag are as before.
+    // The host default: lines go to stderr, the minimum is as before.
     __android_log_set_logger(__android_log_stderr_logger);
     __android_log_set_minimum_priority(g_previousMinimum);
-    __android_log_set_default_tag(program_invocation_short_name);
     clear();
 }
 

@@ -9,7 +9,7 @@ namespace torq_test {
 
 struct LogLine {
     int priority = 0;  // ANDROID_LOG_*
-    std::string tag;   // empty for a line written with a null tag
+    std::string tag;
     std::string text;
 };
 
