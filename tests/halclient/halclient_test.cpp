@@ -304,13 +304,17 @@ std::vector<Call> everyCall() {
                               "com.game", "", -7)),
             zel("torqResCtlRelease", "release", [] { return ZelRelease(3), -1; },
                 {"I ZelRelease, handle:3"}),
-            // HALs in the field read one identical notify entry per value and expect no extras.
+            // HALs in the field read one identical notify entry per value (at least one) and
+            // expect no extras.
             sends(zel("ZelNotify", "request",
                       [] {
                           return ZelNotify(3, 7, {10, 20, 30});
                       },
                       {"I ZelNotify enter"}),
                   parcel(10, {notified, notified, notified})),
+            sends(zel("ZelNotify", "request", [] { return ZelNotify(3, 7, {}); },
+                      {"I ZelNotify enter"}),
+                  parcel(10, {notified})),
             zel("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); },
                 {}),
             zel("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
