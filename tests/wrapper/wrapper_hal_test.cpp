@@ -133,11 +133,6 @@ TEST_F(WrapperHalTest, NotifySendsAtMostOneRule) {
         EXPECT_EQ(call.status, row.status);
         EXPECT_EQ(call.entries, sent(row.entries));
     }
-
-    // The clearing list goes out under whatever rule and status it is given.
-    clrGameUpgradeMode(31, -4);
-    EXPECT_EQ(hal().last("ruleCtl").first, 31);
-    EXPECT_EQ(hal().last("ruleCtl").status, -4);
 }
 
 }  // namespace
