@@ -64,15 +64,9 @@ class Recorder : public IClientCallback, public IClientCallbackByPath {
     Strings deliveries_;
 };
 
-// Every test has a fresh reference HAL that calls nobody back on its own: each test makes the
-// callbacks it wants with answer().
+// The HAL calls nobody back on its own: each test makes the callbacks it wants with answer().
 class HalclientTest : public HalTest {
   protected:
-    torq_sim::SimHost::Options options() const override {
-        torq_sim::SimHost::Options options;
-        options.modelCallbacks = false;
-        return options;
-    }
     Strings lines() const { return HalTest::lines("TORQFramework-lib-vendor"); }
     Strings callbackLines() const { return HalTest::lines("TorqFramework-lib-vendor"); }
 
@@ -89,8 +83,6 @@ class HalclientTest : public HalTest {
 
     std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };
-
-// ---- Every entry point ---------------------------------------------------------------------
 
 using CallsTest = HalclientTest;
 
@@ -460,8 +452,6 @@ TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
     EXPECT_EQ(hal().count("release"), 1u);
     EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease"));
 }
-
-// ---- Listening and the callback client ----------------------------------------------------
 
 constexpr char kRegistered[] = "I A callback has been registered to Torq HAL ";
 constexpr char kDuplicate[] = "E Same callback interface registered already";

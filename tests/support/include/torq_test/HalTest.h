@@ -75,7 +75,10 @@ class HalTest : public ::testing::Test {
     // death notices (reset drains), which cleared them, so every test starts disconnected.
     void SetUp() override {
         binder_host::reset();
-        hal_ = std::make_unique<torq_sim::SimHost>(options());
+        // It calls nobody back on its own: the tests make every callback they want.
+        torq_sim::SimHost::Options options;
+        options.modelCallbacks = false;
+        hal_ = std::make_unique<torq_sim::SimHost>(options);
         ASSERT_TRUE(hal_->start());
         log_.clear();
     }
@@ -83,7 +86,6 @@ class HalTest : public ::testing::Test {
         hal_.reset();
         binder_host::reset();
     }
-    virtual torq_sim::SimHost::Options options() const { return {}; }
     torq_sim::SimHost& hal() { return *hal_; }
 
     // The lines of one tag as "<level letter> <text>", e.g. "E Torq HAL Service died".
