@@ -1,12 +1,13 @@
-// torqHalclient: every entry point (what the HAL receives, what the caller gets back and logs, the
-// failure rule of the shared connection), the listening registrations and the callback client:
-// how the HAL's answers reach the caller, and the request and listening registries.
+// torqHalclient's calls, listening registrations and callback client. The table of entry points
+// also holds the flat API's, so that the call frame's failures are checked once for every entry
+// point of both front ends.
 
 #include <gmock/gmock.h>
 #include <torqHalclient.h>
 #include <torq_test/HalTest.h>
+#include <zel.h>
 
-#include <atomic>
+#include <climits>
 #include <functional>
 #include <list>
 #include <map>
@@ -24,9 +25,15 @@ using namespace torqHalclient;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
+using ::testing::PrintToString;
 using Resources = std::list<ZelClient::Resource>;
 using Pairs = std::vector<std::pair<int32_t, std::optional<std::string>>>;
 using Strings = std::vector<std::string>;
+
+Strings operator+(Strings a, const Strings& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 
 Pairs pairs(const Resources& resources) {
     Pairs out;
@@ -34,50 +41,32 @@ Pairs pairs(const Resources& resources) {
     return out;
 }
 
-struct Delivery {
-    Pairs resources;
-    Strings values, paths;
-};
-
-// A caller callback of either kind.
+// A caller callback of either kind; it keeps each delivery as text.
 class Recorder : public IClientCallback, public IClientCallbackByPath {
   public:
     void onCallback(std::list<ZelClient::Resource> resources) override {
-        record({pairs(resources), {}, {}});
+        record(PrintToString(pairs(resources)));
     }
     void onCallback(Strings values, Strings paths) override {
-        record({{}, std::move(values), std::move(paths)});
+        record(PrintToString(values) + " at " + PrintToString(paths));
     }
-    std::vector<Delivery> deliveries() const {
+    Strings deliveries() const {
         std::lock_guard<std::mutex> guard(mutex_);
         return deliveries_;
     }
 
   private:
-    void record(Delivery d) {
+    void record(std::string delivery) {
         std::lock_guard<std::mutex> guard(mutex_);
-        deliveries_.push_back(std::move(d));
+        deliveries_.push_back(std::move(delivery));
     }
     mutable std::mutex mutex_;
-    std::vector<Delivery> deliveries_;
+    Strings deliveries_;
 };
 
-// Every test has a fresh reference HAL that calls nobody back on its own: each test makes the
-// callbacks it wants with answer().
+// The HAL calls nobody back on its own: each test makes the callbacks it wants with answer().
 class HalclientTest : public HalTest {
   protected:
-    torq_sim::SimHost::Options options() const override {
-        torq_sim::SimHost::Options options;
-        options.modelCallbacks = false;
-        return options;
-    }
-    // The HAL confirms every release and unregistration unless a test says otherwise.
-    void SetUp() override {
-        HalTest::SetUp();
-        for (const char* method : {"release", "listeningUnregister", "thermalListeningUnregister"}) {
-            hal().setAnswer(method, result(1));
-        }
-    }
     Strings lines() const { return HalTest::lines("TORQFramework-lib-vendor"); }
     Strings callbackLines() const { return HalTest::lines("TorqFramework-lib-vendor"); }
 
@@ -95,8 +84,6 @@ class HalclientTest : public HalTest {
     std::shared_ptr<Recorder> cb_ = std::make_shared<Recorder>();
 };
 
-// ---- Every entry point ---------------------------------------------------------------------
-
 using CallsTest = HalclientTest;
 
 TorqRequestParcel ctl(int32_t kind, int32_t param, int64_t duration, int32_t option, bool flag,
@@ -109,83 +96,42 @@ TorqRequestParcel ctl(int32_t kind, int32_t param, int64_t duration, int32_t opt
     return p;
 }
 
-TEST_F(CallsTest, MismatchedInputIsRefusedBeforeAnythingIsSent) {
-    size_t registered = requestCallbacks();
-    for (Resources r : {Resources{{0x010108a0, std::nullopt}}, Resources{{0x010108a0, ""}},
-                        Resources{{0x1, "1"}, {0, "1"}}}) {
-        log_.clear();
-        EXPECT_EQ(torqResCtlRequest(1, 2, r, 3), -1);
-        EXPECT_EQ(torqResCtlRequest(1, 2, r, 3, 4, 5, cb_), -1);
-        EXPECT_EQ(torqThermalNotify(r, 0), -1);
-        EXPECT_THAT(lines(),
-                    ElementsAre("I torq client torqResCtlRequest",
-                                "E torqResCtlRequest ERROR: size unmatched for id and value ",
-                                "I torq client torqResCtlRequest with callback",
-                                "E torq client torq_resctl_request ERROR: size unmatched for id "
-                                "and value ",
-                                "I torq client torqThermalNotify",
-                                "E torqThermalNotify ERROR: size unmatched for id and level "));
-    }
-    log_.clear();
-    EXPECT_EQ(torq_resctl_request_by_path(4, 5, {"/p1", "/p2"}, {"1"}, 6, 1, 7), -1);
-    EXPECT_EQ(torq_resctl_request_with_callback_by_path(4, 5, {"/p1"}, {}, 6, 1, 7, cb_), -1);
-    EXPECT_THAT(lines(),
-                ElementsAre("I torq client torq_resctl_request",
-                            "E torq_resctl_request ERROR: size unmatched for paths and value ",
-                            "I torq client torq_resctl_request_with_callback",
-                            "E torq client torq_resctl_request ERROR: size unmatched for id and "
-                            "value "));
-    EXPECT_EQ(hal().count("request"), 0u);
-    EXPECT_EQ(requestCallbacks(), registered);
-}
-
+// Each form appends the HAL's records to its output: by id as (id, value), by path as values, as a
+// map the last value per path, skipping records without a path or a value.
 TEST_F(CallsTest, StateRequestsAppendTheHalsRecordsToTheOutput) {
-    hal().setAnswer("stateRequest",
-                    records({idRecord(0x99, "1,2"), idRecord(0x10), pathRecord("/x", "p")}));
+    hal().setAnswer("stateRequest", records({idRecord(0x99, "1,2"), pathRecord("/z", "9"),
+                                             pathRecord("/z", "10"), pathRecord("/y", {})}));
     Resources query{{0x10, std::nullopt}, {0x20, "5"}};
     Resources out{{0x1, "old"}};
-    EXPECT_EQ(torqResStateRequest(query, 3, out), 4);
+    EXPECT_EQ(torqResStateRequest(query, 3, out), 5);
     EXPECT_EQ(hal().last("stateRequest").parcel,
               parcel(0, {idRecord(0x10, ""), idRecord(0x20, "5")}, 3));
-    EXPECT_EQ(pairs(out), (Pairs{{0x1, "old"}, {0x99, "1,2"}, {0x10, ""}, {0, "p"}}));
-    EXPECT_THAT(lines(), ElementsAre("I torq client torqResStateRequest",
-                                     "I torq client hal torqResStateRequest",
-                                     "I torq client torqResStateRequest size 4"));
+    EXPECT_EQ(pairs(out), (Pairs{{0x1, "old"}, {0x99, "1,2"}, {0, "9"}, {0, "10"}, {0, ""}}));
 
-    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
-                                             pathRecord("/y", std::nullopt)}));
-    const Strings paths{"/a", "/b", "/c"};
     Strings strings{"kept"};
     // Values that do not match the paths are dropped: only the paths are asked.
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2"}, 2, strings), 4);
-    EXPECT_EQ(
-            hal().last("stateRequest").parcel,
-            parcel(0, {pathRecord("/a", {}), pathRecord("/b", {}), pathRecord("/c", {})}, 2, true));
-    EXPECT_EQ(strings, (Strings{"kept", "9", "8", ""}));
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {"1", "2", "3"}, 2, strings), 7);
+    EXPECT_EQ(torq_res_state_request_by_path({"/a", "/b"}, {"1"}, 2, strings), 5);
     EXPECT_EQ(hal().last("stateRequest").parcel,
-              parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2"), pathRecord("/c", "3")}, 2,
-                     true));
+              parcel(0, {pathRecord("/a", {}), pathRecord("/b", {})}, 2, true));
+    EXPECT_EQ(strings, (Strings{"kept", "1,2", "9", "10", ""}));
 
-    // The map keeps the last value per path and skips records without a path or a value.
-    hal().setAnswer("stateRequest", records({pathRecord("/z", "9"), pathRecord(std::nullopt, "8"),
-                                             pathRecord("/z", "10"), pathRecord("/y", "")}));
     std::map<std::string, std::string> map{{"/old", "o"}};
-    log_.clear();
-    EXPECT_EQ(torq_res_state_request_map_by_path({{"/q", "1"}}, 3, map), 3);
+    EXPECT_EQ(torq_res_state_request_map_by_path({{"/q", "1"}}, 3, map), 2);
     EXPECT_EQ(hal().last("stateRequest").parcel, parcel(0, {pathRecord("/q", "1")}, 3, true));
-    EXPECT_EQ(map, (std::map<std::string, std::string>{{"/old", "o"}, {"/y", ""}, {"/z", "10"}}));
-    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_state_request_map",
+    EXPECT_EQ(map, (std::map<std::string, std::string>{{"/old", "o"}, {"/z", "10"}}));
+    EXPECT_THAT(lines(), ElementsAre("I torq client torqResStateRequest",
+                                     "I torq client hal torqResStateRequest",
+                                     "I torq client torqResStateRequest size 5",
+                                     "I torq client torq_res_state_request",
+                                     "I torq client torq_res_state_request size 5",
+                                     "I torq client torq_res_state_request_map",
                                      "E res_Path: /z, res_Value:9", "E res_Path: /z, res_Value:10",
-                                     "E res_Path: /y, res_Value:",
-                                     "I torq client torq_res_state_request_map size 3"));
+                                     "I torq client torq_res_state_request_map size 2"));
 
-    // No records is a failure, and the outputs stay as they were.
+    // No records is a failure, and the output stays as it was.
     hal().setAnswer("stateRequest", records({}));
     EXPECT_EQ(torqResStateRequest(query, 3, out), -1);
-    EXPECT_EQ(torq_res_state_request_by_path(paths, {}, 2, strings), -1);
-    EXPECT_EQ(torq_res_state_request_map_by_path({{"/q", "1"}}, 3, map), -1);
-    EXPECT_EQ(out.size() + strings.size() + map.size(), 4u + 7u + 3u);
+    EXPECT_EQ(out.size(), 5u);
 }
 
 TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
@@ -205,25 +151,34 @@ TEST_F(CallsTest, PropertiesTravelWholeAndAValueTooLongForTheReadBufferAborts) {
     EXPECT_THAT(lines(),
                 ElementsAre("I torq client torqPropertyGet", "I torqPropertyGet " + *a.text + " "));
 
+    // A value that does not fit the caller's buffer is not handed back cut short.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     a.text->push_back('v');
     hal().setAnswer("propertyGet", a);
     EXPECT_DEATH(delete[] torqPropertyGet("p"), "");
 }
 
+// One row per entry point of both front ends.
 struct Call {
-    std::string entry;   // the INFO line each call starts with
+    Strings entry;       // the lines each call starts with
     std::string method;  // the ITorq method it makes
     std::string step;    // the name its failure line reports
     std::function<int32_t()> run;
-    std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a request sends
+    std::optional<TorqRequestParcel> parcel = std::nullopt;  // what a torqHalclient request sends
     Strings callbackLog = {};  // the lines a callback form logs before sending
     bool acceptance = false;   // 0 for a handle, -1 for none, instead of the handle
+    int32_t refusal = -1;      // the result when the HAL call fails (-1 without a HAL)
+    // The flat API's rows only: every line after the entry when the call fails.
+    Strings refusalLines = {};
 };
 
-// Most calls start with "torq client <name>" and report failures under <name>.
+// Most torqHalclient calls start with "torq client <name>" and report failures under <name>.
 Call named(const std::string& name, const char* method, std::function<int32_t()> run) {
-    return {"torq client " + name, method, name, std::move(run)};
+    return {{"I torq client " + name}, method, name, std::move(run)};
+}
+Call other(const std::string& entry, const char* method, const std::string& step,
+           std::function<int32_t()> run) {
+    return {{entry}, method, step, std::move(run)};
 }
 Call sends(Call call, TorqRequestParcel parcel, Strings callbackLog = {}, bool acceptance = false) {
     call.parcel = std::move(parcel);
@@ -231,9 +186,18 @@ Call sends(Call call, TorqRequestParcel parcel, Strings callbackLog = {}, bool a
     call.acceptance = acceptance;
     return call;
 }
-Strings addsClient(const std::string& entry, const std::string& added) {
-    return {"I " + entry, "I new std::shared_ptr TorqCallbackClient callback",
+Strings addsClient(const std::string& name, const std::string& added) {
+    return {"I torq client " + name, "I new std::shared_ptr TorqCallbackClient callback",
             "I torq client " + added + " add to request_callbacks"};
+}
+// The flat API's queries log their HAL step before the failure line and their own error after it.
+Call zel(const std::string& step, const char* method, std::function<int32_t()> run, Strings entry,
+         Strings before = {}, Strings after = {}, int32_t refusal = -1) {
+    Call call{std::move(entry), method, step, std::move(run)};
+    call.refusal = refusal;
+    call.refusalLines =
+            before + Strings{"E " + step + "() failed : torq HAL service not available"} + after;
+    return call;
 }
 
 // The arguments of the calls below (at namespace scope: the rows' lambdas capture nothing).
@@ -243,6 +207,15 @@ const std::vector<TorqRequestData> one{idRecord(0x5, "1")};
 Strings paths{"/p1", "/p2"}, values{"1", ""}, pathOut;
 const std::vector<TorqRequestData> byPath{pathRecord("/p1", "1"), pathRecord("/p2", "")};
 std::map<std::string, std::string> pathMap{{"/p", "1"}}, mapOut;
+std::vector<ZelClient::Resource> zelQuery{{0x10, "old"}};
+const std::vector<ZelClient::Resource> zelResources{
+        {0x010108a0, "1500"}, {0x02, std::nullopt}, {0, ""}};
+const TorqRequestData notified = [] {
+    TorqRequestData d = idRecord(3);
+    d.subId = 7;
+    return d;
+}();
+std::string zelText;
 const auto cb = std::make_shared<Recorder>();
 const int64_t kLong = INT64_C(1) << 40;
 
@@ -253,8 +226,8 @@ Call saCtl(std::function<int32_t()> run, TorqRequestParcel p) {
     return sends(named("torqSACtlRequest", "request", std::move(run)), std::move(p));
 }
 Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
-    return sends({"torq client torq_resctl_request", "request", "torq_resctl_request_by_path",
-                  std::move(run)},
+    return sends(other("I torq client torq_resctl_request", "request",
+                       "torq_resctl_request_by_path", std::move(run)),
                  std::move(p));
 }
 
@@ -262,62 +235,35 @@ Call pathCtl(std::function<int32_t()> run, TorqRequestParcel p) {
 // resource goes out with its value, empty when the caller gave none; by path, a -> param,
 // b -> duration, c -> option, d >= 1 -> flag, e -> tag.
 std::vector<Call> everyCall() {
+    const std::string multiEntry = "I ZelMutiResStateRequest enter";
     std::vector<Call> v = {
-            named("torq_init", "init", [] { return torq_init(), 0; }),
+            named("torq_init", "init", [] { return torq_init(), -1; }),
             resCtl([] { return torqResCtlRequest(7, -1, mixed, 3, 1, 9); },
                    ctl(1, 7, -1, 3, true, 9,
                        {idRecord(0x010108a0, "1200"), idRecord(0x2, "x,y"), idRecord(0, ""),
                         idRecord(0, "")})),
             resCtl([] { return torqResCtlRequest(10, r, 11); }, ctl(1, -1, 10, -1, false, 11, one)),
-            resCtl([] { return torqResCtlRequest(10, r, 1, 11); }, ctl(1, -1, 10, -1, true, 11, one)),
-            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); }, ctl(1, -1, 10, 5, true, 11, one)),
+            resCtl([] { return torqResCtlRequest(10, r, 5, 2, 11); },
+                   ctl(1, -1, 10, 5, true, 11, one)),
             resCtl([] { return torqResCtlRequest(3, INT32_MIN, r, 11); },
                    ctl(1, 3, INT32_MIN, -1, false, 11, one)),
-            resCtl([] { return torqResCtlRequest(3, 10, r, 7, 11); }, ctl(1, 3, 10, -1, true, 11, one)),
-            resCtl([] { return torqResCtlRequest(3, 10, r, 6, -1, 11); },
-                   ctl(1, 3, 10, 6, false, 11, one)),
-            sends({"torq client torqResCtlRequest with callback", "request",
-                   "torq client TorqCallbackClient with callback",
-                   [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }},
-                  ctl(1, 1, 2, 3, false, 5, one),
-                  addsClient("torq client torqResCtlRequest with callback", "torqResCtlRequest")),
             // SA control: one id, no value.
             saCtl([] { return torqSACtlRequest(1, 2, 0x33, 4, 0, 6); },
                   ctl(2, 1, 2, 4, false, 6, {idRecord(0x33)})),
             saCtl([] { return torqSACtlRequest(-5, 0x34, 8); },
                   ctl(2, -1, -5, -1, false, 8, {idRecord(0x34)})),
-            sends({"torq client torqSACtlRequest with callback", "request",
-                   "torqSACtlRequest with callback",
-                   [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }},
-                  ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
-                  addsClient("torq client torqSACtlRequest with callback", "torqSACtlRequest")),
             named("torqResCtlRelease", "release", [] { return torqResCtlRelease(9); }),
             named("torqSACtlRelease", "release", [] { return torqSACtlRelease(9); }),
-            {"torqResListeningRegister", "listeningRegister", "torq_res_listening_register_map",
-             [] { return torqResListeningRegister(r, 0, cb); }},
             named("torqResListeningUnRegister", "listeningUnregister",
                   [] { return torqResListeningUnRegister(-77); }),
             named("torqResStateRequest", "stateRequest",
                   [] { return torqResStateRequest(r, 0, out); }),
             sends(named("torqThermalNotify", "request", [] { return torqThermalNotify(levels, 8); }),
                   parcel(7, {idRecord(1, "3"), idRecord(2, "0")}, 8), {}, true),
-            {"torqThermalListeningRegister", "thermalListeningRegister",
-             "torqThermalListeningRegister", [] { return torqThermalListeningRegister({1}, cb); }},
             named("torqThermalListeningUnregister", "thermalListeningUnregister",
                   [] { return torqThermalListeningUnregister(9); }),
             pathCtl([] { return torq_resctl_request_by_path(4, kLong, paths, values, 6, 1, 7); },
                     ctl(1, 4, kLong, 6, true, 7, byPath, true)),
-            pathCtl([] { return torq_resctl_request_by_path(4, 5, paths, values, 6, 0, 7); },
-                    ctl(1, 4, 5, 6, false, 7, byPath, true)),
-            sends({"torq client torq_resctl_request_with_callback", "request",
-                   "torq client torq_resctl_request_with_callback",
-                   [] {
-                       return torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3,
-                                                                        7, cb);
-                   }},
-                  ctl(1, 4, 5, 6, false, 7, byPath, true),
-                  addsClient("torq client torq_resctl_request_with_callback",
-                             "torq_resctl_request_with_callback")),
             named("torq_res_state_request", "stateRequest",
                   [] { return torq_res_state_request_by_path(paths, values, 0, pathOut); }),
             named("torq_res_state_request_map", "stateRequest",
@@ -326,9 +272,83 @@ std::vector<Call> everyCall() {
                   [] { return torq_res_listening_register_by_path(paths, 0, cb); }),
             named("torq_res_listening_register_map", "listeningRegister",
                   [] { return torq_res_listening_register_map_by_path(pathMap, 0, cb); }),
-            named("torqPropertyGet", "propertyGet", [] { return delete[] torqPropertyGet("p"), -1; }),
+            named("torqPropertyGet", "propertyGet",
+                  [] { return delete[] torqPropertyGet("p"), -1; }),
             named("torqPropertySet", "propertySet", [] { return torqPropertySet("p", "v"); }),
+            // The flat API; the entry points that return nothing report another step's name.
+            zel("torq_init", "init", zelInit, {"E zelInit enter"}, {}, {}, -2),
+            // An event gets its command entry first; empty texts show as "none".
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelEventAcquire(11, "com.cam", "camera", 3000, zelResources); },
+                      {"I ZelEventAcquire, cmdid:11, pkg:com.cam, identity:camera"}, {},
+                      {"E torqResCtlRequest error:-1"}),
+                  acquisition(8,
+                              {idRecord(11), idRecord(0x010108a0, "1500"), idRecord(0x02, ""),
+                               idRecord(0, "")},
+                              "com.cam", "camera", 3000)),
+            sends(zel("ZelEventAcquire", "request",
+                      [] { return ZelPlatformResAcquire(zelResources, 0, "", "com.game", -7); },
+                      {"I ZelPlatformResAcquire",
+                       "I ZelEventAcquire, cmdid:-3, pkg:com.game, identity:none"},
+                      {}, {"E torqResCtlRequest error:-1"}),
+                  acquisition(12,
+                              {idRecord(0x010108a0, "1500"), idRecord(0x02, ""), idRecord(0, "")},
+                              "com.game", "", -7)),
+            zel("torqResCtlRelease", "release", [] { return ZelRelease(3), -1; },
+                {"I ZelRelease, handle:3"}),
+            // HALs in the field read one identical notify entry per value (at least one) and
+            // expect no extras.
+            sends(zel("ZelNotify", "request",
+                      [] {
+                          return ZelNotify(3, 7, {10, 20, 30});
+                      },
+                      {"I ZelNotify enter"}),
+                  parcel(10, {notified, notified, notified})),
+            sends(zel("ZelNotify", "request", [] { return ZelNotify(3, 7, {}); },
+                      {"I ZelNotify enter"}),
+                  parcel(10, {notified})),
+            zel("setRelatedSysInfo", "setRelatedSysInfo", [] { return setRelatedSysInfo(1, 2); },
+                {}),
+            zel("zelRuleCtl", "ruleCtl", [] { return zelRuleCtl(200, 3, {}); },
+                {"I zelRuleCtl, ruleId:200, status:3"}),
+            zel("ZelMutiResStateRequest", "stateRequest",
+                [] { return ZelMutiResStateRequest(zelQuery); }, {multiEntry}),
+            zel("ZelMutiResStateRequest", "stateRequest",
+                [] { return ZelResStateRequest(0x10, zelText), -1; },
+                {"I ZelResStateRequest enter", multiEntry}),
+            zel("ZelGetHistory", "stateRequest", [] { return ZelGetHistory(zelText); },
+                {"I zel client ZelGetHistory"}, {"I zel client hal ZelGetHistory"},
+                {"E failed to get history or return vector empty, data vector size 0"}),
+            zel("ZelGetPMStatus", "stateRequest", [] { return ZelGetPMStatus(4); },
+                {"I zel client ZelGetPMStatus"}, {"I zel client hal ZelGetPMStatus"},
+                {"E failed to get power mode status, mode 4, data vector size 0"}),
     };
+    // The calls whose entry line or step name is not the usual one.
+    v.push_back(sends(other("I torq client torqResCtlRequest with callback", "request",
+                            "torq client TorqCallbackClient with callback",
+                            [] { return torqResCtlRequest(1, 2, r, 3, 0, 5, cb); }),
+                      ctl(1, 1, 2, 3, false, 5, one),
+                      addsClient("torqResCtlRequest with callback", "torqResCtlRequest")));
+    v.push_back(sends(other("I torq client torqSACtlRequest with callback", "request",
+                            "torqSACtlRequest with callback",
+                            [] { return torqSACtlRequest(4, 5, 0x77, 6, 1, 7, cb); }),
+                      ctl(2, 4, 5, 6, true, 7, {idRecord(0x77)}),
+                      addsClient("torqSACtlRequest with callback", "torqSACtlRequest")));
+    v.push_back(sends(
+            other("I torq client torq_resctl_request_with_callback", "request",
+                  "torq client torq_resctl_request_with_callback",
+                  [] {
+                      return torq_resctl_request_with_callback_by_path(4, 5, paths, values, 6, -3,
+                                                                       7, cb);
+                  }),
+            ctl(1, 4, 5, 6, false, 7, byPath, true),
+            addsClient("torq_resctl_request_with_callback", "torq_resctl_request_with_callback")));
+    v.push_back(other("I torqResListeningRegister", "listeningRegister",
+                      "torq_res_listening_register_map",
+                      [] { return torqResListeningRegister(r, 0, cb); }));
+    v.push_back(other("I torqThermalListeningRegister", "thermalListeningRegister",
+                      "torqThermalListeningRegister",
+                      [] { return torqThermalListeningRegister({1}, cb); }));
     // Commands: a kind-5 request whose one entry is the command's code (9 is none); they answer 0
     // when the HAL gave a handle, else -1.
     const std::pair<const char*, int32_t (*)()> commands[] = {
@@ -353,60 +373,66 @@ std::vector<Call> everyCall() {
     return v;
 }
 
-// A callback form registers its client before sending, and keeps it registered when the HAL
-// answers no handle: no answer will ever remove it. Commands and thermal levels answer 0 when the
-// HAL gave a handle, else -1.
-TEST_F(CallsTest, EveryRequestSendsItsParcelAndReturnsItsResult) {
-    size_t registered = requestCallbacks();
-    for (const Call& call : everyCall()) {
-        if (!call.parcel) continue;
-        SCOPED_TRACE(call.entry);
-        hal().setAnswer("request", result(42));
-        log_.clear();
-        EXPECT_EQ(call.run(), call.acceptance ? 0 : 42);
-        EXPECT_EQ(hal().last("request").parcel, *call.parcel);
-        bool withCallback = !call.callbackLog.empty();
-        EXPECT_EQ(hal().last("request").hasCallback, withCallback);
-        if (withCallback) {
-            EXPECT_EQ(lines(), call.callbackLog);
-        }
-        hal().setAnswer("request", result(0));
-        EXPECT_EQ(call.run(), call.acceptance ? -1 : 0);
-    }
-    EXPECT_EQ(requestCallbacks(), registered + 6);
-}
-
-// Each call twice: without a declared HAL it fails after one "not declared" line; with one that
-// refuses (or breaks the transaction) it reports its step and drops the cached interface, which
-// the next round proves by looking the service up again.
-TEST_F(CallsTest, EveryCallFailsCleanlyAndAFailedCallDropsTheConnection) {
+// Without a declared HAL a call fails after its front end's connect lines, having sent nothing. A
+// request then sends its parcel and returns its result (a callback form keeps its client
+// registered when the HAL answers no handle: no answer will ever remove it). Last, a failing HAL
+// call reports its step and drops the cached interface, which the front end's next row proves.
+TEST_F(CallsTest, EveryCallSendsItsParcelAndFailsCleanly) {
+    const size_t registered = requestCallbacks();
     bool useBroken = false;
-    for (const Call& call : everyCall()) {
-        SCOPED_TRACE(call.entry);
-        binder_host::undeclareInstance(torq_sim::kTorqInstance);
-        log_.clear();
-        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
-        Strings got = lines();
-        // Only the property read logs its (unwritten) buffer afterwards.
-        ASSERT_EQ(got.size(), call.method == "propertyGet" ? 3u : 2u);
-        EXPECT_EQ(got[0], "I " + call.entry);
-        EXPECT_EQ(got[1], "E Torq is not declared, AServiceManager_isDeclared:0");
-
-        binder_host::declareInstance(torq_sim::kTorqInstance);
-        hal().clearAnswers();
-        hal().setAnswer(call.method, (useBroken = !useBroken) ? broken() : refused());
+    const std::vector<Call> calls = everyCall();
+    for (size_t i = 0; i < calls.size(); ++i) {
+        const Call& call = calls[i];
+        SCOPED_TRACE(::testing::Message() << "row " << i << ", step " << call.step);
+        const bool zel = !call.refusalLines.empty();
+        const std::string tag = zel ? "[ZEL_CLIENT]" : "TORQFramework-lib-vendor";
+        hal().undeclare();
         hal().clearCalls();
         log_.clear();
-        EXPECT_EQ(call.run(), call.method == "init" ? 0 : -1);
+        EXPECT_EQ(call.run(), -1);
+        Strings connect{"E Torq is not declared, AServiceManager_isDeclared:0"};
+        if (zel) connect.push_back("E zel_get_torq_hal_and_link_to_death error:-1");
+        Strings got = HalTest::lines(tag);
+        // Only the property read logs its (unwritten) buffer afterwards.
+        if (call.method == "propertyGet" && !got.empty()) got.pop_back();
+        EXPECT_EQ(got, call.entry + connect);
+        EXPECT_TRUE(hal().calls().empty());
+
+        hal().declare();
+        if (call.parcel) {
+            hal().setAnswer("request", result(42));
+            log_.clear();
+            EXPECT_EQ(call.run(), call.acceptance ? 0 : 42);
+            EXPECT_EQ(hal().last("request").parcel, *call.parcel);
+            EXPECT_EQ(hal().last("request").hasCallback, !call.callbackLog.empty());
+            if (!call.callbackLog.empty()) {
+                EXPECT_EQ(lines(), call.callbackLog);
+            }
+            hal().setAnswer("request", result(0));
+            EXPECT_EQ(call.run(), call.acceptance ? -1 : 0);
+            hal().clearCalls();
+        }
+        hal().answerOnce(call.method, (useBroken = !useBroken) ? broken() : refused());
+        log_.clear();
+        EXPECT_EQ(call.run(), call.refusal);
         EXPECT_EQ(hal().count(call.method), 1u);
-        EXPECT_THAT(lines(),
-                    Contains("E " + call.step + "() failed: torq HAL service not available"));
+        if (zel) {
+            EXPECT_EQ(HalTest::lines(tag), call.entry + call.refusalLines);
+        } else {
+            EXPECT_THAT(lines(),
+                        Contains("E " + call.step + "() failed: torq HAL service not available"));
+        }
     }
+    // Three runs of each callback form reached the HAL; the failed queries left their outputs.
+    EXPECT_EQ(requestCallbacks(), registered + 9);
+    EXPECT_TRUE(out.empty() && pathOut.empty() && mapOut.empty() && zelText.empty());
+    EXPECT_EQ(zelQuery[0].value, "old");
 }
 
 // Connecting logs nothing; releases send their handle and return the HAL's answer. Each
 // connection, also one made after a failed call, is watched for the HAL's death.
 TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
+    hal().setAnswer("release", result(1));
     torq_init();
     EXPECT_EQ(torqResCtlRelease(4), 1);
     EXPECT_EQ(hal().last("release").handle, 4);
@@ -427,10 +453,9 @@ TEST_F(CallsTest, ConnectsOnceAndNoticesTheDeathOfAReconnectedHal) {
     EXPECT_THAT(lines(), ElementsAre("I torq client torqResCtlRelease"));
 }
 
-// ---- Listening and the callback client ----------------------------------------------------
-
 constexpr char kRegistered[] = "I A callback has been registered to Torq HAL ";
 constexpr char kDuplicate[] = "E Same callback interface registered already";
+constexpr char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
 constexpr char kEntry[] = "I torq client torqResListeningUnRegister";
 
 std::string unregistered(int32_t handle) {
@@ -439,96 +464,56 @@ std::string unregistered(int32_t handle) {
 
 // Registrations outlive a test in the library; each test removes its own, and uses handles of
 // its own so that nothing left behind by a failed test can match.
-class ListeningTest : public HalclientTest {
-  protected:
-    int32_t registerIds(Resources r, int32_t handle) {
-        hal().setAnswer("listeningRegister", result(handle));
-        return torqResListeningRegister(r, 0, cb_);
-    }
-};
+using ListeningTest = HalclientTest;
 
-TEST_F(ListeningTest, IdRegistrationSendsItsParcelAndRefusesTheSameIdList) {
-    Resources r{{0x10, std::nullopt}, {0x20, "2"}};
-    EXPECT_EQ(registerIds(r, 501), 501);
-    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+// One registry holds the id, path and thermal registrations. A list registered already (its ids
+// in their order, or its paths) is refused without asking the HAL. Only
+// torqResListeningUnRegister removes a registration, whatever the HAL answers.
+TEST_F(ListeningTest, OneRegistryRefusesAListTakenAlready) {
+    Resources ids{{0x10, std::nullopt}, {0x20, "2"}}, sameIds{{0x10, "9"}, {0x20, {}}};
+    hal().setAnswer("listeningRegister", result(501));
+    EXPECT_EQ(torqResListeningRegister(ids, 0, cb_), 501);
     EXPECT_EQ(hal().last("listeningRegister").parcel,
               parcel(0, {idRecord(0x10, ""), idRecord(0x20, "2")}));
-
-    // Only the ids count, in their order.
-    EXPECT_EQ(registerIds(Resources{{0x10, "9"}, {0x20, std::nullopt}}, 502), -1);
-    EXPECT_EQ(registerIds(Resources{{0x20, "2"}, {0x10, ""}}, 503), 503);
-    EXPECT_EQ(hal().count("listeningRegister"), 2u);
-
-    hal().setAnswer("listeningUnregister", result(0));
-    EXPECT_EQ(torqResListeningUnRegister(501), 0);
-    EXPECT_EQ(hal().last("listeningUnregister").handle, 501);
-    EXPECT_EQ(torqResListeningUnRegister(503), 0);
-    EXPECT_EQ(torqResListeningUnRegister(501), 0);  // the HAL is asked even so
-    EXPECT_EQ(hal().count("listeningUnregister"), 3u);
-    EXPECT_THAT(lines(),
-                ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
-                            kDuplicate, "I torqResListeningRegister", kRegistered, kEntry,
-                            unregistered(501), kEntry, unregistered(503), kEntry,
-                            "E The callback was not registered before"));
-    // Gone from the registry: the same list registers again, unless the HAL refuses it; and the
-    // registration goes even when the HAL refuses to let go of it.
-    hal().answerOnce("listeningRegister", refused());
-    EXPECT_EQ(registerIds(r, 504), -1);
-    EXPECT_EQ(registerIds(r, 505), 505);
-    hal().setAnswer("listeningUnregister", refused());
-    EXPECT_EQ(torqResListeningUnRegister(505), -1);
-    EXPECT_EQ(registerIds(r, 506), 506);
-    hal().setAnswer("listeningUnregister", result(1));
-    EXPECT_EQ(torqResListeningUnRegister(506), 1);
-}
-
-TEST_F(ListeningTest, ThermalGroupsAppendWithoutCheckAndLeaveOnlyThroughResUnregister) {
-    hal().setAnswer("thermalListeningRegister", result(701));
-    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);
-    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 701);  // no duplicate check
-    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
-    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
-
-    hal().setAnswer("thermalListeningUnregister", result(4));
-    EXPECT_EQ(torqThermalListeningUnregister(701), 4);
-    EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 701);
-    // Still registered: an id list equal to the thermal ids counts as a duplicate.
-    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 702), -1);
-    const char kSubsys[] = "I subsys's callback has been registered to Torq HAL";
-    EXPECT_THAT(lines(), ElementsAre("I torqThermalListeningRegister", kSubsys,
-                                     "I torqThermalListeningRegister", kSubsys,
-                                     "I torq client torqThermalListeningUnregister",
-                                     "I subsys's callback has been unRegistered to Torq HAL",
-                                     "I torqResListeningRegister", kDuplicate));
-
-    log_.clear();
-    EXPECT_EQ(torqResListeningUnRegister(701), 1);
-    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(701), unregistered(701)));
-    EXPECT_EQ(registerIds(Resources{{3, "a"}, {1, "b"}}, 703), 703);
-    EXPECT_EQ(torqResListeningUnRegister(703), 1);
-}
-
-TEST_F(ListeningTest, PathRegistrationsSendMarkedPathEntries) {
-    hal().setAnswer("listeningRegister", result(901));
-    EXPECT_EQ(torq_res_listening_register_by_path({"/b", "/a"}, 4, cb_), 901);
-    EXPECT_EQ(hal().last("listeningRegister").parcel,
-              parcel(0, {pathRecord("/b", std::nullopt), pathRecord("/a", std::nullopt)}, 4, true));
-    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
-
-    // The map form registers its keys in key order: {"/a", "/b"} is a different list ...
-    hal().setAnswer("listeningRegister", result(902));
-    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 902);
+    EXPECT_EQ(torqResListeningRegister(sameIds, 0, cb_), -1);
+    // The map form registers its keys in key order: the path list is then taken.
+    hal().setAnswer("listeningRegister", result(502));
+    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", "2"}, {"/a", "1"}}, 5, cb_), 502);
     EXPECT_EQ(hal().last("listeningRegister").parcel,
               parcel(0, {pathRecord("/a", "1"), pathRecord("/b", "2")}, 5, true));
-    // ... which is now taken, by either form.
-    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 0, cb_), -1);
-    EXPECT_EQ(torq_res_listening_register_map_by_path({{"/b", ""}, {"/a", ""}}, 0, cb_), -1);
-    EXPECT_THAT(lines(), ElementsAre("I torq client torq_res_listening_register", kRegistered,
-                                     "I torq client torq_res_listening_register_map", kRegistered,
-                                     "I torq client torq_res_listening_register", kDuplicate,
-                                     "I torq client torq_res_listening_register_map", kDuplicate));
-    EXPECT_EQ(torqResListeningUnRegister(901), 1);
-    EXPECT_EQ(torqResListeningUnRegister(902), 1);
+    EXPECT_TRUE(hal().last("listeningRegister").hasCallback);
+    EXPECT_EQ(torq_res_listening_register_by_path({"/a", "/b"}, 4, cb_), -1);
+    EXPECT_EQ(hal().count("listeningRegister"), 2u);
+
+    hal().setAnswer("thermalListeningRegister", result(504));
+    EXPECT_EQ(torqThermalListeningRegister({3, 1}, cb_), 504);
+    EXPECT_EQ(hal().last("thermalListeningRegister").ids, (std::vector<int32_t>{3, 1}));
+    EXPECT_TRUE(hal().last("thermalListeningRegister").hasCallback);
+    hal().setAnswer("thermalListeningUnregister", result(4));
+    EXPECT_EQ(torqThermalListeningUnregister(504), 4);
+    EXPECT_EQ(hal().last("thermalListeningUnregister").handle, 504);
+    EXPECT_THAT(lines(),
+                ElementsAre("I torqResListeningRegister", kRegistered, "I torqResListeningRegister",
+                            kDuplicate, "I torq client torq_res_listening_register_map",
+                            kRegistered, "I torq client torq_res_listening_register", kDuplicate,
+                            "I torqThermalListeningRegister", kSubsys,
+                            "I torq client torqThermalListeningUnregister",
+                            "I subsys's callback has been unRegistered to Torq HAL"));
+
+    log_.clear();
+    hal().setAnswer("listeningUnregister", result(1));
+    hal().answerOnce("listeningUnregister", refused());
+    EXPECT_EQ(torqResListeningUnRegister(501), -1);
+    EXPECT_EQ(hal().last("listeningUnregister").handle, 501);
+    EXPECT_EQ(torqResListeningUnRegister(501), 1);  // the HAL is asked even so
+    EXPECT_EQ(torqResListeningUnRegister(504), 1);
+    EXPECT_THAT(lines(), ElementsAre(kEntry, unregistered(501),
+                                     "E torqResListeningUnRegister() failed: torq HAL service not "
+                                     "available",
+                                     kEntry, "E The callback was not registered before", kEntry,
+                                     unregistered(504)));
+    hal().setAnswer("listeningRegister", result(505));
+    EXPECT_EQ(torqResListeningRegister(ids, 0, cb_), 505);
 }
 
 constexpr char kDestroyed[] = "I ndk backend ~TorqCallbackClient";
@@ -542,96 +527,54 @@ std::string retired(size_t before, size_t after) {
            std::to_string(before) + " after " + std::to_string(after);
 }
 
-// Each request client (resource, SA, path; with or without a caller callback) reaches its own
-// caller and leaves the registry with its first answer, also an empty one.
-TEST_F(ListeningTest, RequestClientsAnswerTheirOwnCallerAndLeaveTheRegistryOnce) {
-    // A hook someone else installed: the next client the library makes takes its own back.
-    std::atomic<int> foreignCalls{0};
-    ::aidl::vendor::quarn::hardware::torq::BnTorqCallback::logFunc = [&foreignCalls](const auto&) {
-        foreignCalls++;
-    };
-    auto other = std::make_shared<Recorder>();
-    size_t n = requestCallbacks();
+// A request client (resource, SA, path; with or without a caller callback) leaves the registry
+// with its first answer, also an empty one; a later answer still reaches its caller. A listening
+// client is answered any number of times, never touches the request registry and lives until it
+// is unregistered.
+TEST_F(ListeningTest, CallbackClientsReachTheirCallerAndLeaveTheirRegistry) {
+    auto listener = std::make_shared<Recorder>();
+    const size_t n = requestCallbacks();
     Resources r{{0x1, "1"}};
-    ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, other), 1);
     ASSERT_GE(torqResCtlRequest(-1, 100, r, -1, -1, 0, cb_), 1);
-    ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, cb_), 1);
     ASSERT_GE(torqSACtlRequest(1, 2, 3, 4, 5, 6, std::shared_ptr<IClientCallback>()), 1);
     ASSERT_GE(torq_resctl_request_with_callback_by_path(0, 0, {"/a"}, {"1"}, 0, 0, 0, cb_), 1);
+    const int32_t handle = torqResListeningRegister(r, 0, listener);
     log_.clear();
 
-    answer(1, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
-    answer(2, {});
-    answer(3, {idRecord(0x4, "4")});
+    answer(0, {idRecord(0x010108a0, "1200"), idRecord(0x2)});
+    answer(1, {});
     // Path answers arrive as values, then paths; an absent field as an empty text.
-    answer(4,
+    answer(2,
            {pathRecord("/a", "1"), pathRecord("/b", std::nullopt), pathRecord(std::nullopt, "3")});
-    EXPECT_TRUE(other->deliveries().empty());
-    std::vector<Delivery> got = cb_->deliveries();
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].resources, (Pairs{{0x010108a0, "1200"}, {0x2, ""}}));
-    EXPECT_EQ(got[1].values, (Strings{"1", "", "3"}));
-    EXPECT_EQ(got[1].paths, (Strings{"/a", "/b", ""}));
+    answer(0, {idRecord(0x3, "x")});
+    EXPECT_EQ(cb_->deliveries(), (Strings{PrintToString(Pairs{{0x010108a0, "1200"}, {0x2, ""}}),
+                                          PrintToString(Strings{"1", "", "3"}) + " at " +
+                                                  PrintToString(Strings{"/a", "/b", ""}),
+                                          PrintToString(Pairs{{0x3, "x"}})}));
+    const std::string onCallback = "I TorqCallbackClient::onCallback res_Id ";
     EXPECT_THAT(callbackLines(),
-                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x10108a0 res_Value 1200 "
-                            "is_register 0",
-                            "I TorqCallbackClient::onCallback res_Id 0x2 is_register 0", kCalled0,
-                            kFound, retired(n + 5, n + 4), kFound, retired(n + 4, n + 3),
-                            "I TorqCallbackClient::onCallback res_Id 0x4 res_Value 4 is_register 0",
-                            kFound, retired(n + 3, n + 2),
-                            "I TorqCallbackClient::onCallback res_Id /a res_Value 1 is_register 0",
-                            kCalled0, kFound, retired(n + 2, n + 1)));
-    // The transaction log goes out untagged.
-    EXPECT_EQ(foreignCalls.load(), 0);
-    EXPECT_THAT(HalTest::lines(""), Contains("I BnTorqCallback::logFunc NDK BACKEND method_name "
-                                             "onCallback exception_code 0 exception_message  "
-                                             "transaction_error 0 service_specific_error_code 0")
-                                            .Times(4));
+                ElementsAre(onCallback + "0x10108a0 res_Value 1200 is_register 0",
+                            onCallback + "0x2 is_register 0", kCalled0, kFound,
+                            retired(n + 3, n + 2), kFound, retired(n + 2, n + 1),
+                            onCallback + "/a res_Value 1 is_register 0", kCalled0, kFound,
+                            retired(n + 1, n), onCallback + "0x3 res_Value x is_register 0",
+                            kCalled0, "E callback not found in request_callbacks", retired(n, n)));
 
-    // A second answer still reaches the caller, but the client is no longer registered.
     log_.clear();
-    answer(1, {idRecord(0x3, "x")});
-    EXPECT_EQ(cb_->deliveries().size(), 3u);
-    EXPECT_THAT(callbackLines(),
-                ElementsAre("I TorqCallbackClient::onCallback res_Id 0x3 res_Value x is_register 0",
-                            kCalled0, "E callback not found in request_callbacks",
-                            retired(n + 1, n + 1)));
-    answer(0, {idRecord(0x3, "y")});
-    EXPECT_EQ(other->deliveries().size(), 1u);
-
-    // Only the HAL holds the answered clients now: when it lets go, they go.
-    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
-    hal().dropCallbacks();
-    drain();
-    EXPECT_THAT(callbackLines(), Contains(kDestroyed));
-}
-
-// Listening clients are answered any number of times and never touch the request registry; the
-// listening registry owns them until they are unregistered.
-TEST_F(ListeningTest, ListeningClientsStayUntilUnregisteredThenGoWithTheHalsReference) {
-    Resources r{{0x41, "1"}};
-    const int32_t byId = torqResListeningRegister(r, 0, cb_);
-    const int32_t byPath = torq_res_listening_register_by_path({"/l"}, 0, cb_);
-    log_.clear();
-    for (int i = 0; i < 2; ++i) {
-        answer(0, {idRecord(0x41, std::to_string(i))});
-        answer(1, {pathRecord("/l", std::to_string(i))});
-    }
-    std::vector<Delivery> got = cb_->deliveries();
-    ASSERT_EQ(got.size(), 4u);
-    EXPECT_EQ(got[2].resources, (Pairs{{0x41, "1"}}));
-    EXPECT_EQ(got[3].values, (Strings{"1"}));
-    EXPECT_THAT(callbackLines(),
-                Contains("I TorqCallbackClient::onCallback res_Id /l res_Value 1 is_register 1"));
+    answer(3, {idRecord(0x41, "1")});
+    answer(3, {idRecord(0x41, "2")});
+    EXPECT_EQ(listener->deliveries(),
+              (Strings{PrintToString(Pairs{{0x41, "1"}}), PrintToString(Pairs{{0x41, "2"}})}));
+    EXPECT_THAT(callbackLines(), Contains(onCallback + "0x41 res_Value 2 is_register 1"));
     EXPECT_THAT(callbackLines(), Not(Contains(::testing::HasSubstr("request_callbacks"))));
-
+    // Only the HAL holds the answered request clients; the registry keeps the listening one.
     hal().dropCallbacks();
     drain();
-    EXPECT_THAT(callbackLines(), Not(Contains(kDestroyed)));
-    EXPECT_EQ(torqResListeningUnRegister(byId), 1);
-    EXPECT_EQ(torqResListeningUnRegister(byPath), 1);
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(3));
+    hal().setAnswer("listeningUnregister", result(1));
+    EXPECT_EQ(torqResListeningUnRegister(handle), 1);
     drain();
-    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(2));
+    EXPECT_THAT(callbackLines(), Contains(kDestroyed).Times(4));
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 #pragma once
 
-// Captures what the library writes to the Android log and to the trace.
+// Captures what the library writes to the Android log.
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,7 +9,7 @@ namespace torq_test {
 
 struct LogLine {
     int priority = 0;  // ANDROID_LOG_*
-    std::string tag;   // empty for a line written with a null tag
+    std::string tag;
     std::string text;
 };
 
@@ -21,17 +20,6 @@ class LogCapture {
     LogCapture();
     ~LogCapture();
     std::vector<LogLine> linesWithTag(const std::string& tag) const;
-    void clear();
-};
-
-// While alive, atrace_begin_body/atrace_end_body calls are recorded, as the section's name and as
-// "end", and the enabled tags are ATRACE_TAG_ALWAYS alone until setEnabledTags.
-class TraceCapture {
-  public:
-    TraceCapture();
-    ~TraceCapture();
-    void setEnabledTags(uint64_t tags);
-    std::vector<std::string> events() const;
     void clear();
 };
 
