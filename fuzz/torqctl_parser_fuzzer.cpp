@@ -22,7 +22,8 @@ void checkResult(const ParseResult& result) {
 }
 
 // After "--", neither a global option nor --help counts: the globals are those of the words
-// before it, and only a --help before it asks for help.
+// before it, and only a --help before it asks for help. A "--" right after an option may be that
+// option's value ("--scene --"), which ends nothing for the command, so --help is not checked then.
 void checkEndMarker(const std::vector<std::string>& args, const ParseResult& result) {
     const auto end = std::find(args.begin(), args.end(), "--");
     if (end == args.end()) return;
@@ -32,7 +33,10 @@ void checkEndMarker(const std::vector<std::string>& args, const ParseResult& res
                        before.noSim == result.global.noSim &&
                        before.version == result.global.version,
                "a global option after -- was taken");
-    if (std::find(args.begin(), end, "--help") == end && std::find(args.begin(), end, "-h") == end) {
+    const bool mayBeAValue = !words.empty() && words.back().rfind("--", 0) == 0 &&
+                             words.back().find('=') == std::string::npos;
+    if (!mayBeAValue && std::find(args.begin(), end, "--help") == end &&
+        std::find(args.begin(), end, "-h") == end) {
         FUZZ_CHECK(!result.command.help, "a --help after -- was taken");
     }
 }
